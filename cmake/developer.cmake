@@ -1,0 +1,46 @@
+# What holds for our own code only: warnings, sanitizers, and one helper for each kind of program.
+
+add_library(tessel_warnings INTERFACE)
+target_compile_options(tessel_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror -fno-omit-frame-pointer)
+if(TESSEL_SANITIZE)
+  target_compile_options(tessel_warnings INTERFACE -fsanitize=${TESSEL_SANITIZE} -fno-sanitize-recover=all)
+  target_link_options(tessel_warnings INTERFACE -fsanitize=${TESSEL_SANITIZE})
+endif()
+
+find_program(TESSEL_MOLD mold)
+if(TESSEL_MOLD AND NOT WIN32)
+  target_link_options(tessel_warnings INTERFACE -fuse-ld=mold)
+endif()
+
+# The objects of the library, with what their headers and link need: for tests of its insides.
+function(tessel_use_insides target)
+  target_link_libraries(${target} PRIVATE tessel_objects tessel_warnings ${ARGN})
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/tests)
+endfunction()
+
+# tessel_test(area/subject [LABELS ...] [SUPPORT file.cpp ...]): tests/area/subject_test.cpp as one program.
+function(tessel_test name)
+  cmake_parse_arguments(arg "" "" "LABELS;SUPPORT;LIBRARIES" ${ARGN})
+  get_filename_component(area ${name} DIRECTORY)
+  get_filename_component(subject ${name} NAME)
+  set(target ${area}_${subject}_test)
+  string(REPLACE "/" "_" target ${target})
+  add_executable(${target} ${PROJECT_SOURCE_DIR}/tests/${name}_test.cpp ${arg_SUPPORT})
+  tessel_use_insides(${target} ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
+  gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST
+    PROPERTIES LABELS "${area};${arg_LABELS}" TIMEOUT 120)
+endfunction()
+
+# tessel_bench(area): bench/area_bench.cpp.
+function(tessel_bench area)
+  add_executable(${area}_bench ${PROJECT_SOURCE_DIR}/bench/${area}_bench.cpp)
+  tessel_use_insides(${area}_bench benchmark::benchmark ${ARGN})
+endfunction()
+
+# tessel_fuzz(grammar): fuzz/grammar_fuzz.cpp, with its corpus in fuzz/corpus/grammar.
+function(tessel_fuzz grammar)
+  add_executable(${grammar}_fuzz ${PROJECT_SOURCE_DIR}/fuzz/${grammar}_fuzz.cpp)
+  tessel_use_insides(${grammar}_fuzz ${ARGN})
+  target_link_options(${grammar}_fuzz PRIVATE -fsanitize=fuzzer)
+endfunction()

@@ -1,0 +1,3 @@
+# What an installation holds.
+install(TARGETS tessel LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/tessel DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
