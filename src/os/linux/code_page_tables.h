@@ -37,9 +37,6 @@ struct code_page_tables {
     }
 };
 
-/// Whether the page is one that has tables. Doesn't build them.
-bool has_code_page_tables(std::uint32_t page) noexcept;
-
 /// The tables of a page, built at its first use; null when the page isn't known or its converter is
 /// missing from this ICU. They live for ever. May throw std::bad_alloc.
 const code_page_tables* find_code_page_tables(std::uint32_t page);
