@@ -113,6 +113,31 @@ private:
     bool m_is_done = false;
 };
 
+thread_local bool t_another_turn = false;
+
+class waiting_only_loop final : public running_loop {
+public:
+    static bool run() {
+        // A loop like the others: what it delivers isn't an enclosing loop's delivery.
+        const waiting_only_loop loop;
+        turned_context context;
+        bool delivered = false;
+        for (int turn = 0; turn < k_max_pump_turns; ++turn) {
+            t_another_turn = false;
+            if (context.turn(false)) {
+                delivered = true;
+            } else if (!t_another_turn) {
+                break;
+            }
+        }
+        return delivered;
+    }
+    bool ends_here() override { return false; }
+
+private:
+    waiting_only_loop() = default;
+};
+
 }  // namespace
 
 running_loop::running_loop() noexcept : m_outer(std::exchange(t_innermost, this)), m_depth(g_main_depth()) {}
@@ -149,16 +174,11 @@ void quit_loop() noexcept {
 }
 
 bool pump_loop() {
-    turned_context context;
-    bool delivered = false;
-    // A turn without a delivery ends it, but for the one turn that timers give to others between two batches.
-    int empty_turns = 0;
-    for (int turn = 0; turn < k_max_pump_turns && empty_turns < 2; ++turn) {
-        const bool any = context.turn(false);
-        delivered = delivered || any;
-        empty_turns = any ? 0 : empty_turns + 1;
-    }
-    return delivered;
+    return waiting_only_loop::run();
+}
+
+void expect_another_turn() noexcept {
+    t_another_turn = true;
 }
 
 }  // namespace kro::tessel::os

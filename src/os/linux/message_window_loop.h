@@ -11,6 +11,9 @@ bool run_loop_until(const std::function<bool()>& done, std::uint32_t millisecond
 void quit_loop() noexcept;
 bool pump_loop();
 
+/// Said in a turn that may deliver nothing although something waits; so `pump` takes another one.
+void expect_another_turn() noexcept;
+
 /// One of the loops above while it runs. A window delivers many messages in one dispatch; it asks after
 /// each one whether the loop that it delivers for ends there.
 class running_loop {

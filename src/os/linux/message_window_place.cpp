@@ -3,6 +3,8 @@
 #include "os/linux/message_window_loop.h"
 #include "os/thread.h"
 
+#include <time.h>
+
 #include <algorithm>
 #include <memory>
 #include <string>
@@ -30,9 +32,6 @@ constexpr std::int64_t k_microseconds_at_once = 2000;
 
 constexpr std::int64_t k_never = -1;  // as a source's wake-up time
 
-/// A queue that grew beyond this gives its memory back once it is empty.
-constexpr std::size_t k_kept_capacity = 16'384;
-
 /// Counts the queues that stopped being empty, all windows together: what was posted from inside a tick comes
 /// before the next tick, whichever window it was posted to.
 std::atomic<std::uint32_t> g_queues_filled{0};
@@ -54,15 +53,23 @@ struct target_window {
     window_procedure procedure;
 };
 
+/// The kernel's last tick: a few milliseconds coarse, and a fraction of the exact clock's cost, which would
+/// be most of the cost of a message.
+std::int64_t coarse_microseconds() {
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
+}
+
 /// Whether a dispatch goes on after a delivery.
 class batch_limits {
 public:
     batch_limits()
-        : m_loop(running_loop::of_this_dispatch()), m_end(g_get_monotonic_time() + k_microseconds_at_once) {}
+        : m_loop(running_loop::of_this_dispatch()), m_end(coarse_microseconds() + k_microseconds_at_once) {}
 
     bool reached() {
         return ++m_delivered >= k_deliveries_at_once || (m_loop != nullptr && m_loop->ends_here()) ||
-               g_get_monotonic_time() >= m_end;
+               coarse_microseconds() >= m_end;
     }
 
 private:
@@ -92,41 +99,39 @@ window desktop_window() {
 }
 
 /// Delivers what was posted. Its members belong to whoever turns the context.
+///
+/// The sender of a message wakes the context only if its loop may be asleep: a wake-up costs a hundred times
+/// as much as a message. The loop is taken to be asleep from a `prepare` that found nothing.
 class window_place::message_deliverer {
 public:
     explicit message_deliverer(const target_window& target) : m_target(target) {}
 
-    /// The rest of a batch needs no wake-up time; nested loops go on with it here.
     bool prepare(int& timeout) noexcept {
-        timeout = -1;
-        return m_next < m_batch.size();
+        const bool waiting = !m_batch.empty() || m_target.place.has_posted(m_target.generation);
+        timeout = waiting ? 0 : -1;
+        return waiting;
     }
 
+    /// Takes at most one batch. To look again at once would find the few messages that came meanwhile, and
+    /// keep getting into the senders' way for them.
     void dispatch() noexcept {
+        if (m_batch.empty()) {
+            m_target.place.take_posted(m_target.generation, m_batch);
+        }
         batch_limits limits;
-        do {
-            if (m_next == m_batch.size() && !take_batch()) {
+        while (!m_batch.empty()) {
+            // Taken off before the call: the procedure may run a loop that goes on with the batch.
+            const posted_message next = m_batch.pop();
+            m_target.procedure(m_target.value, next.number, next.wparam, next.lparam);
+            if (!m_target.place.has(m_target.generation) || limits.reached()) {
                 return;
             }
-            // A copy: the procedure may run a loop that goes on with the batch.
-            const posted_message next = m_batch[m_next++];
-            m_target.procedure(m_target.value, next.number, next.wparam, next.lparam);
-        } while (m_target.place.has(m_target.generation) && !limits.reached());
+        }
     }
 
 private:
-    bool take_batch() {
-        m_next = 0;
-        m_batch.clear();
-        if (m_batch.capacity() > k_kept_capacity) {
-            m_batch = {};
-        }
-        return m_target.place.take_posted(m_target.generation, m_batch);
-    }
-
     const target_window m_target;
-    std::vector<posted_message> m_batch;
-    std::size_t m_next = 0;
+    message_queue m_batch;
 };
 
 /// Delivers ticks: one source for all timers of a window, since a context looks at each of its sources in
@@ -140,6 +145,7 @@ public:
         if (m_pause == pause::begins) {
             timeout = 0;
             m_pause = pause::ends;
+            expect_another_turn();
         } else if (m_pause == pause::ends) {
             m_pause = pause::none;
             m_target.place.resume_ticks(m_target.generation);
@@ -257,13 +263,16 @@ std::uint32_t window_place::post(std::uint32_t generation, const posted_message&
     if (m_contents.posted.size() >= k_max_waiting) {
         return k_error_queue_full;
     }
-    const bool was_empty = m_contents.posted.empty();
-    if (was_empty && !serves(generation)) {
-        return k_error_no_window;
-    }
-    m_contents.posted.push_back(message);
-    if (was_empty) {
+    if (m_contents.posted.empty()) {
+        if (!serves(generation)) {
+            return k_error_no_window;
+        }
         g_queues_filled.fetch_add(1, std::memory_order_relaxed);
+    }
+    m_contents.posted.push(message);
+    if (!m_contents.is_looked_after) {
+        m_contents.is_looked_after = true;
+        m_contents.is_woken = true;
         m_contents.messages.wake_at(0);
     }
     return 0;
@@ -300,14 +309,24 @@ void window_place::set_alarm() {
     m_contents.ticks.wake_at(m_contents.timers.next_due().value_or(k_never));
 }
 
-bool window_place::take_posted(std::uint32_t generation, std::vector<posted_message>& batch) {
+bool window_place::has_posted(std::uint32_t generation) {
     const std::lock_guard lock(m_mutex);
     if (!has(generation)) {
         return false;
     }
-    m_contents.messages.wake_at(k_never);
+    m_contents.is_looked_after = !m_contents.posted.empty();
+    return m_contents.is_looked_after;
+}
+
+void window_place::take_posted(std::uint32_t generation, message_queue& batch) {
+    const std::lock_guard lock(m_mutex);
+    if (!has(generation)) {
+        return;
+    }
+    if (std::exchange(m_contents.is_woken, false)) {
+        m_contents.messages.wake_at(k_never);
+    }
     batch.swap(m_contents.posted);
-    return !batch.empty();
 }
 
 std::optional<std::uintptr_t> window_place::take_tick(std::uint32_t generation, std::int64_t now) {

@@ -1,6 +1,7 @@
 // One place in the table of windows: a window's queue, timers and sources while there is a window in it.
 #pragma once
 
+#include "os/linux/message_window_queue.h"
 #include "os/linux/message_window_source.h"
 #include "os/linux/message_window_timers.h"
 #include "os/message_window.h"
@@ -10,7 +11,6 @@
 #include <cstdint>
 #include <mutex>
 #include <optional>
-#include <vector>
 
 namespace kro::tessel::os {
 
@@ -24,12 +24,6 @@ window to_window(const window_id& id);
 std::optional<window_id> to_window_id(window target);
 /// The desktop: a dialogue's parent, not a window that could be posted to.
 window desktop_window();
-
-struct posted_message {
-    std::uint32_t number;
-    std::uintptr_t wparam;
-    std::intptr_t lparam;
-};
 
 /// Places are used again and never freed, so whoever holds a stale window can still ask its place: each
 /// window has a generation of its own, an odd number, and every call for another one fails with 1400.
@@ -63,10 +57,12 @@ private:
     struct contents {
         std::uint32_t owner = 0;
         void* user_data = nullptr;
-        std::vector<posted_message> posted;
+        message_queue posted;
+        bool is_looked_after = false;  // the owner looks at `posted` before its loop sleeps again
+        bool is_woken = false;         // the wake-up time of `messages` is set
         window_timers timers;
-        context_source messages;  // its wake-up time is set exactly while `posted` isn't empty
-        context_source ticks;     // its wake-up time is the next tick's
+        context_source messages;
+        context_source ticks;  // its wake-up time is the next tick's
     };
     class message_deliverer;
     class tick_deliverer;
@@ -76,14 +72,16 @@ private:
     contents take_out();
     void set_alarm();
     // For the deliverers.
-    bool take_posted(std::uint32_t generation, std::vector<posted_message>& batch);
+    bool has_posted(std::uint32_t generation);
+    void take_posted(std::uint32_t generation, message_queue& batch);
     std::optional<std::uintptr_t> take_tick(std::uint32_t generation, std::int64_t now);
     bool pause_ticks(std::uint32_t generation);
     void resume_ticks(std::uint32_t generation);
 
     const std::size_t m_index;
-    std::mutex m_mutex;  // guards m_contents and the changes of m_generation
     std::atomic<std::uint32_t> m_generation{0};
+    // A cache line further: the owner reads the generation after each delivery, senders write what follows.
+    alignas(64) std::mutex m_mutex;  // guards m_contents and the changes of m_generation
     contents m_contents;
 };
 
