@@ -1,0 +1,75 @@
+// A GLib source whose behaviour is a C++ object.
+#pragma once
+
+#include <glib.h>
+
+#include <cstdint>
+#include <memory>
+#include <utility>
+
+namespace kro::tessel::os {
+
+/// Owns one reference of a source of a context; destroys the source with itself, from any thread. A
+/// dispatch that is running then goes on to its end, and `Deliverer` lives until it has.
+///
+/// Deliverer: bool prepare(int& timeout) noexcept, as GLib's function of that name, called on the thread that
+///            turns the context, like void dispatch() noexcept. Nested loops dispatch it again.
+class context_source {
+public:
+    context_source() = default;
+    context_source(context_source&& other) noexcept : m_source(std::exchange(other.m_source, nullptr)) {}
+    context_source& operator=(context_source&& other) noexcept {
+        std::swap(m_source, other.m_source);
+        return *this;
+    }
+    ~context_source() {
+        if (m_source != nullptr) {
+            g_source_destroy(m_source);
+            g_source_unref(m_source);
+        }
+    }
+
+    /// Attaches a source to `context`; it sleeps until `wake_at`.
+    template <class Deliverer>
+    static context_source attach(std::unique_ptr<Deliverer> deliverer, int priority, const char* name,
+                                 GMainContext* context) {
+        context_source made;
+        made.m_source = g_source_new(&adapter<Deliverer>::s_functions, sizeof(adapter<Deliverer>));
+        reinterpret_cast<adapter<Deliverer>*>(made.m_source)->deliverer = deliverer.release();
+        g_source_set_priority(made.m_source, priority);
+        g_source_set_can_recurse(made.m_source, TRUE);
+        g_source_set_name(made.m_source, name);
+        g_source_attach(made.m_source, context);
+        return made;
+    }
+
+    /// Dispatches at a moment of the monotonic clock (microseconds; a past one: at the next turn), or not
+    /// until asked again (-1). Any thread; wakes the context's.
+    void wake_at(std::int64_t moment) { g_source_set_ready_time(m_source, moment); }
+
+    /// Its context is gone: nothing will ever be dispatched.
+    bool is_orphaned() const { return g_source_is_destroyed(m_source) != FALSE; }
+
+private:
+    template <class Deliverer>
+    struct adapter {
+        GSource base;
+        Deliverer* deliverer;
+
+        static Deliverer& of(GSource* source) { return *reinterpret_cast<adapter*>(source)->deliverer; }
+        static gboolean prepare(GSource* source, gint* timeout) {
+            return of(source).prepare(*timeout) ? TRUE : FALSE;
+        }
+        static gboolean dispatch(GSource* source, GSourceFunc /*callback*/, gpointer /*data*/) {
+            of(source).dispatch();
+            return G_SOURCE_CONTINUE;
+        }
+        static void finalize(GSource* source) { delete reinterpret_cast<adapter*>(source)->deliverer; }
+
+        static inline GSourceFuncs s_functions{prepare, nullptr, dispatch, finalize, nullptr, nullptr};
+    };
+
+    GSource* m_source = nullptr;
+};
+
+}  // namespace kro::tessel::os
