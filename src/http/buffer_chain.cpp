@@ -29,6 +29,28 @@ std::uint64_t total_size(const _buffer_content* chain) noexcept {
     return total;
 }
 
+// The chunk, still empty, that a chain is to be joined into.
+flatten_result make_joined(const _buffer_content* chain, _buffer_content*& joined) noexcept {
+    const std::uint64_t total = total_size(chain);
+    if (chain == nullptr || total <= chain->size) {
+        return flatten_result::flat_already;
+    }
+    joined = total < k_max_size ? make_chunk(static_cast<std::size_t>(total) + 1) : nullptr;
+    if (joined == nullptr) {
+        return flatten_result::no_memory;
+    }
+    joined->size = static_cast<std::uint32_t>(total);
+    return flatten_result::flattened;
+}
+
+unsigned char* copy_bytes(const _buffer_content& chunk, unsigned char* position) noexcept {
+    if (chunk.data == nullptr || chunk.size == 0) {
+        return position;
+    }
+    std::memcpy(position, chunk.data, chunk.size);
+    return position + chunk.size;
+}
+
 }  // namespace
 
 void fail_chunks_for_test(int from_call) noexcept {
@@ -55,24 +77,30 @@ void free_chain(_buffer_content* chain) noexcept {
 }
 
 flatten_result flatten_chain(const _buffer_content* chain, _buffer_content*& flat) noexcept {
-    const std::uint64_t total = total_size(chain);
-    if (chain == nullptr || total <= chain->size) {
-        return flatten_result::flat_already;
-    }
-    _buffer_content* joined = total < k_max_size ? make_chunk(static_cast<std::size_t>(total) + 1) : nullptr;
-    if (joined == nullptr) {
-        return flatten_result::no_memory;
-    }
-    auto* position = static_cast<unsigned char*>(joined->data);
-    for (; chain != nullptr; chain = chain->next) {
-        if (chain->data != nullptr && chain->size != 0) {
-            std::memcpy(position, chain->data, chain->size);
-            position += chain->size;
+    _buffer_content* joined = nullptr;
+    const flatten_result result = make_joined(chain, joined);
+    if (result == flatten_result::flattened) {
+        auto* position = static_cast<unsigned char*>(joined->data);
+        for (; chain != nullptr; chain = chain->next) {
+            position = copy_bytes(*chain, position);
         }
+        flat = joined;
     }
-    joined->size = static_cast<std::uint32_t>(total);
-    flat = joined;
-    return flatten_result::flattened;
+    return result;
+}
+
+flatten_result flatten_owned_chain(_buffer_content*& chain) noexcept {
+    _buffer_content* joined = nullptr;
+    const flatten_result result = make_joined(chain, joined);
+    if (result == flatten_result::flattened) {
+        auto* position = static_cast<unsigned char*>(joined->data);
+        while (chain != nullptr) {
+            position = copy_bytes(*chain, position);
+            std::free(std::exchange(chain, chain->next));
+        }
+        chain = joined;
+    }
+    return result;
 }
 
 std::uint32_t get_buffer_content_count(const _buffer_content* chunk) {
