@@ -36,6 +36,7 @@ endfunction()
 function(tessel_bench area)
   add_executable(${area}_bench ${PROJECT_SOURCE_DIR}/bench/${area}_bench.cpp)
   tessel_use_insides(${area}_bench benchmark::benchmark ${ARGN})
+  add_dependencies(benches ${area}_bench)
 endfunction()
 
 # tessel_fuzz(grammar): fuzz/grammar_fuzz.cpp, with its corpus in fuzz/corpus/grammar.

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # What the verbs share: printing and running commands, packages, configuring and building a preset.
 # Sourced with the repository's root as the current directory.
 
@@ -34,7 +35,7 @@ packages() {
     [ -n "$missing" ] || return 0
     if [ "$(id -u)" != 0 ]; then
         as_root=(sudo)
-        command -v sudo > /dev/null || fail "install these first:" $missing
+        command -v sudo > /dev/null || fail "install these first: ${missing//$'\n'/ }"
     fi
     run "${as_root[@]}" apt-get update -q
     # shellcheck disable=SC2086
