@@ -15,6 +15,7 @@
 #include <iterator>
 #include <memory>
 #include <optional>
+#include <system_error>
 
 namespace command {
 namespace {
@@ -79,6 +80,11 @@ void split_proxy(const std::string& text, request_options& request) {
     request.proxy_port = static_cast<std::uint16_t>(port);
 }
 
+bool is_folder(const std::string& path) {
+    std::error_code ignored;
+    return !path.empty() && (path.back() == '/' || std::filesystem::is_directory(path, ignored));
+}
+
 /// Checks and completes what the parser has read; throws what the parser throws.
 request_options completed(const raw_options& raw) {
     request_options request = raw.request;
@@ -95,9 +101,8 @@ request_options completed(const raw_options& raw) {
     if (!raw.proxy.empty()) {
         split_proxy(raw.proxy, request);
     }
-    const bool one_file = !request.output.empty() && request.output.back() != '/' &&
-                          !std::filesystem::is_directory(request.output);
-    if (one_file && request.urls.size() > 1) {
+    request.output_is_folder = is_folder(request.output);
+    if (!request.output.empty() && !request.output_is_folder && request.urls.size() > 1) {
         bad_usage("--output: several URLs need a folder (end its name with /)");
     }
     return request;

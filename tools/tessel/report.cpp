@@ -41,10 +41,6 @@ bool write_chain(const http::_buffer_content* chain, std::FILE* out) {
     return true;
 }
 
-bool is_folder(const std::string& path) {
-    return !path.empty() && (path.back() == '/' || std::filesystem::is_directory(path));
-}
-
 /// The last piece of the URL's path; "index" where that is no name for a file.
 std::string name_in(const std::string& url) {
     http::_url_components parts;
@@ -57,9 +53,8 @@ std::string name_in(const std::string& url) {
 
 }  // namespace
 
-report::report(const request_options& options)
-    : m_options(options), m_output_is_folder(is_folder(options.output)) {
-    if (m_output_is_folder) {
+report::report(const request_options& options) : m_options(options) {
+    if (options.output_is_folder) {
         std::filesystem::create_directories(options.output);
     }
 }
@@ -124,7 +119,7 @@ std::string report::write_to_file(const request_result& result) {
 
 /// No two results share a file: the second page.html becomes page.html.2.
 std::string report::file_for(const std::string& url) {
-    if (!m_output_is_folder) {
+    if (!m_options.output_is_folder) {
         return m_options.output;
     }
     const std::string stem = (std::filesystem::path(m_options.output) / name_in(url)).string();

@@ -28,7 +28,6 @@ private:
     void complain(const request_result& result, const std::string& what);
 
     const request_options& m_options;
-    const bool m_output_is_folder;
     std::set<std::string> m_files;  // written so far
     bool m_failed = false;
     bool m_bad_status = false;

@@ -17,6 +17,7 @@ struct request_options {
     std::string proxy_host;  ///< empty: no explicit proxy
     std::uint16_t proxy_port = 0;
     std::string output;  ///< a file, or a folder; empty: standard output
+    bool output_is_folder = false;
     bool accept_gzip = false;
     bool decode_gzip = false;
     bool text = false;     ///< bodies in UTF-8, from the character set that they declare
