@@ -27,7 +27,7 @@ bool succeeded(std::uint32_t error) {
     return error == 0;
 }
 
-class glib_message_windows final : public message_window_service {
+class glib_message_windows final : public message_window_service, private window_place_owner {
 public:
     bool register_class(const wchar* name, window_procedure procedure) override {
         const std::lock_guard lock(m_mutex);
@@ -56,14 +56,8 @@ public:
     }
 
     bool destroy(window target) override {
-        return succeeded(on_place(target, [this](window_place& place, std::uint32_t generation) {
-            const std::uint32_t error = place.close(generation);
-            if (error == 0) {
-                const std::lock_guard lock(m_mutex);
-                m_empty_places.push_back(&place);
-            }
-            return error;
-        }));
+        return succeeded(on_place(
+            target, [](window_place& place, std::uint32_t generation) { return place.close(generation); }));
     }
 
     void set_user_data(window target, void* data) override {
@@ -126,6 +120,11 @@ public:
     }
 
 private:
+    void is_empty(window_place& place) noexcept override {
+        const std::lock_guard lock(m_mutex);
+        m_empty_places.push_back(&place);
+    }
+
     template <class Call>
     std::uint32_t on_place(window target, Call call) {
         const auto id = to_window_id(target);
@@ -153,9 +152,9 @@ private:
         if (m_places_made == k_max_windows) {
             return nullptr;
         }
-        // Room for its return is made now, so that destroying a window can't fail.
+        // Room for its return is made now: is_empty can't fail.
         m_empty_places.reserve(m_places_made + 1);
-        auto place = std::make_unique<window_place>(m_places_made);
+        auto place = std::make_unique<window_place>(static_cast<window_place_owner&>(*this), m_places_made);
         m_places[m_places_made++].store(place.get(), std::memory_order_release);
         return place.release();
     }

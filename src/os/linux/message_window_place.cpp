@@ -123,11 +123,13 @@ public:
             // Taken off before the call: the procedure may run a loop that goes on with the batch.
             const posted_message next = m_batch.pop();
             m_target.procedure(m_target.value, next.number, next.wparam, next.lparam);
-            if (!m_target.place.has(m_target.generation) || limits.reached()) {
+            if (!m_target.place.is_open(m_target.generation) || limits.reached()) {
                 return;
             }
         }
     }
+
+    void destroyed() noexcept { m_target.place.lose_context(m_target.generation); }
 
 private:
     const target_window m_target;
@@ -163,12 +165,14 @@ public:
                 return;
             }
             m_target.procedure(m_target.value, k_message_timer, *id, 0);
-        } while (m_target.place.has(m_target.generation) && !limits.reached() &&
+        } while (m_target.place.is_open(m_target.generation) && !limits.reached() &&
                  g_queues_filled.load(std::memory_order_relaxed) == filled_before);
         if (m_target.place.pause_ticks(m_target.generation)) {
             m_pause = pause::begins;
         }
     }
+
+    void destroyed() noexcept { m_target.place.lose_context(m_target.generation); }
 
 private:
     /// Timers that can't keep up would always be due and starve whatever ranks below them, drawing above
@@ -199,24 +203,45 @@ window window_place::open(window_procedure procedure, const wchar* title) {
 }
 
 std::uint32_t window_place::close(std::uint32_t generation) {
-    contents taken;  // destroyed after the lock is gone
-    const std::lock_guard lock(m_mutex);
-    if (!has(generation)) {
-        return k_error_no_window;
+    contents taken;
+    {
+        const std::lock_guard lock(m_mutex);
+        if (!is_open(generation)) {
+            return k_error_no_window;
+        }
+        if (m_contents.owner != current_thread_id()) {
+            return k_error_not_the_owner;
+        }
+        taken = take_out();
     }
-    if (m_contents.owner != current_thread_id()) {
-        return k_error_not_the_owner;
-    }
-    taken = take_out();
+    m_owner.is_empty(*this);
     return 0;
 }
 
 void window_place::close_at_exit() {
     contents taken;
-    const std::lock_guard lock(m_mutex);
-    if (m_generation.load(std::memory_order_relaxed) % 2 == 1) {
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_generation.load(std::memory_order_relaxed) % 2 == 0) {
+            return;
+        }
         taken = take_out();
     }
+    m_owner.is_empty(*this);
+}
+
+void window_place::lose_context(std::uint32_t generation) noexcept {
+    contents taken;
+    {
+        const std::lock_guard lock(m_mutex);
+        if (!is_open(generation)) {
+            return;  // by far the usual case: the window's end is what destroyed the source
+        }
+        taken = take_out();
+    }
+    taken.messages.leave_to_context();
+    taken.ticks.leave_to_context();
+    m_owner.is_empty(*this);
 }
 
 window_place::contents window_place::take_out() {
@@ -224,22 +249,9 @@ window_place::contents window_place::take_out() {
     return std::exchange(m_contents, {});
 }
 
-bool window_place::has(std::uint32_t generation) const noexcept {
-    return m_generation.load(std::memory_order_acquire) == generation && generation % 2 == 1;
-}
-
-bool window_place::serves(std::uint32_t generation) const {
-    return has(generation) && !m_contents.messages.is_orphaned();
-}
-
-bool window_place::is_open(std::uint32_t generation) {
-    const std::lock_guard lock(m_mutex);
-    return serves(generation);
-}
-
 std::uint32_t window_place::set_user_data(std::uint32_t generation, void* data) {
     const std::lock_guard lock(m_mutex);
-    if (!has(generation)) {
+    if (!is_open(generation)) {
         return k_error_no_window;
     }
     m_contents.user_data = data;
@@ -248,7 +260,7 @@ std::uint32_t window_place::set_user_data(std::uint32_t generation, void* data) 
 
 std::uint32_t window_place::user_data(std::uint32_t generation, void*& data) {
     const std::lock_guard lock(m_mutex);
-    if (!has(generation)) {
+    if (!is_open(generation)) {
         return k_error_no_window;
     }
     data = m_contents.user_data;
@@ -257,16 +269,13 @@ std::uint32_t window_place::user_data(std::uint32_t generation, void*& data) {
 
 std::uint32_t window_place::post(std::uint32_t generation, const posted_message& message) {
     const std::lock_guard lock(m_mutex);
-    if (!has(generation)) {
+    if (!is_open(generation)) {
         return k_error_no_window;
     }
     if (m_contents.posted.size() >= k_max_waiting) {
         return k_error_queue_full;
     }
     if (m_contents.posted.empty()) {
-        if (!serves(generation)) {
-            return k_error_no_window;
-        }
         g_queues_filled.fetch_add(1, std::memory_order_relaxed);
     }
     m_contents.posted.push(message);
@@ -283,7 +292,7 @@ std::uint32_t window_place::set_timer(std::uint32_t generation, std::uintptr_t i
     const std::int64_t period =
         std::int64_t{1000} * std::clamp(milliseconds, k_timer_minimum_ms, k_timer_maximum_ms);
     const std::lock_guard lock(m_mutex);
-    if (!serves(generation)) {
+    if (!is_open(generation)) {
         return k_error_no_window;
     }
     if (!m_contents.timers.set(id, period, g_get_monotonic_time())) {
@@ -295,7 +304,7 @@ std::uint32_t window_place::set_timer(std::uint32_t generation, std::uintptr_t i
 
 std::uint32_t window_place::kill_timer(std::uint32_t generation, std::uintptr_t id) {
     const std::lock_guard lock(m_mutex);
-    if (!has(generation)) {
+    if (!is_open(generation)) {
         return k_error_no_window;
     }
     if (!m_contents.timers.kill(id)) {
@@ -311,7 +320,7 @@ void window_place::set_alarm() {
 
 bool window_place::has_posted(std::uint32_t generation) {
     const std::lock_guard lock(m_mutex);
-    if (!has(generation)) {
+    if (!is_open(generation)) {
         return false;
     }
     m_contents.is_looked_after = !m_contents.posted.empty();
@@ -320,7 +329,7 @@ bool window_place::has_posted(std::uint32_t generation) {
 
 void window_place::take_posted(std::uint32_t generation, message_queue& batch) {
     const std::lock_guard lock(m_mutex);
-    if (!has(generation)) {
+    if (!is_open(generation)) {
         return;
     }
     if (std::exchange(m_contents.is_woken, false)) {
@@ -331,7 +340,7 @@ void window_place::take_posted(std::uint32_t generation, message_queue& batch) {
 
 std::optional<std::uintptr_t> window_place::take_tick(std::uint32_t generation, std::int64_t now) {
     const std::lock_guard lock(m_mutex);
-    if (!has(generation)) {
+    if (!is_open(generation)) {
         return std::nullopt;
     }
     const auto id = m_contents.timers.take_due(now);
@@ -342,7 +351,7 @@ std::optional<std::uintptr_t> window_place::take_tick(std::uint32_t generation, 
 
 bool window_place::pause_ticks(std::uint32_t generation) {
     const std::lock_guard lock(m_mutex);
-    if (!has(generation)) {
+    if (!is_open(generation)) {
         return false;
     }
     const auto due = m_contents.timers.next_due();
@@ -355,7 +364,7 @@ bool window_place::pause_ticks(std::uint32_t generation) {
 
 void window_place::resume_ticks(std::uint32_t generation) {
     const std::lock_guard lock(m_mutex);
-    if (has(generation)) {
+    if (is_open(generation)) {
         set_alarm();
     }
 }

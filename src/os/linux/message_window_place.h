@@ -25,6 +25,17 @@ std::optional<window_id> to_window_id(window target);
 /// The desktop: a dialogue's parent, not a window that could be posted to.
 window desktop_window();
 
+class window_place;
+
+class window_place_owner {
+public:
+    /// The place may be given to another window. Any thread, outside the place's lock.
+    virtual void is_empty(window_place& place) noexcept = 0;
+
+protected:
+    ~window_place_owner() = default;
+};
+
 /// Places are used again and never freed, so whoever holds a stale window can still ask its place: each
 /// window has a generation of its own, an odd number, and every call for another one fails with 1400.
 ///
@@ -34,19 +45,22 @@ public:
     /// Messages that one window can have waiting: 24 MB. A window so far behind isn't being served.
     static constexpr std::size_t k_max_waiting = 1'000'000;
 
-    explicit window_place(std::size_t index) : m_index(index) {}
+    window_place(window_place_owner& owner, std::size_t index) : m_owner(owner), m_index(index) {}
     window_place(const window_place&) = delete;
     window_place& operator=(const window_place&) = delete;
 
     /// Puts a window of the calling thread into the empty place; its sources go to the context that is this
     /// thread's default.
     window open(window_procedure procedure, const wchar* title);
-    /// Takes the window out; 5 for a thread that doesn't own it.
+    /// Takes the window out; 5 for a thread that doesn't own it. A window whose context is freed is taken out
+    /// too: nobody could deliver to it any more.
     std::uint32_t close(std::uint32_t generation);
     /// Takes out whatever window is there, at the end of the process.
     void close_at_exit();
 
-    bool is_open(std::uint32_t generation);
+    bool is_open(std::uint32_t generation) const noexcept {
+        return m_generation.load(std::memory_order_acquire) == generation && generation % 2 == 1;
+    }
     std::uint32_t set_user_data(std::uint32_t generation, void* data);
     std::uint32_t user_data(std::uint32_t generation, void*& data);
     std::uint32_t post(std::uint32_t generation, const posted_message& message);
@@ -67,17 +81,17 @@ private:
     class message_deliverer;
     class tick_deliverer;
 
-    bool has(std::uint32_t generation) const noexcept;
-    bool serves(std::uint32_t generation) const;
     contents take_out();
     void set_alarm();
     // For the deliverers.
+    void lose_context(std::uint32_t generation) noexcept;
     bool has_posted(std::uint32_t generation);
     void take_posted(std::uint32_t generation, message_queue& batch);
     std::optional<std::uintptr_t> take_tick(std::uint32_t generation, std::int64_t now);
     bool pause_ticks(std::uint32_t generation);
     void resume_ticks(std::uint32_t generation);
 
+    window_place_owner& m_owner;
     const std::size_t m_index;
     std::atomic<std::uint32_t> m_generation{0};
     // A cache line further: the owner reads the generation after each delivery, senders write what follows.

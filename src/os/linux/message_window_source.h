@@ -13,7 +13,9 @@ namespace kro::tessel::os {
 /// dispatch that is running then goes on to its end, and `Deliverer` lives until it has.
 ///
 /// Deliverer: bool prepare(int& timeout) noexcept, as GLib's function of that name, called on the thread that
-///            turns the context, like void dispatch() noexcept. Nested loops dispatch it again.
+///            turns the context, like void dispatch() noexcept; nested loops dispatch it again.
+///            void destroyed() noexcept, when the source is destroyed, by whoever: the context does it too,
+///            when it is freed.
 class context_source {
 public:
     context_source() = default;
@@ -25,9 +27,12 @@ public:
     ~context_source() {
         if (m_source != nullptr) {
             g_source_destroy(m_source);
-            g_source_unref(m_source);
+            leave_to_context();
         }
     }
+
+    /// Gives the reference up without destroying the source: its context does, which is being freed.
+    void leave_to_context() { g_source_unref(std::exchange(m_source, nullptr)); }
 
     /// Attaches a source to `context`; it sleeps until `wake_at`.
     template <class Deliverer>
@@ -35,7 +40,9 @@ public:
                                  GMainContext* context) {
         context_source made;
         made.m_source = g_source_new(&adapter<Deliverer>::s_functions, sizeof(adapter<Deliverer>));
-        reinterpret_cast<adapter<Deliverer>*>(made.m_source)->deliverer = deliverer.release();
+        auto* const kept = deliverer.release();
+        reinterpret_cast<adapter<Deliverer>*>(made.m_source)->deliverer = kept;
+        g_source_set_callback(made.m_source, nullptr, kept, adapter<Deliverer>::destroyed);
         g_source_set_priority(made.m_source, priority);
         g_source_set_can_recurse(made.m_source, TRUE);
         g_source_set_name(made.m_source, name);
@@ -46,9 +53,6 @@ public:
     /// Dispatches at a moment of the monotonic clock (microseconds; a past one: at the next turn), or not
     /// until asked again (-1). Any thread; wakes the context's.
     void wake_at(std::int64_t moment) { g_source_set_ready_time(m_source, moment); }
-
-    /// Its context is gone: nothing will ever be dispatched.
-    bool is_orphaned() const { return g_source_is_destroyed(m_source) != FALSE; }
 
 private:
     template <class Deliverer>
@@ -64,6 +68,7 @@ private:
             of(source).dispatch();
             return G_SOURCE_CONTINUE;
         }
+        static void destroyed(gpointer deliverer) { static_cast<Deliverer*>(deliverer)->destroyed(); }
         static void finalize(GSource* source) { delete reinterpret_cast<adapter*>(source)->deliverer; }
 
         static inline GSourceFuncs s_functions{prepare, nullptr, dispatch, finalize, nullptr, nullptr};
