@@ -24,6 +24,7 @@ constexpr std::size_t k_max_idle_handles = 64;
 constexpr std::size_t k_max_idle_origins = 256;
 constexpr long k_max_idle_connections = 256;
 constexpr int k_events_a_turn = 128;
+constexpr int k_rounds_a_turn = 4;
 
 void prepare_libraries() {
     static const bool prepared = [] {
@@ -187,14 +188,20 @@ void transfer_loop::run() {
     pthread_setname_np(pthread_self(), "tessel-inet");
     while (wait_for_events()) {
         take_inbox();
-        run_timers();
-        for (multi& set : m_multis) {
-            collect_ended(set);
-        }
-        run_timers();  // requests that got a free place go out before anybody is told anything
+        drive();
         check_deadlines();
         report_sent();
         hand_over();
+    }
+}
+
+// An exchange that ends makes room for the next one, which goes out at once and, with a fast server, may
+// end at once as well.
+void transfer_loop::drive() {
+    m_unfinished = true;
+    for (int round = 0; m_unfinished && round < k_rounds_a_turn; ++round) {
+        run_timers();
+        m_unfinished = collect_ended();
     }
 }
 
@@ -205,6 +212,9 @@ void transfer_loop::read_clock() noexcept {
 }
 
 int transfer_loop::sleep_limit() const noexcept {
+    if (m_unfinished) {
+        return 0;
+    }
     const std::uint64_t due = std::min({m_multis[0].timer_due, m_multis[1].timer_due, m_next_check});
     if (due == k_never) {
         return -1;
@@ -487,20 +497,24 @@ void transfer_loop::release(curl_exchange& which, bool reusable) {
     free_place(ended);
 }
 
-void transfer_loop::collect_ended(multi& set) {
+bool transfer_loop::collect_ended() {
+    bool any = false;
     int left = 0;
-    while (const CURLMsg* const message = curl_multi_info_read(set.handle, &left)) {
-        if (message->msg != CURLMSG_DONE) {
-            continue;
+    for (multi& set : m_multis) {
+        while (const CURLMsg* const message = curl_multi_info_read(set.handle, &left)) {
+            if (message->msg != CURLMSG_DONE) {
+                continue;
+            }
+            any = true;
+            void* owner = nullptr;
+            curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &owner);
+            auto& exchange = *static_cast<curl_exchange*>(owner);
+            exchange.end(message->data.result);
+            curl_multi_remove_handle(set.handle, exchange.easy());
+            release(exchange, exchange.reusable());
         }
-        void* owner = nullptr;
-        curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &owner);
-        auto& exchange = *static_cast<curl_exchange*>(owner);
-        const CURLcode result = message->data.result;
-        exchange.end(result);
-        curl_multi_remove_handle(set.handle, exchange.easy());
-        release(exchange, exchange.reusable());
     }
+    return any;
 }
 
 void transfer_loop::check_deadlines() {

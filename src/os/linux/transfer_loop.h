@@ -99,7 +99,8 @@ private:
     void free_place(curl_exchange& which);
     void forget_idle_origins();
     void release(curl_exchange& which, bool reusable);
-    void collect_ended(multi& set);
+    void drive();
+    bool collect_ended();
     void check_deadlines();
     void report_sent();
     void hand_over();
@@ -129,6 +130,7 @@ private:
     std::vector<std::shared_ptr<transfer_sink>> m_handing_over;
     std::uint64_t m_turn = 1;
     std::uint64_t m_next_check = k_never;
+    bool m_unfinished = false;  // the turn ended with exchanges to be looked after
 };
 
 }  // namespace kro::tessel::os
