@@ -1,4 +1,5 @@
 // The flat functions by which hosts start and handle requests.
+#include "os/code_page.h"
 #include "os/inet.h"
 #include "os/thread.h"
 

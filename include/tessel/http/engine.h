@@ -11,6 +11,7 @@
 #include <tessel/base/string.h>
 #include <tessel/http/session.h>
 #include <tessel/http/session_context.h>
+#include <tessel/platform/last_error.h>
 
 #include <cstdint>
 

@@ -5,9 +5,9 @@
 #include "os/linux/inet_request.h"
 #include "os/linux/inet_service.h"
 #include "os/linux/inet_session.h"
+#include "os/system_services.h"
 #include "os/thread.h"
 
-#include <atomic>
 #include <new>
 
 namespace kro::tessel::os {
@@ -312,25 +312,16 @@ inet_status linux_inet::close(inet_handle handle) {
     return noted(inet_status{taken.empty() ? k_error_invalid_handle : 0});
 }
 
-std::atomic<inet_service*> g_replacement{nullptr};
-
 }  // namespace
 
 std::unique_ptr<inet_service> make_inet_service(transfer_service& network) {
     return std::make_unique<linux_inet>(network);
 }
 
-inet_service& inet() {
-    inet_service* const replacement = g_replacement.load(std::memory_order_acquire);
-    if (replacement != nullptr) {
-        return *replacement;
-    }
+inet_service& system_inet() {
+    // Never freed: threads that run on while the process ends may still call it.
     static inet_service* const service = make_inet_service(system_transfers()).release();
     return *service;
-}
-
-inet_service* replace_inet_for_test(inet_service* service) {
-    return g_replacement.exchange(service);
 }
 
 }  // namespace kro::tessel::os
