@@ -55,6 +55,14 @@ protected:
         return got;
     }
 
+    // For conditions that no message announces.
+    static void pump_until(const std::function<bool()>& done) {
+        while (!done()) {
+            kro::tessel::message_loop::pump();
+            std::this_thread::yield();
+        }
+    }
+
     static void record(unsigned long user_context, session_context* context) {
         result& got = *reinterpret_cast<result*>(user_context);  // NOLINT(performance-no-int-to-ptr)
         for (const auto* chunk = context->content; chunk != nullptr; chunk = chunk->next) {
@@ -172,10 +180,7 @@ TEST_F(EngineWire, RemovesRequestsInEveryPhase) {
         result got;
         session_context* const request =
             invoke2(url(), {}, nullptr, 0, 0, record, reinterpret_cast<unsigned long>(&got), http_method_get);
-        while (!answered) {
-            kro::tessel::message_loop::pump();
-            std::this_thread::yield();
-        }
+        pump_until([&] { return answered.load(); });
         EXPECT_TRUE(http_session::mgr().remove(request));
         EXPECT_FALSE(http_session::mgr().is_session_valid(request));
         player.join();
@@ -231,7 +236,7 @@ TEST_F(EngineWire, RequestsMayBeEndedFromAnyThreadAtAnyMoment) {
             --workers;
         });
     }
-    EXPECT_TRUE(kro::tessel::message_loop::run_until([&] { return workers == 0; }, k_patience_ms));
+    pump_until([&] { return workers == 0; });
     for (std::thread& thread : threads) {
         thread.join();
     }
