@@ -37,6 +37,7 @@ add_custom_target(benches)
 function(tessel_bench area)
   add_executable(${area}_bench ${PROJECT_SOURCE_DIR}/bench/${area}_bench.cpp)
   tessel_use_insides(${area}_bench benchmark::benchmark ${ARGN})
+  target_include_directories(${area}_bench PRIVATE ${PROJECT_SOURCE_DIR}/bench)
   add_dependencies(benches ${area}_bench)
 endfunction()
 
