@@ -2,7 +2,7 @@
 // against one server process. Prints a line a measurement and the ratio of the medians; rounds of the two
 // sides alternate, so that a busy machine hits both.
 //
-//   inet_bench [--rounds N] [--requests N] [--mib N] [name ...]     names: 64 1 10000 known chunked
+//   inet_bench [--rounds N] [--requests N] [--mib N] [--limit N] [name ...]     names: 64 1 10000 known chunked
 
 #include "os/inet.h"
 
@@ -538,6 +538,8 @@ int main(int count, char** arguments) {
             how.rounds = std::atoi(arguments[++i]);
         } else if (word == "--requests" && i + 1 < count) {
             how.requests = std::atoi(arguments[++i]);
+        } else if (word == "--limit" && i + 1 < count) {
+            os::inet().set_connection_limit(static_cast<std::uint32_t>(std::atoi(arguments[++i])));
         } else if (word == "--mib" && i + 1 < count) {
             how.mib = static_cast<std::size_t>(std::atoi(arguments[++i]));
         } else {

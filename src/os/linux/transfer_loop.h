@@ -130,6 +130,7 @@ private:
     std::vector<std::shared_ptr<transfer_sink>> m_handing_over;
     std::uint64_t m_turn = 1;
     std::uint64_t m_next_check = k_never;
+    std::uint64_t m_next_sent = k_never;
     bool m_unfinished = false;  // the turn ended with exchanges to be looked after
 };
 
