@@ -23,7 +23,6 @@ namespace {
 constexpr std::size_t k_max_idle_handles = 64;
 constexpr std::size_t k_max_idle_origins = 256;
 constexpr long k_max_idle_connections = 256;
-constexpr int k_events_a_turn = 128;
 constexpr int k_rounds_a_turn = 4;
 
 // "Sent" waits so long for the response's headers to come along: with a near server both are told at once,
@@ -191,7 +190,8 @@ void transfer_loop::stop() noexcept {
 void transfer_loop::run() {
     pthread_setname_np(pthread_self(), "tessel-inet");
     while (wait_for_events()) {
-        take_inbox();
+        take_inbox();  // first: what was cancelled shall not go on because of an event that came with it
+        handle_events();
         drive();
         check_deadlines();
         report_sent();
@@ -239,14 +239,17 @@ bool transfer_loop::wait_for_events() {
         limit = m_inbox.empty() ? limit : 0;
         m_sleeping = limit != 0;
     }
-    epoll_event events[k_events_a_turn];
-    const int count = ::epoll_wait(m_epoll, events, k_events_a_turn, limit);
+    const int count = ::epoll_wait(m_epoll, m_events.data(), static_cast<int>(m_events.size()), limit);
+    m_event_count = static_cast<std::size_t>(std::max(count, 0));
     read_clock();
     ++m_turn;
-    for (int i = 0; i < count; ++i) {
-        handle_event(events[i].data.fd, events[i].events);
-    }
     return true;
+}
+
+void transfer_loop::handle_events() {
+    for (std::size_t i = 0; i < m_event_count; ++i) {
+        handle_event(m_events[i].data.fd, m_events[i].events);
+    }
 }
 
 void transfer_loop::handle_event(int socket, std::uint32_t events) {
