@@ -1,11 +1,14 @@
 // The asynchronous engine, as a host uses it in its own loop, beside plain libcurl in the same run.
 //
-//   engine_bench [--rounds N] [--requests N] [--mib N] [name ...]   names: 64 1 10000 known chunked memory
+//   engine_bench [--rounds N] [--requests N] [--mib N] [--limit N] [name ...]
+//   names: 64 1 10000 known chunked memory; limit: connections at a time, 6 unless given
 
 #include "support/bench_server.h"
 #include "support/curl_client.h"
 #include "support/measuring.h"
 #include "tessel/tessel.h"
+
+#include "os/inet.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -117,6 +120,9 @@ void report_peak_memory(const settings& how, engine_client& engine) {
 int main(int count, char** arguments) {
     const settings how = settings_of(count, arguments);
     curl_global_init(CURL_GLOBAL_DEFAULT);
+    if (how.limit != 0) {
+        os::inet().set_connection_limit(how.limit);
+    }
     engine_client engine;
     if (how.wants("memory")) {
         report_peak_memory(how, engine);  // first: the peak counts from the process's start

@@ -1,7 +1,7 @@
 // The HTTP service beside plain libcurl: requests a second, bytes a second and processor time, in one run
 // against one server process. Prints a line a measurement and the ratio of the medians.
 //
-//   inet_bench [--rounds N] [--requests N] [--mib N] [name ...]     names: 64 1 10000 known chunked
+//   inet_bench [--rounds N] [--requests N] [--mib N] [--limit N] [name ...]     names: 64 1 10000 known chunked
 
 #include "os/inet.h"
 
@@ -222,6 +222,9 @@ void compare_bodies(const settings& how, service_client& service, const std::str
 int main(int count, char** arguments) {
     const settings how = settings_of(count, arguments);
     curl_global_init(CURL_GLOBAL_DEFAULT);
+    if (how.limit != 0) {
+        os::inet().set_connection_limit(how.limit);
+    }
     service_client service(how.port);
     for (const int in_flight : {64, 1, 10'000}) {
         if (how.wants(std::to_string(in_flight))) {

@@ -50,6 +50,7 @@ struct settings {
     int rounds = 7;
     int requests = 20'000;
     std::size_t mib = 512;
+    std::uint32_t limit = 0;  ///< of connections to the server; 0: the library's own
     std::uint16_t port = 0;
     std::vector<std::string> names;  ///< of the measurements; none: all
 
@@ -58,7 +59,7 @@ struct settings {
     }
 };
 
-/// Reads [--rounds N] [--requests N] [--mib N] [name ...] and starts the server in a process of its own.
+/// Reads [--rounds N] [--requests N] [--mib N] [--limit N] [name ...] and starts the server in a process of its own.
 inline settings settings_of(int count, char** arguments) {
     settings how;
     for (int i = 1; i < count; ++i) {
@@ -67,6 +68,8 @@ inline settings settings_of(int count, char** arguments) {
             how.rounds = std::atoi(arguments[++i]);
         } else if (word == "--requests" && i + 1 < count) {
             how.requests = std::atoi(arguments[++i]);
+        } else if (word == "--limit" && i + 1 < count) {
+            how.limit = static_cast<std::uint32_t>(std::atoi(arguments[++i]));
         } else if (word == "--mib" && i + 1 < count) {
             how.mib = static_cast<std::size_t>(std::atoi(arguments[++i]));
         } else {

@@ -156,8 +156,10 @@ enum class inet_credentials { server, proxy };
 /// for everything else.
 ///
 /// Asynchronous handles (descendants of a session opened as such):
-///  - `send` and `end` always answer pending and deliver exactly one notice 100, on a thread of the
-///    service; `read` may finish at once and then delivers none.
+///  - `send` and `end` always answer pending and deliver exactly one notice 100; `read` may finish at once
+///    and then delivers none.
+///  - notice 100 comes on a thread of the service; that of an `end` whose outcome is known already comes
+///    inside the call, on the caller's thread, before it returns.
 ///  - notices of one request come one at a time and in order. Notice 60 comes inside `connect` and
 ///    `open_request`, on the caller's thread, before they return; 70 is the last one of a handle.
 ///  - a call whose context is 0 gets no notices.

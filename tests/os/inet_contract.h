@@ -2,111 +2,12 @@
 // instantiates it: INSTANTIATE_TEST_SUITE_P(Linux, InetContract, Values(...)).
 #pragma once
 
-#include "os/inet.h"
+#include "os/inet_client.h"
 #include "os/thread.h"
 
-#include "support/test_server.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
+#include <atomic>
 
 namespace tessel_test {
-
-namespace os = kro::tessel::os;
-
-/// One notice, with its information copied.
-struct notice {
-    os::inet_handle handle = nullptr;
-    std::uint32_t code = 0;
-    std::uint32_t number = 0;         // of 31 and 41
-    os::inet_handle about = nullptr;  // of 60 and 70
-    os::inet_async_result result;     // of 100
-    kro::tessel::wide_string text;    // of 110
-    std::thread::id thread;
-};
-
-/// Records the notices of one context: the log's address is the context.
-class notice_log {
-public:
-    std::uintptr_t context() const { return reinterpret_cast<std::uintptr_t>(this); }
-
-    static void callback(os::inet_handle handle, std::uintptr_t context, std::uint32_t code,
-                         const void* information, std::uint32_t length) {
-        reinterpret_cast<notice_log*>(context)->add(handle, code, information, length);
-    }
-
-    /// Waits for the next completion that has not been asked for yet.
-    os::inet_async_result wait() {
-        std::unique_lock lock(m_mutex);
-        const auto come = [this] { return m_completions.size() > m_asked; };
-        if (!m_changed.wait_for(lock, std::chrono::seconds(20), come)) {
-            ADD_FAILURE() << "no completion came";
-            return {0, 0xFFFFFFFFU, 0};
-        }
-        return m_completions[m_asked++];
-    }
-
-    std::vector<notice> all() const {
-        const std::lock_guard lock(m_mutex);
-        return m_notices;
-    }
-    std::vector<std::uint32_t> codes() const {
-        std::vector<std::uint32_t> result;
-        for (const notice& one : all()) {
-            result.push_back(one.code);
-        }
-        return result;
-    }
-    void clear() {
-        const std::lock_guard lock(m_mutex);
-        m_notices.clear();
-    }
-
-    /// Runs inside the callback, after the notice was recorded.
-    std::function<void(const notice&)> on_notice;
-
-private:
-    void add(os::inet_handle handle, std::uint32_t code, const void* information, std::uint32_t length) {
-        notice one;
-        one.handle = handle;
-        one.code = code;
-        one.thread = std::this_thread::get_id();
-        if (code == os::k_notice_request_complete) {
-            one.result = *static_cast<const os::inet_async_result*>(information);
-        } else if (code == os::k_notice_handle_created || code == os::k_notice_handle_closing) {
-            one.about = *static_cast<const os::inet_handle*>(information);
-        } else if (code == os::k_notice_request_sent || code == os::k_notice_response_received) {
-            one.number = *static_cast<const std::uint32_t*>(information);
-        } else if (code == os::k_notice_redirect) {
-            one.text = static_cast<const wchar*>(information);
-            EXPECT_EQ((one.text.size() + 1) * sizeof(wchar), length);
-        }
-        {
-            const std::lock_guard lock(m_mutex);
-            m_notices.push_back(one);
-            if (code == os::k_notice_request_complete) {
-                m_completions.push_back(one.result);
-            }
-            m_changed.notify_all();
-        }
-        if (on_notice) {
-            on_notice(one);
-        }
-    }
-
-    mutable std::mutex m_mutex;  // guards all below
-    std::condition_variable m_changed;
-    std::vector<notice> m_notices;
-    std::vector<os::inet_async_result> m_completions;
-    std::size_t m_asked = 0;
-};
 
 /// A service to test, and what it can't do.
 struct inet_under_test {
@@ -118,78 +19,498 @@ inline void PrintTo(const inet_under_test& which, std::ostream* out) {
     *out << which.name;
 }
 
-/// A session and a connection to a test server, closed at the end.
-class inet_client {
-public:
-    inet_client(os::inet_service& service, std::uint16_t port, const wchar* host = TESSEL_W("127.0.0.1"))
-        : net(service), session(service.open(os::k_access_direct, {}, {}, TESSEL_W("agent/1"), true)) {
-        net.set_callback(session, notice_log::callback);
-        connection = net.connect(session, host, port, {}, {}, connection_log.context());
-    }
-    ~inet_client() { net.close(session); }
-    inet_client(const inet_client&) = delete;
-    inet_client& operator=(const inet_client&) = delete;
-
-    os::inet_handle request(const wchar* verb = TESSEL_W("GET"), const wchar* object = TESSEL_W("/"),
-                            std::uint32_t flags = os::k_request_keep_connection) {
-        return net.open_request(connection, verb, object, flags, log.context());
-    }
-    os::inet_handle sent(const wchar* verb = TESSEL_W("GET"), const wchar* object = TESSEL_W("/")) {
-        const os::inet_handle handle = request(verb, object);
-        EXPECT_TRUE(net.send(handle, {}, nullptr, 0, os::inet_send_mode::begin, log.context()).pending());
-        EXPECT_EQ(1U, log.wait().result);
-        return handle;
-    }
-    /// Ends the request; the error of the completion.
-    std::uint32_t end(os::inet_handle handle) {
-        EXPECT_TRUE(net.end(handle, log.context()).pending());
-        return log.wait().error;
-    }
-    std::uint32_t status(os::inet_handle handle) {
-        std::uint32_t number = 12345;
-        EXPECT_TRUE(net.query_number(handle, os::k_query_status_code, number).ok());
-        return number;
-    }
-    /// Reads to the end with reads of `piece` bytes. error: of the failed read, 0 at a regular end.
-    std::string body(os::inet_handle handle, std::uint32_t& error, std::uint32_t piece = 4096) {
-        std::string text;
-        std::vector<char> buffer(piece);
-        for (;;) {
-            os::inet_read_status got = net.read(handle, buffer.data(), piece, log.context());
-            if (got.status.pending()) {
-                const os::inet_async_result result = log.wait();
-                got = {{result.error}, result.bytes};
-            }
-            text.append(buffer.data(), got.bytes);
-            error = got.status.error;
-            if (error != 0 || got.bytes == 0) {
-                return text;
-            }
-        }
-    }
-    std::string body(os::inet_handle handle) {
-        std::uint32_t error = 0;
-        std::string text = body(handle, error);
-        EXPECT_EQ(0U, error);
-        return text;
-    }
-    kro::tessel::wide_string text(os::inet_handle handle, std::uint32_t what) {
-        std::uint32_t index = 0;
-        kro::tessel::wide_string value;
-        EXPECT_EQ(0U, net.query_text(handle, what, index, value).error);
-        return value;
-    }
-
-    os::inet_service& net;
-    notice_log connection_log;
-    notice_log log;
-    os::inet_handle session;
-    os::inet_handle connection;
-};
-
 class InetContract : public testing::TestWithParam<inet_under_test> {
 protected:
     os::inet_service& net() { return *GetParam().service(); }
 };
+
+// A caller tells a stale handle from a wrong one by these numbers.
+TEST_P(InetContract, GivesEachWrongHandleItsNumber) {
+    test_server server;
+    inet_client client(net(), server.port());
+    const auto request = client.request();
+    const auto closed = client.request();
+    ASSERT_TRUE(net().close(closed).ok());
+    const auto unknown = reinterpret_cast<os::inet_handle>(std::uintptr_t{0x7FFFFFF1});
+    char byte = 0;
+    std::uint32_t number = 0;
+    kro::tessel::wide_string text;
+    const struct {
+        const char* what;
+        std::uint32_t error;
+        std::function<bool()> call;  // true: it succeeded
+    } rows[] = {
+        {"connect on null", 6,
+         [&] { return net().connect(nullptr, TESSEL_W("h"), 0, {}, {}, 1) != nullptr; }},
+        {"connect on a request", 6,
+         [&] { return net().connect(request, TESSEL_W("h"), 0, {}, {}, 1) != nullptr; }},
+        {"connect without a host", 87,
+         [&] { return net().connect(client.session, {}, 0, {}, {}, 1) != nullptr; }},
+        {"open_request on a session", 12018,
+         [&] { return net().open_request(client.session, {}, {}, 0, 1) != nullptr; }},
+        {"open_request on null", 12018, [&] { return net().open_request(nullptr, {}, {}, 0, 1) != nullptr; }},
+        {"send on a connection", 12018,
+         [&] { return !net().send(client.connection, {}, nullptr, 0, os::inet_send_mode::begin, 1).error; }},
+        {"send on a closed request", 12018,
+         [&] { return !net().send(closed, {}, nullptr, 0, os::inet_send_mode::begin, 1).error; }},
+        {"end on a session", 12018, [&] { return !net().end(client.session, 1).error; }},
+        {"read on null", 6, [&] { return !net().read(nullptr, &byte, 1, 1).status.error; }},
+        {"read on a connection", 12018,
+         [&] { return !net().read(client.connection, &byte, 1, 1).status.error; }},
+        {"read before sending", 12019, [&] { return !net().read(request, &byte, 1, 1).status.error; }},
+        {"query on an unknown value", 12018, [&] { return !net().query_number(unknown, 19, number).error; }},
+        {"time-out of a closed handle", 6,
+         [&] { return !net().get_timeout(closed, os::inet_timeout::receive, number).error; }},
+        {"account of a session", 12009,
+         [&] {
+             return !net().get_credentials(client.session, os::inet_credentials::proxy, text, text).error;
+         }},
+        {"account of null", 12009,
+         [&] { return !net().set_credentials(nullptr, os::inet_credentials::proxy, &text, nullptr).error; }},
+        {"close of null", 6, [&] { return !net().close(nullptr).error; }},
+        {"second close", 6, [&] { return !net().close(closed).error; }},
+        {"a proxy session without a proxy", 87,
+         [&] { return net().open(os::k_access_proxy, {}, {}, {}, true) != nullptr; }},
+        {"dialogue without a window", 6, [&] { return !net().dialog(nullptr, request, 12014, 7); }},
+        {"dialogue without a request", 87, [&] { return !net().dialog(&server, nullptr, 12014, 7); }},
+        {"dialogue of an unknown value", 6, [&] { return !net().dialog(&server, unknown, 12014, 7); }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        os::set_last_error(0x5555);
+        EXPECT_FALSE(row.call());
+        EXPECT_EQ(row.error, os::last_error());
+    }
+}
+
+TEST_P(InetContract, ClosesTheWholeSubtreeTheYoungestFirst) {
+    test_server server;
+    inet_client client(net(), server.port());
+    const auto first = client.request();
+    const auto second = client.request();
+    client.log.clear();
+    ASSERT_TRUE(net().close(client.session).ok());
+    const auto closings = client.log.all();
+    ASSERT_EQ(2U, closings.size());
+    EXPECT_EQ(second, closings[0].about);
+    EXPECT_EQ(first, closings[1].about);
+    EXPECT_THAT(client.connection_log.codes(), testing::ElementsAre(60, 70));
+    EXPECT_EQ(os::k_error_invalid_handle, net().close(first).error);
+    EXPECT_EQ(os::k_error_invalid_handle, net().close(client.connection).error);
+}
+
+TEST_P(InetContract, TellsOfANewHandleInsideTheCallWithItsParent) {
+    test_server server;
+    inet_client client(net(), server.port());
+    const auto request = client.request();
+    const auto seen = client.log.all();
+    ASSERT_EQ(1U, seen.size());
+    EXPECT_EQ(os::k_notice_handle_created, seen[0].code);
+    EXPECT_EQ(client.connection, seen[0].handle);
+    EXPECT_EQ(request, seen[0].about);
+    EXPECT_EQ(std::this_thread::get_id(), seen[0].thread);
+    EXPECT_EQ(client.session, client.connection_log.all().at(0).handle);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(request) & 0xFFFFFFFFU,
+              reinterpret_cast<std::uintptr_t>(request))
+        << "callers keep 32 bits";
+}
+
+TEST_P(InetContract, RefusesASecondOperationWhileOneIsPending) {
+    test_server server;
+    inet_client client(net(), server.port());
+    const auto request = client.sent();
+    auto peer = server.accept();
+    ASSERT_TRUE(net().end(request, client.log.context()).pending());
+    char byte = 0;
+    EXPECT_EQ(12026U, net().end(request, client.log.context()).error);
+    EXPECT_EQ(12026U, net().read(request, &byte, 1, client.log.context()).status.error);
+    EXPECT_EQ(12026U,
+              net().send(request, {}, nullptr, 0, os::inet_send_mode::begin, client.log.context()).error);
+    peer.answer("x");
+    EXPECT_EQ(0U, client.log.wait().error);
+}
+
+// The engine prompts again on every asynchronous completion, so a read must not wait for what is there.
+TEST_P(InetContract, ReadsAtOnceWhatIsThereAndWaitsOtherwise) {
+    test_server server;
+    inet_client client(net(), server.port());
+    const auto request = client.sent();
+    auto peer = server.accept();
+    peer.read_request();
+    peer.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n01234");
+    ASSERT_EQ(0U, client.end(request));
+    ASSERT_TRUE(net().available(request).bytes <= 5U);
+    char bytes[16] = {};
+    os::inet_read_status got = net().read(request, bytes, 4, client.log.context());
+    if (got.status.pending()) {
+        got.bytes = client.log.wait().bytes;
+    }
+    ASSERT_EQ(4U, got.bytes);
+    got = net().read(request, bytes + 4, 12, client.log.context());
+    ASSERT_TRUE(got.status.pending());
+    EXPECT_EQ(997U, os::last_error());
+    peer.send("56789");
+    EXPECT_EQ(6U, client.log.wait().bytes);
+    EXPECT_STREQ("0123456789", bytes);
+    got = net().read(request, bytes, 1, client.log.context());
+    EXPECT_TRUE(got.status.ok());
+    EXPECT_EQ(0U, got.bytes);
+}
+
+TEST_P(InetContract, AnswersQueries) {
+    test_server server;
+    inet_client client(net(), server.port());
+    const auto request = client.request(TESSEL_W("GET"));
+    EXPECT_EQ(0U, client.status(request)) << "before any response";
+    ASSERT_TRUE(
+        net().send(request, {}, nullptr, 0, os::inet_send_mode::begin, client.log.context()).pending());
+    auto peer = server.accept();
+    peer.read_request();
+    client.log.wait();
+    std::uint32_t index = 0;
+    std::uint32_t number = 7;
+    kro::tessel::wide_string text = TESSEL_W("untouched");
+    EXPECT_EQ(12019U, net().query_text(request, 19, index, text).error) << "between send and end";
+    peer.send(
+        "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\nX-A:  one \r\nx-a: two\r\nContent-Type: text/\xE9\n"
+        "Set-Cookie: a=b\r\nX-Big: 4294967296\r\nX-Bad: 12abc\r\n\r\n");
+    ASSERT_EQ(0U, client.end(request));
+    const struct {
+        std::uint32_t what;
+        std::uint32_t index;
+        const wchar* name;  // in: of a custom header
+        std::uint32_t error;
+        const wchar* text;
+        std::uint32_t index_after;
+    } rows[] = {
+        {19, 0, TESSEL_W(""), 0, TESSEL_W("404"), 0},
+        {19, 1, TESSEL_W(""), 12150, TESSEL_W(""), 1},
+        {20, 0, TESSEL_W(""), 0, TESSEL_W("Not Found"), 0},
+        {18, 0, TESSEL_W(""), 0, TESSEL_W("HTTP/1.1"), 0},
+        {45, 0, TESSEL_W(""), 0, TESSEL_W("GET"), 1},
+        {5, 0, TESSEL_W(""), 0, TESSEL_W("0"), 1},
+        {1, 0, TESSEL_W(""), 0, TESSEL_W("text/\u00E9"), 1},
+        {29, 0, TESSEL_W("kept"), 12150, TESSEL_W("kept"), 0},
+        {43, 0, TESSEL_W(""), 0, TESSEL_W("a=b"), 1},
+        {65535, 0, TESSEL_W("X-A"), 0, TESSEL_W("one"), 1},
+        {65535, 1, TESSEL_W("X-A"), 0, TESSEL_W("two"), 2},
+        {65535, 2, TESSEL_W("X-A"), 12150, TESSEL_W("X-A"), 2},
+        {19 | os::k_query_request_headers, 0, TESSEL_W(""), 12154, TESSEL_W(""), 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.what << " index " << row.index);
+        index = row.index;
+        text = row.name;
+        EXPECT_EQ(row.error, net().query_text(request, row.what, index, text).error);
+        EXPECT_EQ(row.text, text);
+        EXPECT_EQ(row.index_after, index);
+    }
+    EXPECT_EQ(0U, net().query_number(request, 5, number).error);
+    EXPECT_EQ(0U, number);
+    EXPECT_EQ(12153U, net().query_number(request, 1, number).error);
+    const auto raw = client.text(request, 22);
+    EXPECT_EQ(0U, raw.find(TESSEL_W("HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n")));
+    EXPECT_EQ(raw.size() - 4, raw.rfind(TESSEL_W("\r\n\r\n")));
+}
+
+TEST_P(InetContract, KeepsTheCallersHeadersAndReplacesThemByName) {
+    const struct {
+        const char* what;
+        const wchar* first;   // headers of the first send
+        const wchar* second;  // of the second, on the same handle
+        const char* wanted;   // the caller's part of what the second one sends
+    } rows[] = {
+        {"kept", TESSEL_W("A: 1"), TESSEL_W(""), "A: 1\r\n"},
+        {"replaced, goes last", TESSEL_W("A: 1\r\nB: 2\r\n"), TESSEL_W("a: 3"), "B: 2\r\na: 3\r\n"},
+        {"the last of two wins", TESSEL_W("A: 1\r\nA: 2"), TESSEL_W(""), "A: 2\r\n"},
+        {"without a colon: skipped", TESSEL_W("nonsense\r\nA: 1"), TESSEL_W(""), "A: 1\r\n"},
+        {"without a value: removed", TESSEL_W("A: 1\r\nB: 2"), TESSEL_W("A:"), "B: 2\r\n"},
+        {"a lone CR or LF divides too", TESSEL_W("A: 1\rB: 2\n\nC:  3 "), TESSEL_W(""),
+         "A: 1\r\nB: 2\r\nC: 3\r\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        test_server server;
+        inet_client client(net(), server.port());
+        const auto request = client.request(TESSEL_W("GET"), TESSEL_W("/"), 0);
+        server_connection peer;
+        std::string received;
+        for (const wchar* const headers : {row.first, row.second}) {
+            ASSERT_TRUE(
+                net()
+                    .send(request, headers, nullptr, 0, os::inet_send_mode::whole, client.log.context())
+                    .pending());
+            if (!peer.is_open()) {
+                peer = server.accept();
+            }
+            received = peer.read_request();
+            peer.answer("");
+            ASSERT_EQ(0U, client.log.wait().error);
+        }
+        EXPECT_EQ("GET / HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server.port()) +
+                      "\r\nUser-Agent: agent/1\r\n" + row.wanted + "\r\n",
+                  received);
+    }
+}
+
+TEST_P(InetContract, FollowsRedirects) {
+    const struct {
+        int status;
+        const wchar* verb;
+        const char* next_verb;
+        bool keeps_body;
+    } rows[] = {
+        {301, TESSEL_W("POST"), "GET", false}, {302, TESSEL_W("GET"), "GET", false},
+        {303, TESSEL_W("PUT"), "GET", false},  {302, TESSEL_W("HEAD"), "HEAD", false},
+        {307, TESSEL_W("POST"), "POST", true}, {308, TESSEL_W("PUT"), "PUT", true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.status);
+        test_server server;
+        inet_client client(net(), server.port());
+        const auto request = client.request(row.verb, TESSEL_W("/one/two"));
+        const bool has_body = *row.verb == TESSEL_W('P');
+        const wchar* const headers = has_body ? TESSEL_W("Content-Type: a/b\r\nX: y") : TESSEL_W("X: y");
+        ASSERT_TRUE(net()
+                        .send(request, headers, has_body ? "body" : nullptr, has_body ? 4 : 0,
+                              os::inet_send_mode::begin, client.log.context())
+                        .pending());
+        auto peer = server.accept();
+        peer.read_request();
+        ASSERT_EQ(1U, client.log.wait().result);
+        client.log.clear();
+        ASSERT_TRUE(net().end(request, client.log.context()).pending());
+        const char* const body = *row.verb == TESSEL_W('H') ? "" : "moved";
+        peer.send("HTTP/1.1 " + std::to_string(row.status) +
+                  " Moved\r\nLocation: ../three?q\r\nContent-Length: 5\r\n\r\n" + body);
+        const std::string next = peer.read_request();
+        EXPECT_EQ(0U, next.find(std::string(row.next_verb) + " /three?q HTTP/1.1\r\n")) << next;
+        EXPECT_NE(std::string::npos, next.find("X: y\r\n"));
+        EXPECT_EQ(row.keeps_body, next.find("\r\n\r\nbody") != std::string::npos);
+        EXPECT_EQ(row.keeps_body, next.find("Content-Type: a/b") != std::string::npos);
+        peer.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+        EXPECT_EQ(0U, client.log.wait().error);
+        EXPECT_EQ(200U, client.status(request));
+        EXPECT_THAT(client.log.codes(), testing::ElementsAre(40, 41, 110, 30, 31, 40, 41, 100));
+        EXPECT_EQ(TESSEL_W("http://127.0.0.1:") + client.port_text() + TESSEL_W("/three?q"),
+                  client.log.all().at(2).text);
+    }
+}
+
+TEST_P(InetContract, DeliversOrRefusesRedirectsThatItDoesNotFollow) {
+    const struct {
+        const char* what;
+        std::uint32_t flags;
+        const char* head;
+        std::uint32_t error;
+        std::uint32_t status;
+    } rows[] = {
+        {"told not to", os::k_request_no_auto_redirect, "302 Found\r\nLocation: /x", 0, 302},
+        {"no Location", 0, "302 Found\r\nX: y", 0, 302},
+        {"another scheme", 0, "302 Found\r\nLocation: ftp://host/", 0, 302},
+        {"no redirect status", 0, "304 Not Modified\r\nLocation: /x", 0, 304},
+        {"no host", 0, "302 Found\r\nLocation: http:///nohost", 12005, 302},
+        {"to https, not allowed", 0, "302 Found\r\nLocation: https://127.0.0.1/", 12039, 302},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        test_server server;
+        inet_client client(net(), server.port());
+        const auto request = client.request(TESSEL_W("GET"), TESSEL_W("/"), row.flags);
+        ASSERT_TRUE(
+            net().send(request, {}, nullptr, 0, os::inet_send_mode::whole, client.log.context()).pending());
+        auto peer = server.accept();
+        peer.read_request();
+        peer.send("HTTP/1.1 " + std::string(row.head) + "\r\nContent-Length: 0\r\n\r\n");
+        EXPECT_EQ(row.error, client.log.wait().error);
+        EXPECT_EQ(row.status, client.status(request)) << "the response stays readable";
+    }
+}
+
+TEST_P(InetContract, GivesUpARedirectLoop) {
+    test_server server;
+    inet_client client(net(), server.port());
+    const auto request = client.request();
+    ASSERT_TRUE(
+        net().send(request, {}, nullptr, 0, os::inet_send_mode::whole, client.log.context()).pending());
+    auto peer = server.accept();
+    for (int hop = 0; hop <= 100; ++hop) {
+        ASSERT_FALSE(peer.read_request().empty());
+        peer.send("HTTP/1.1 302 Found\r\nLocation: /again\r\nContent-Length: 0\r\n\r\n");
+    }
+    EXPECT_EQ(12156U, client.log.wait().error);
+}
+
+TEST_P(InetContract, InheritsTimeOutsWhenAHandleIsMade) {
+    test_server server;
+    inet_client client(net(), server.port());
+    const auto receive = [this](os::inet_handle handle) {
+        std::uint32_t value = 0;
+        EXPECT_TRUE(net().get_timeout(handle, os::inet_timeout::receive, value).ok());
+        return value;
+    };
+    const std::uint32_t before = receive(nullptr);
+    const auto early = client.request();
+    ASSERT_TRUE(net().set_timeout(nullptr, os::inet_timeout::receive, 120000).ok());
+    const auto late = client.request();
+    EXPECT_EQ(before, receive(early)) << "a handle keeps what held when it was made";
+    EXPECT_EQ(120000U, receive(late));
+    ASSERT_TRUE(net().set_timeout(client.connection, os::inet_timeout::receive, 5000).ok());
+    EXPECT_EQ(120000U, receive(late));
+    EXPECT_EQ(5000U, receive(client.request())) << "the nearest value counts";
+    net().set_timeout(nullptr, os::inet_timeout::receive, before);
+}
+
+TEST_P(InetContract, TimesOutAWaitAndNotTheWhole) {
+    test_server server;
+    inet_client client(net(), server.port());
+    net().set_timeout(client.connection, os::inet_timeout::receive, 300);
+    const auto request = client.sent();
+    auto peer = server.accept();
+    peer.read_request();
+    peer.send("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n");
+    ASSERT_EQ(0U, client.end(request));
+    std::string body(100, '\0');
+    ASSERT_TRUE(net().read(request, body.data(), 100, client.log.context()).status.pending());
+    for (int piece = 0; piece < 6; ++piece) {  // longer than the time-out, in pieces that are shorter
+        EXPECT_FALSE(client.log.completes_within(std::chrono::milliseconds(100)));
+        peer.send("x");
+    }
+    const os::inet_async_result result = client.log.wait();
+    EXPECT_EQ(12002U, result.error);
+    EXPECT_GE(result.bytes, 5U) << "what came is in the destination";
+    EXPECT_EQ('x', body[0]);
+    const auto silent = client.sent();
+    EXPECT_EQ(12002U, client.end(silent)) << "no response at all";
+}
+
+TEST_P(InetContract, StaysSilentWithoutAContext) {
+    test_server server;
+    inet_client client(net(), server.port());
+    const auto request = net().open_request(client.connection, {}, TESSEL_W("/"), 0, 0);
+    ASSERT_NE(nullptr, request);
+    EXPECT_TRUE(net().send(request, {}, nullptr, 0, os::inet_send_mode::whole, 0).pending());
+    auto peer = server.accept();
+    peer.read_request();
+    peer.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+    EXPECT_TRUE(peer.wait_for_close());
+    EXPECT_TRUE(net().close(request).ok());
+    EXPECT_THAT(client.log.codes(), testing::IsEmpty());
+}
+
+TEST_P(InetContract, CloseCompletesWhatIsPending) {
+    test_server server;
+    inet_client client(net(), server.port());
+    const auto request = client.sent();
+    auto peer = server.accept();
+    peer.read_request();
+    ASSERT_TRUE(net().end(request, client.log.context()).pending());
+    client.log.clear();
+    EXPECT_TRUE(net().close(request).ok());
+    const auto last = client.log.all();
+    ASSERT_GE(last.size(), 2U);
+    EXPECT_EQ(100U, last.front().code);
+    EXPECT_EQ(12017U, last.front().result.error);
+    EXPECT_EQ(70U, last.back().code);
+    EXPECT_EQ(request, last.back().about);
+    EXPECT_TRUE(peer.wait_for_close());
+}
+
+TEST_P(InetContract, CloseWaitsForACallbackOnAnotherThread) {
+    test_server server;
+    inet_client client(net(), server.port());
+    const auto request = client.request();
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool inside = false;
+    bool released = false;
+    std::atomic<bool> left{false};
+    client.log.on_notice = [&](const notice& one) {
+        if (one.code != os::k_notice_request_complete) {
+            return;
+        }
+        std::unique_lock lock(mutex);
+        inside = true;
+        changed.notify_all();
+        changed.wait(lock, [&] { return released; });
+        left = true;
+    };
+    ASSERT_TRUE(
+        net().send(request, {}, nullptr, 0, os::inet_send_mode::begin, client.log.context()).pending());
+    auto peer = server.accept();
+    {
+        std::unique_lock lock(mutex);
+        ASSERT_TRUE(changed.wait_for(lock, std::chrono::seconds(20), [&] { return inside; }));
+    }
+    std::thread closer([&] {
+        net().close(request);
+        EXPECT_TRUE(left) << "close came back while the callback was running";
+    });
+    {
+        const std::lock_guard lock(mutex);
+        released = true;
+        changed.notify_all();
+    }
+    closer.join();
+    EXPECT_EQ(70U, client.log.codes().back());
+}
+
+TEST_P(InetContract, MayBeClosedFromItsOwnCallback) {
+    test_server server;
+    inet_client client(net(), server.port());
+    const auto request = client.request();
+    client.log.on_notice = [&](const notice& one) {
+        if (one.code == os::k_notice_request_complete && one.result.result == 1) {
+            EXPECT_TRUE(net().close(request).ok());
+        }
+    };
+    ASSERT_TRUE(
+        net().send(request, {}, nullptr, 0, os::inet_send_mode::begin, client.log.context()).pending());
+    auto peer = server.accept();
+    EXPECT_EQ(1U, client.log.wait().result);
+    EXPECT_TRUE(peer.read_head().size() > 0 && peer.wait_for_close());
+    EXPECT_EQ(70U, client.log.codes().back());
+}
+
+TEST_P(InetContract, KeepsAccountsOnTheConnection) {
+    test_server server;
+    inet_client client(net(), server.port());
+    const auto one = client.request();
+    const auto other = client.request();
+    const kro::tessel::wide_string user = TESSEL_W("me");
+    const kro::tessel::wide_string password = TESSEL_W("secret");
+    EXPECT_TRUE(net().set_credentials(one, os::inet_credentials::proxy, &user, nullptr).ok());
+    EXPECT_TRUE(net().set_credentials(one, os::inet_credentials::proxy, nullptr, &password).ok());
+    for (const auto handle : {other, client.connection}) {
+        kro::tessel::wide_string seen_user;
+        kro::tessel::wide_string seen_password;
+        EXPECT_TRUE(
+            net().get_credentials(handle, os::inet_credentials::proxy, seen_user, seen_password).ok());
+        EXPECT_EQ(user, seen_user);
+        EXPECT_EQ(password, seen_password);
+        EXPECT_TRUE(
+            net().get_credentials(handle, os::inet_credentials::server, seen_user, seen_password).ok());
+        EXPECT_TRUE(seen_user.empty());
+    }
+}
+
+TEST_P(InetContract, StartsAnewWhenSentAgain) {
+    test_server server;
+    inet_client client(net(), server.port());
+    const auto request = client.sent();
+    auto first = server.accept();
+    first.read_request();
+    first.send("HTTP/1.1 401 No\r\nContent-Length: 1000000\r\n\r\nold");
+    ASSERT_EQ(0U, client.end(request));
+    EXPECT_EQ(401U, client.status(request));
+    ASSERT_TRUE(net().send(request, {}, "b", 1, os::inet_send_mode::begin, client.log.context()).pending());
+    EXPECT_TRUE(first.wait_for_close()) << "the old response is given up";
+    auto second = server.accept();
+    second.read_request();
+    second.answer("new");
+    EXPECT_EQ(1U, client.log.wait().result);
+    EXPECT_EQ(0U, client.end(request));
+    EXPECT_EQ("new", client.body(request));
+}
 
 }  // namespace tessel_test

@@ -6,6 +6,9 @@ namespace {
 
 using testing::ElementsAre;
 
+INSTANTIATE_TEST_SUITE_P(Linux, InetContract,
+                         testing::Values(inet_under_test{"linux", [] { return &os::inet(); }}));
+
 TEST(Inet, CarriesARequestFromConnectToTheLastByte) {
     test_server server;
     inet_client client(os::inet(), server.port());

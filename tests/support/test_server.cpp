@@ -93,6 +93,11 @@ bool server_connection::wait_for_close() {
     return m_read.empty() && !fill();
 }
 
+bool server_connection::has_bytes() const {
+    pollfd entry{m_socket, POLLIN, 0};
+    return !m_read.empty() || ::poll(&entry, 1, 0) == 1;
+}
+
 void server_connection::send(std::string_view bytes) {
     while (!bytes.empty()) {
         wait_for(m_socket, POLLOUT, "room to send");

@@ -75,6 +75,14 @@ inet_address address_of(CURLU* url, bool secure) {
     return address;
 }
 
+// "http:///path": libcurl would take the path's first part for the host.
+bool lacks_host(std::string_view location) noexcept {
+    const auto behind = location.find("://");
+    const auto host = behind == std::string_view::npos ? behind : location.find_first_of("/?#", behind + 3);
+    return behind != std::string_view::npos && location.find_first_of("/?#") > behind &&
+           (host == behind + 3 || location.size() == behind + 3);
+}
+
 }  // namespace
 
 std::string inet_address::server() const {
@@ -136,7 +144,8 @@ located resolve_location(const inet_address& base, std::string_view location) {
     const url_handle url(curl_url(), curl_url_cleanup);
     constexpr unsigned flags = CURLU_NON_SUPPORT_SCHEME | CURLU_URLENCODE | CURLU_ALLOW_SPACE;
     const std::string text(trimmed(location));
-    if (url == nullptr || curl_url_set(url.get(), CURLUPART_URL, base.url().c_str(), 0) != CURLUE_OK ||
+    if (url == nullptr || lacks_host(text) ||
+        curl_url_set(url.get(), CURLUPART_URL, base.url().c_str(), 0) != CURLUE_OK ||
         curl_url_set(url.get(), CURLUPART_URL, text.c_str(), flags) != CURLUE_OK) {
         return {};
     }

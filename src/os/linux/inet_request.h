@@ -65,6 +65,8 @@ private:
     last_words cease() override;
     void ceased() override;
 
+    void tell(const notice& what);
+
     // All below need m_mutex held.
     inet_status begin_operation(operation what, std::uintptr_t context);
     inet_status refused_to_run(std::uint32_t error);
@@ -76,7 +78,7 @@ private:
     void queue(std::uint32_t code, std::uint32_t number = 0, wide_string text = {});
     void complete(std::uint32_t error, std::uint32_t bytes = 0);
     void complete_read();
-    bool deliver_soon();
+    void deliver(std::unique_lock<std::mutex>& lock);  ///< without the lock inside the callback
     bool waits_for_response() const noexcept;
     void respond();
     void publish(std::uint32_t error);
@@ -101,7 +103,6 @@ private:
     std::uintptr_t m_operation_context = 0;
     std::vector<notice> m_notices;
     std::size_t m_next_notice = 0;
-    bool m_delivering = false;
 
     // The exchange: of the first hop, or of the last one after redirects.
     std::uint64_t m_tag = 0;  // 0 for none; events with another one are of the past

@@ -25,6 +25,7 @@ struct exchange_place {
     exchange_multi* set = nullptr;
     exchange_origin* from = nullptr;  ///< null once its place there has been given to another
     bool sending = false;             ///< on the list of those whose request is going out
+    std::uint64_t sent_due = 0;       ///< when to say that it went out
 };
 
 /// An exchange as the service keeps it, from submit on; waiting ones own no libcurl handle.
@@ -79,6 +80,7 @@ public:
     /// Reports the request as sent once it is. False while bytes are still to go out.
     bool progress_sent();
 
+    bool sent_told() const noexcept { return m_sent_told; }
     bool resolving() const noexcept { return m_resolving; }
     /// When the present wait is over, k_never when it has no limit.
     std::uint64_t deadline() const noexcept { return m_deadline; }

@@ -23,8 +23,11 @@ namespace {
 constexpr std::size_t k_max_idle_handles = 64;
 constexpr std::size_t k_max_idle_origins = 256;
 constexpr long k_max_idle_connections = 256;
-constexpr int k_events_a_turn = 128;
 constexpr int k_rounds_a_turn = 4;
+
+// "Sent" waits so long for the response's headers to come along: with a near server both are told at once,
+// which saves waking whoever waits for them a second time. Nobody can do anything with it before.
+constexpr std::uint64_t k_sent_delay_ms = 1;
 
 void prepare_libraries() {
     static const bool prepared = [] {
@@ -187,7 +190,8 @@ void transfer_loop::stop() noexcept {
 void transfer_loop::run() {
     pthread_setname_np(pthread_self(), "tessel-inet");
     while (wait_for_events()) {
-        take_inbox();
+        take_inbox();  // first: what was cancelled shall not go on because of an event that came with it
+        handle_events();
         drive();
         check_deadlines();
         report_sent();
@@ -215,7 +219,8 @@ int transfer_loop::sleep_limit() const noexcept {
     if (m_unfinished) {
         return 0;
     }
-    const std::uint64_t due = std::min({m_multis[0].timer_due, m_multis[1].timer_due, m_next_check});
+    const std::uint64_t due =
+        std::min({m_multis[0].timer_due, m_multis[1].timer_due, m_next_check, m_next_sent});
     if (due == k_never) {
         return -1;
     }
@@ -234,14 +239,17 @@ bool transfer_loop::wait_for_events() {
         limit = m_inbox.empty() ? limit : 0;
         m_sleeping = limit != 0;
     }
-    epoll_event events[k_events_a_turn];
-    const int count = ::epoll_wait(m_epoll, events, k_events_a_turn, limit);
+    const int count = ::epoll_wait(m_epoll, m_events.data(), static_cast<int>(m_events.size()), limit);
+    m_event_count = static_cast<std::size_t>(std::max(count, 0));
     read_clock();
     ++m_turn;
-    for (int i = 0; i < count; ++i) {
-        handle_event(events[i].data.fd, events[i].events);
-    }
     return true;
+}
+
+void transfer_loop::handle_events() {
+    for (std::size_t i = 0; i < m_event_count; ++i) {
+        handle_event(m_events[i].data.fd, m_events[i].events);
+    }
 }
 
 void transfer_loop::handle_event(int socket, std::uint32_t events) {
@@ -348,6 +356,7 @@ void transfer_loop::told(curl_transfer& which) {
 void transfer_loop::sending(curl_exchange& which) {
     if (!which.place.sending) {
         which.place.sending = true;
+        which.place.sent_due = m_now + k_sent_delay_ms;
         m_sending.push_back(&which);
     }
 }
@@ -537,9 +546,15 @@ void transfer_loop::check_deadlines() {
 }
 
 void transfer_loop::report_sent() {
-    const auto sent = [](curl_exchange* exchange) {
-        exchange->place.sending = !exchange->progress_sent();
-        return !exchange->place.sending;
+    m_next_sent = k_never;
+    const auto sent = [this](curl_exchange* exchange) {
+        exchange_place& place = exchange->place;
+        const bool waits = !exchange->sent_told() && m_now < place.sent_due;
+        if (waits) {
+            m_next_sent = std::min(m_next_sent, place.sent_due);
+        }
+        place.sending = waits || !exchange->progress_sent();
+        return !place.sending;
     };
     m_sending.erase(std::remove_if(m_sending.begin(), m_sending.end(), sent), m_sending.end());
 }

@@ -3,6 +3,9 @@
 
 #include "os/linux/transfer_curl.h"
 
+#include <sys/epoll.h>
+
+#include <array>
 #include <atomic>
 #include <deque>
 #include <memory>
@@ -84,6 +87,7 @@ private:
     void read_clock() noexcept;
     int sleep_limit() const noexcept;
     bool wait_for_events();
+    void handle_events();
     void handle_event(int socket, std::uint32_t events);
     watched& entry_of(int socket);
     void watch(multi& set, int socket, std::uint32_t wanted);
@@ -119,7 +123,9 @@ private:
 
     // The service thread's own.
     std::uint64_t m_now = 0;
-    multi m_multis[2];               // certificates' dates checked, and not
+    multi m_multis[2];  // certificates' dates checked, and not
+    std::array<epoll_event, 128> m_events{};
+    std::size_t m_event_count = 0;
     std::vector<watched> m_watched;  // by descriptor
     std::vector<command> m_commands;
     std::unordered_map<std::string, origin> m_origins;
@@ -130,6 +136,7 @@ private:
     std::vector<std::shared_ptr<transfer_sink>> m_handing_over;
     std::uint64_t m_turn = 1;
     std::uint64_t m_next_check = k_never;
+    std::uint64_t m_next_sent = k_never;
     bool m_unfinished = false;  // the turn ended with exchanges to be looked after
 };
 
