@@ -149,10 +149,16 @@ private:
                 m_tables->single[byte] = single_unit(byte);
             }
         }
-        m_tables->latin1_from_a0_on = true;
-        for (unsigned byte = 0xA0; byte < 256; ++byte) {
-            m_tables->latin1_from_a0_on = m_tables->latin1_from_a0_on && m_tables->single[byte] == byte;
+        find_run();
+    }
+
+    void find_run() {
+        unsigned first = 0xFF;
+        m_tables->run_distance = static_cast<std::uint16_t>(m_tables->single[first] - first);
+        while (first > 0x80U && m_tables->single[first - 1] + 1 == m_tables->single[first]) {
+            --first;
         }
+        m_tables->run_first = static_cast<std::uint8_t>(first);
     }
 
     wchar single_unit(unsigned byte) {
@@ -235,7 +241,7 @@ private:
         for (std::size_t high = 0; high < 256; ++high) {
             const auto first = narrow.begin() + static_cast<std::ptrdiff_t>(high * 256);
             if (std::any_of(first, first + 256, [](std::uint16_t bytes) { return bytes != 0; })) {
-                m_tables->block_of[high] = static_cast<std::uint16_t>(blocks.size() / 256);
+                m_tables->block_start[high] = static_cast<std::uint32_t>(blocks.size());
                 blocks.insert(blocks.end(), first, first + 256);
             }
         }
