@@ -32,10 +32,12 @@ function(tessel_test name)
     PROPERTIES LABELS "${area};${arg_LABELS}" TIMEOUT 120)
 endfunction()
 
-# tessel_bench(area): bench/area_bench.cpp.
+# tessel_bench(area): bench/area_bench.cpp, built by the target "benches" only.
+add_custom_target(benches)
 function(tessel_bench area)
   add_executable(${area}_bench ${PROJECT_SOURCE_DIR}/bench/${area}_bench.cpp)
   tessel_use_insides(${area}_bench benchmark::benchmark ${ARGN})
+  add_dependencies(benches ${area}_bench)
 endfunction()
 
 # tessel_fuzz(grammar): fuzz/grammar_fuzz.cpp, with its corpus in fuzz/corpus/grammar.

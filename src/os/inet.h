@@ -93,6 +93,7 @@ inline constexpr std::uint32_t k_error_inet_cert_date_invalid = 12037;
 inline constexpr std::uint32_t k_error_inet_cert_cn_invalid = 12038;
 inline constexpr std::uint32_t k_error_inet_redirect_to_https = 12039;
 inline constexpr std::uint32_t k_error_inet_redirect_to_http = 12040;
+inline constexpr std::uint32_t k_error_inet_async_thread_failed = 12047;
 inline constexpr std::uint32_t k_error_inet_client_cert_needed = 12044;
 inline constexpr std::uint32_t k_error_inet_invalid_ca = 12045;
 inline constexpr std::uint32_t k_error_inet_revocation_check_failed = 12057;
@@ -244,7 +245,8 @@ public:
 };
 
 inet_service& inet();  ///< the one in force; the system's lives until unload
-/// Puts another in force, null the system's again. Returns the one that was. Only while nothing runs.
+/// Puts another in force, null the system's again. Returns the one that was, null for the system's. Only
+/// while nothing runs.
 inet_service* replace_inet_for_test(inet_service* service);
 
 }  // namespace kro::tessel::os

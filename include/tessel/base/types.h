@@ -43,7 +43,7 @@ using wide_string = std::basic_string<wchar>;
 inline wide_string from_wchar_t(const wchar_t* text) {
     wide_string units;
     for (; text != nullptr && *text != 0; ++text) {
-        const auto point = static_cast<std::uint32_t>(*text);
+        const auto point = static_cast<std::uint32_t>(*text);  // NOLINT(bugprone-signed-char-misuse): no char
         if (point > 0x10FFFFU || (point >= 0xD800U && point <= 0xDFFFU)) {
             units.push_back(static_cast<wchar>(0xFFFDU));
         } else if (point < 0x10000U) {

@@ -1,0 +1,181 @@
+// The flat functions by which hosts start and handle requests.
+#include "os/code_page.h"
+#include "os/inet.h"
+#include "os/thread.h"
+
+#include "base/text_conversion.h"
+#include "http/engine_state.h"
+#include "http/request_machine.h"
+#include "tessel/base/trace.h"
+#include "tessel/http/engine.h"
+
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <new>
+#include <utility>
+
+namespace kro::tessel::http {
+namespace {
+
+constexpr const wchar* k_default_headers =
+    TESSEL_W("Content-Type: application/x-www-form-urlencoded;charset:utf-8");
+constexpr const wchar* k_gzip_header = TESSEL_W("\r\nAccept-Encoding: gzip, deflate");
+
+request_ref find_traced(void* handle, const wchar* message) {
+    request_ref slot = engine().live.find(static_cast<session_context*>(handle));
+    if (slot == nullptr) {
+        trace_message(trace_debug) << message << static_cast<const void*>(handle);
+    }
+    return slot;
+}
+
+void copy_body(session_context& context, const void* data, std::uint32_t size) {
+    auto* const copy = new unsigned char[size];
+    delete[] static_cast<unsigned char*>(std::exchange(context.data, copy));
+    if (size != 0) {
+        std::memcpy(copy, data, size);
+    }
+    context.data_len = size;
+}
+
+struct start_outcome {
+    std::uint32_t error;
+    bool is_callers;  // the context is still the caller's
+};
+
+std::uint32_t start_guarded(const request_ref& slot) try {
+    return request_machine(engine(), slot).start();
+} catch (const std::bad_alloc&) {
+    return os::k_error_not_enough_memory;
+}
+
+// Starts a context that isn't live yet. One that fails after it joined the live list is taken off again,
+// unless another thread has ended it already: then it goes with its slot.
+start_outcome start_new(session_context* context) {
+    const auto slot = std::make_shared<request_slot>(context);
+    const std::uint32_t error = start_guarded(slot);
+    const bool taken_back = error != 0 && engine().live.take(context) == slot;
+    bool is_callers = false;
+    engine().live.change_locked([&] {
+        if (taken_back) {
+            slot->owns_context = false;
+        }
+        is_callers = !slot->owns_context;
+    });
+    return {error, is_callers};
+}
+
+session_context* refuse(std::uint32_t error) {
+    os::set_last_error(error);
+    return nullptr;
+}
+
+bool is_bad_body(const void* data, unsigned long data_len) {
+    return data_len > std::numeric_limits<std::uint32_t>::max() || (data == nullptr && data_len != 0);
+}
+
+}  // namespace
+
+session_context* invoke2(const CTString& url, const CTString& headers, const void* data,
+                         unsigned long data_len, unsigned long flags, complete_procedure complete_proc,
+                         unsigned long user_context, http_method_t method) try {
+    if (complete_proc == nullptr || url.empty()) {
+        return nullptr;
+    }
+    if (is_bad_body(data, data_len)) {
+        return refuse(os::k_error_invalid_parameter);
+    }
+    auto context = std::make_unique<session_context>();
+    context->complete_proc = complete_proc;
+    context->user_context = user_context;
+    context->accept_gzip = (flags & k_invoke_accept_gzip) != 0;
+    context->auto_decode_gzip = (flags & k_invoke_decode_gzip) != 0;
+    context->headers = headers.empty() ? CTString(k_default_headers) : headers;
+    if (context->accept_gzip) {
+        context->headers += k_gzip_header;
+    }
+    context->method = method;
+    context->url = url;
+    copy_body(*context, data, static_cast<std::uint32_t>(data_len));
+
+    session_context* const handle = context.get();
+    const start_outcome started = start_new(handle);
+    if (!started.is_callers) {
+        static_cast<void>(context.release());
+    }
+    return started.error == 0 ? handle : refuse(started.error);
+} catch (const std::bad_alloc&) {
+    return refuse(os::k_error_not_enough_memory);
+}
+
+session_context* invoke2(const CTString& url, const CTString& headers, const CTString& body,
+                         unsigned long flags, complete_procedure complete_proc, unsigned long user_context,
+                         http_method_t method) try {
+    const std::string bytes = narrow(os::k_code_page_utf8, body);
+    return invoke2(url, headers, bytes.data(), bytes.size(), flags, complete_proc, user_context, method);
+} catch (const std::bad_alloc&) {
+    return refuse(os::k_error_not_enough_memory);
+}
+
+std::uint32_t init_session(session_context* context) try {
+    if (context == nullptr) {
+        return os::k_error_invalid_parameter;
+    }
+    if (const request_ref slot = engine().live.find(context)) {
+        return start_guarded(slot);
+    }
+    return start_new(context).error;
+} catch (const std::bad_alloc&) {
+    return os::k_error_not_enough_memory;
+}
+
+bool reinvoke(void* handle) {
+    if (find_traced(handle, TESSEL_W("[httputil] reinvoke, invalid session!! ")) == nullptr) {
+        return false;
+    }
+    // Only the low byte of the code counts (kept: hosts test for "false", started).
+    return static_cast<std::uint8_t>(init_session(static_cast<session_context*>(handle))) != 0;
+}
+
+bool set_url(void* handle, const CTString& url) try {
+    const request_ref slot = find_traced(handle, TESSEL_W("[httputil] set_url, invalid session!! "));
+    if (slot == nullptr) {
+        return false;
+    }
+    const std::lock_guard step(slot->step);
+    slot->context->url = url;
+    return true;
+} catch (const std::bad_alloc&) {
+    return false;
+}
+
+void set_auto_delete(void* handle, bool auto_delete) {
+    const request_ref slot = find_traced(handle, TESSEL_W("[httputil] set_auto_delete, invalid session!! "));
+    if (slot != nullptr) {
+        const std::lock_guard step(slot->step);
+        slot->context->auto_delete = auto_delete;
+    }
+}
+
+complete_procedure get_complete_proc(void* handle) {
+    const request_ref slot =
+        find_traced(handle, TESSEL_W("[httputil] get_complete_proc, invalid session!! "));
+    return slot == nullptr ? nullptr : slot->context->complete_proc;
+}
+
+unsigned long get_user_context(void* handle) {
+    const request_ref slot = find_traced(handle, TESSEL_W("[httputil] get_user_context, invalid session!! "));
+    return slot == nullptr ? 0 : slot->context->user_context;
+}
+
+void* get_data(void* handle, unsigned long& len) {
+    const request_ref slot = find_traced(handle, TESSEL_W("[httputil] get_data, invalid session!! "));
+    if (slot == nullptr) {
+        return nullptr;
+    }
+    len = slot->context->data_len;
+    return slot->context->data;
+}
+
+}  // namespace kro::tessel::http

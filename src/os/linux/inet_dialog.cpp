@@ -1,0 +1,84 @@
+#include "os/linux/inet_dialog.h"
+
+#include "os/prompt.h"
+
+#include <algorithm>
+#include <atomic>
+
+namespace kro::tessel::os {
+namespace {
+
+std::atomic<credentials_prompt> g_prompt{nullptr};
+
+// The realm of a challenge, as in: Basic realm="a \"quoted\" name", charset="UTF-8".
+std::string realm_of(std::string_view challenge) {
+    const std::string lower = lowered(challenge);
+    const auto found = lower.find("realm=");
+    if (found == std::string::npos) {
+        return {};
+    }
+    std::string_view rest = challenge.substr(found + 6);
+    if (rest.empty() || rest.front() != '"') {
+        return std::string(trimmed(rest.substr(0, rest.find(','))));
+    }
+    std::string realm;
+    for (std::size_t i = 1; i < rest.size() && rest[i] != '"'; ++i) {
+        if (rest[i] == '\\' && i + 1 < rest.size()) {
+            ++i;
+        }
+        realm += rest[i];
+    }
+    return realm;
+}
+
+bool is_certificate_question(std::uint32_t error) noexcept {
+    return error == k_error_inet_cert_date_invalid || error == k_error_inet_cert_cn_invalid ||
+           error == k_error_inet_invalid_ca;
+}
+
+std::uint32_t ask_for_credentials(inet_request& request, const inet_request::challenge& challenge) {
+    const credentials_prompt prompt = current_prompt();
+    if (prompt == nullptr) {
+        return k_error_cancelled_by_user;
+    }
+    credentials_request question;
+    question.for_proxy = challenge.status == 407;
+    const auto whose = question.for_proxy ? inet_credentials::proxy : inet_credentials::server;
+    question.host = widen(challenge.host);
+    question.realm = from_utf8(realm_of(challenge.text));
+    question.user = request.connection->account(whose).user;
+    if (!prompt(question)) {
+        return k_error_cancelled_by_user;
+    }
+    request.connection->set_account(whose, &question.user, &question.password);
+    return k_error_inet_force_retry;
+}
+
+}  // namespace
+
+void set_prompt(credentials_prompt prompt) noexcept {
+    g_prompt.store(prompt);
+}
+
+credentials_prompt current_prompt() noexcept {
+    return g_prompt.load();
+}
+
+std::uint32_t show_dialog(inet_request& request, std::uint32_t error, std::uint32_t flags) {
+    const bool looks_at_response = (flags & k_dialog_filter_for_errors) != 0;
+    const bool is_about_account =
+        error == k_error_inet_incorrect_user_name || error == k_error_inet_incorrect_password;
+    if (is_certificate_question(error)) {
+        return k_error_cancelled_by_user;  // nobody can be asked to trust a certificate here
+    }
+    if (is_about_account || (looks_at_response && error == 0)) {
+        const auto challenge = request.challenge_of_response();
+        if (challenge.status == 401 || challenge.status == 407) {
+            return ask_for_credentials(request, challenge);
+        }
+        return 0;
+    }
+    return looks_at_response ? 0 : k_error_cancelled_by_user;
+}
+
+}  // namespace kro::tessel::os

@@ -1,0 +1,136 @@
+// A request handle: the calls on it, and what the events of its exchanges make of them.
+#pragma once
+
+#include "os/linux/inet_headers.h"
+#include "os/linux/inet_outgoing.h"
+#include "os/linux/inet_redirect.h"
+#include "os/linux/inet_session.h"
+#include "os/linux/inet_window.h"
+#include "os/linux/transfer.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kro::tessel::os {
+
+class inet_request final : public inet_node,
+                           public transfer_sink,
+                           public std::enable_shared_from_this<inet_request> {
+public:
+    inet_request(std::shared_ptr<inet_connection> parent, transfer_service& network, std::string verb,
+                 wide_view object, std::uint32_t flags, std::uintptr_t context);
+
+    const std::shared_ptr<inet_connection> connection;
+
+    inet_status send(wide_view headers, const void* body, std::uint32_t body_bytes, inet_send_mode mode,
+                     std::uintptr_t context);
+    inet_status end(std::uintptr_t context);
+    inet_read_status read(void* destination, std::uint32_t capacity, std::uintptr_t context);
+    inet_read_status available();
+    inet_status query_text(std::uint32_t what, std::uint32_t& index, wide_string& text) const;
+    inet_status query_number(std::uint32_t what, std::uint32_t& number) const;
+
+    /// Has notices delivered that came up while notice 60 was being delivered.
+    void creation_announced();
+
+    /// The response's status and what it says of who has to prove himself; for the dialogue.
+    struct challenge {
+        std::uint32_t status = 0;  ///< 0 without a response
+        std::string host;          ///< the server's or, for 407, the proxy's, with its port
+        std::string text;          ///< the header that asks
+    };
+    challenge challenge_of_response() const;
+
+private:
+    enum class operation { none, send, send_whole, end, read, available };
+
+    struct notice {
+        std::uint32_t code = 0;
+        std::uint32_t number = 0;
+        inet_async_result result;
+        std::uintptr_t context = 0;
+        wide_string text;
+    };
+
+    // transfer_sink
+    void on_stage(std::uint64_t tag, transfer_stage stage, std::string_view text) override;
+    std::size_t on_body(std::uint64_t tag, std::uint64_t offset, char* out, std::size_t capacity) override;
+    void on_sent(std::uint64_t tag, std::uint64_t bytes) override;
+    void on_headers(std::uint64_t tag, std::string block) override;
+    data_verdict on_data(std::uint64_t tag, const char* data, std::size_t bytes) override;
+    void on_end(std::uint64_t tag, std::uint32_t error) override;
+    void on_turn_end() override;
+
+    last_words cease() override;
+    void ceased() override;
+
+    // All below need m_mutex held.
+    inet_status begin_operation(operation what, std::uintptr_t context);
+    inet_status refused_to_run(std::uint32_t error);
+    std::shared_ptr<transfer> forget_exchange();
+    outgoing first_hop() const;
+    bool start_hop();
+    void on_hop();
+    void fill_accounts(transfer_request& request) const;
+    void queue(std::uint32_t code, std::uint32_t number = 0, wide_string text = {});
+    void complete(std::uint32_t error, std::uint32_t bytes = 0);
+    void complete_read();
+    bool deliver_soon();
+    bool waits_for_response() const noexcept;
+    void respond();
+    void publish(std::uint32_t error);
+    void follow(redirect_decision decision);
+    void response_failed(std::uint32_t error);
+    void queue_closing();
+    void grant_if_drained();
+    bool connection_is_kept() const noexcept;
+    inet_status readable() const noexcept;
+    std::uint32_t query_fixed(std::uint32_t what, std::string& value) const;
+    std::uint32_t query_request(std::uint32_t what, const std::string& name, std::uint32_t index,
+                                std::string& value) const;
+
+    transfer_service& m_network;
+    const std::string m_verb;
+    const std::string m_target;
+    const std::uint32_t m_flags;
+    header_list m_headers;  // the caller's, kept from send to send
+
+    operation m_operation = operation::none;
+    bool m_operation_done = false;  // its notice 100 is on the list
+    std::uintptr_t m_operation_context = 0;
+    std::vector<notice> m_notices;
+    std::size_t m_next_notice = 0;
+    bool m_delivering = false;
+
+    // The exchange: of the first hop, or of the last one after redirects.
+    std::uint64_t m_tag = 0;  // 0 for none; events with another one are of the past
+    std::shared_ptr<transfer> m_transfer;
+    std::shared_ptr<transfer> m_to_cancel;
+    outgoing m_outgoing;
+    const char* m_body = nullptr;
+    std::uint32_t m_hops = 0;
+    bool m_same_server = true;
+    bool m_was_sent = false;
+    bool m_two_steps = false;  // sent with `begin`
+    bool m_resolving = false;
+    bool m_connecting = false;
+    bool m_sent = false;
+    bool m_answered = false;
+    bool m_published = false;  // the response may be asked for and read
+    bool m_ended = false;
+    bool m_paused = false;
+    bool m_hopping = false;  // m_next goes out when the old exchange has ended
+    std::uint32_t m_error = 0;
+    redirect_decision m_next;
+    std::size_t m_discarded = 0;
+    message_head m_head;
+    receive_window m_window;
+
+    // The read that waits.
+    char* m_destination = nullptr;
+    std::uint32_t m_capacity = 0;
+    std::uint32_t m_filled = 0;
+};
+
+}  // namespace kro::tessel::os

@@ -1,0 +1,76 @@
+#include "os/linux/inet_text.h"
+
+#include <unicode/ustring.h>
+
+#include <algorithm>
+
+namespace kro::tessel::os {
+namespace {
+
+char lower(char c) noexcept {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+}
+
+}  // namespace
+
+wide_string widen(std::string_view latin1) {
+    wide_string text(latin1.size(), 0);
+    std::transform(latin1.begin(), latin1.end(), text.begin(),
+                   [](char c) { return static_cast<wchar>(static_cast<unsigned char>(c)); });
+    return text;
+}
+
+std::string narrow(wide_view text) {
+    std::string bytes(text.size(), '\0');
+    std::transform(text.begin(), text.end(), bytes.begin(),
+                   [](wchar unit) { return unit < 0x100 ? static_cast<char>(unit) : '?'; });
+    return bytes;
+}
+
+std::string to_utf8(wide_view text) {
+    const bool is_ascii = std::all_of(text.begin(), text.end(), [](wchar unit) { return unit < 0x80; });
+    if (is_ascii) {
+        return narrow(text);
+    }
+    std::string bytes(text.size() * 3, '\0');
+    std::int32_t length = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strToUTF8WithSub(bytes.data(), static_cast<std::int32_t>(bytes.size()), &length, text.data(),
+                       static_cast<std::int32_t>(text.size()), 0xFFFD, nullptr, &status);
+    bytes.resize(U_SUCCESS(status) ? static_cast<std::size_t>(length) : 0);
+    return bytes;
+}
+
+wide_string from_utf8(std::string_view text) {
+    wide_string units(text.size(), 0);
+    std::int32_t length = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    u_strFromUTF8WithSub(units.data(), static_cast<std::int32_t>(units.size()), &length, text.data(),
+                         static_cast<std::int32_t>(text.size()), 0xFFFD, nullptr, &status);
+    units.resize(U_SUCCESS(status) ? static_cast<std::size_t>(length) : 0);
+    return units;
+}
+
+std::string_view trimmed(std::string_view text) noexcept {
+    const auto is_blank = [](char c) { return c == ' ' || c == '\t'; };
+    while (!text.empty() && is_blank(text.front())) {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && is_blank(text.back())) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+bool equal_but_for_case(std::string_view left, std::string_view right) noexcept {
+    return left.size() == right.size() && std::equal(left.begin(), left.end(), right.begin(),
+                                                     [](char a, char b) { return lower(a) == lower(b); });
+}
+
+std::string lowered(std::string_view text) {
+    std::string result(text);
+    std::transform(result.begin(), result.end(), result.begin(), lower);
+    return result;
+}
+
+}  // namespace kro::tessel::os

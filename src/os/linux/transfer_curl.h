@@ -1,0 +1,145 @@
+// An exchange on one libcurl handle: its options, its callbacks, and the order of events that its sink
+// sees. Used on the service thread only.
+#pragma once
+
+#include "os/linux/transfer.h"
+
+#include <curl/curl.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kro::tessel::os {
+
+inline constexpr std::uint64_t k_never = ~std::uint64_t{0};
+
+class curl_exchange;
+struct exchange_multi;
+struct exchange_origin;
+
+/// The loop's notes about an exchange that runs.
+struct exchange_place {
+    std::size_t index = 0;  ///< among those that run
+    exchange_multi* set = nullptr;
+    exchange_origin* from = nullptr;  ///< null once its place there has been given to another
+    bool sending = false;             ///< on the list of those whose request is going out
+};
+
+/// An exchange as the service keeps it, from submit on; waiting ones own no libcurl handle.
+class curl_transfer final : public transfer {
+public:
+    curl_transfer(std::shared_ptr<transfer_sink> to, transfer_request what)
+        : sink(std::move(to)), request(std::move(what)) {}
+
+    std::shared_ptr<transfer_sink> sink;  ///< null once cancelled or ended
+    transfer_request request;
+    curl_exchange* exchange = nullptr;  ///< while it runs
+    std::uint64_t told_in_turn = 0;     ///< the loop's note: the last turn in which the sink had an event
+};
+
+/// What an exchange needs of the loop that it runs in.
+class exchange_host {
+public:
+    virtual ~exchange_host() = default;
+    /// The moment that lies so many milliseconds ahead; the loop looks at deadlines then.
+    virtual std::uint64_t deadline_in(std::uint32_t milliseconds) noexcept = 0;
+    /// The sink had an event in this turn.
+    virtual void told(curl_transfer& which) = 0;
+    /// The request went out in this turn, or is going out: ask progress_sent at the turn's end.
+    virtual void sending(curl_exchange& which) = 0;
+    virtual int open_socket(const curl_sockaddr& address) noexcept = 0;
+    virtual void close_socket(int socket) noexcept = 0;
+};
+
+class curl_exchange {
+public:
+    explicit curl_exchange(exchange_host& host);
+    curl_exchange(const curl_exchange&) = delete;
+    curl_exchange& operator=(const curl_exchange&) = delete;
+    ~curl_exchange();
+
+    exchange_place place;
+
+    CURL* easy() const noexcept { return m_easy; }
+    const std::shared_ptr<curl_transfer>& current() const noexcept { return m_transfer; }
+
+    /// Takes a transfer and sets its options. False when libcurl refuses them.
+    bool begin(std::shared_ptr<curl_transfer> what);
+    /// Tells the sink how the exchange ended.
+    void end(CURLcode code);
+    /// The present wait is over: tells the sink and lets go of it. The transfer stays.
+    void time_out();
+    /// Lets the transfer go without a word to its sink.
+    void detach() noexcept;
+
+    /// Resumes after a full window; its callbacks may run inside.
+    void resume();
+    /// Reports the request as sent once it is. False while bytes are still to go out.
+    bool progress_sent();
+
+    bool resolving() const noexcept { return m_resolving; }
+    /// When the present wait is over, k_never when it has no limit.
+    std::uint64_t deadline() const noexcept { return m_deadline; }
+    /// Whether the handle may serve again; one that failed or knows an account isn't worth the risk.
+    bool reusable() const noexcept { return m_reusable; }
+
+private:
+    enum class wait { nothing, connection, sending, receiving };
+
+    static std::size_t on_header(char* data, std::size_t size, std::size_t count, void* self);
+    static std::size_t on_write(char* data, std::size_t size, std::size_t count, void* self);
+    static std::size_t on_read(char* out, std::size_t size, std::size_t count, void* self);
+    static int on_seek(void* self, curl_off_t offset, int origin);
+    static int on_prerequest(void* self, char* address, char* local, int port, int local_port);
+    static int on_resolver_start(void* resolver, void* reserved, void* self);
+    static curl_socket_t on_open_socket(void* self, curlsocktype purpose, curl_sockaddr* address);
+    static int on_close_socket(void* host, curl_socket_t socket);
+    static CURLcode on_tls_context(CURL* easy, void* context, void* self);
+
+    void set_constant_options();
+    void set_request(const transfer_request& request);
+    void set_headers(std::string& lines);
+    void set_accounts(const transfer_request& request);
+    void set_text_option(CURLoption option, std::string& in_force, const std::string& wanted);
+    void begin_wait(wait what) noexcept;
+    bool header_line(std::string_view line);
+    void header_block_complete();
+    void report_stage(transfer_stage stage, std::string_view text);
+    void report_sent();
+    void report_headers();
+    void end_with(std::uint32_t error);
+    bool will_be_answered_by_libcurl(int status) const noexcept;
+    data_verdict take_data(const char* data, std::size_t bytes);
+    void connected();
+
+    exchange_host& m_host;
+    CURL* m_easy;
+    std::shared_ptr<curl_transfer> m_transfer;
+    std::vector<curl_slist> m_header_list;
+
+    // The options in force, so that equal ones aren't set again.
+    std::string m_verb;
+    std::string m_proxy;
+    bool m_is_head = false;
+    bool m_is_upload = false;
+    bool m_checks_name = true;
+    bool m_checks_dates = true;
+    bool m_reusable = true;
+
+    // The exchange under way.
+    wait m_wait = wait::nothing;
+    std::uint64_t m_deadline = k_never;
+    std::uint64_t m_body_offset = 0;
+    std::string m_block;  // the response head that is being received
+    bool m_in_block = false;
+    bool m_resolving = false;
+    bool m_connecting_told = false;
+    bool m_connected = false;
+    bool m_sent_told = false;
+    bool m_headers_told = false;
+    bool m_paused = false;
+};
+
+}  // namespace kro::tessel::os

@@ -1,0 +1,136 @@
+// The service thread: every exchange of the process runs here, on libcurl's multi interface and epoll.
+#pragma once
+
+#include "os/linux/transfer_curl.h"
+
+#include <atomic>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <unordered_map>
+#include <vector>
+
+namespace kro::tessel::os {
+
+class transfer_loop;
+
+/// One of libcurl's sets of exchanges and connections.
+struct exchange_multi {
+    transfer_loop* loop = nullptr;
+    CURLM* handle = nullptr;
+    std::uint64_t timer_due = k_never;
+};
+
+/// Exchanges of one scheme, server, port and proxy.
+struct exchange_origin {
+    std::uint32_t running = 0;
+    std::size_t cancelled = 0;  ///< of those that wait: each keeps its place until its turn comes
+    std::deque<std::shared_ptr<curl_transfer>> waiting;
+};
+
+class transfer_loop final : public transfer_service, private exchange_host {
+public:
+    transfer_loop();
+    transfer_loop(const transfer_loop&) = delete;
+    transfer_loop& operator=(const transfer_loop&) = delete;
+    ~transfer_loop() override;
+
+    std::shared_ptr<transfer> submit(std::shared_ptr<transfer_sink> sink, transfer_request request) override;
+    void grant_window(const std::shared_ptr<transfer>& which) override;
+    void cancel(const std::shared_ptr<transfer>& which) override;
+    bool wake(std::shared_ptr<transfer_sink> sink) override;
+    void set_connection_limit(std::uint32_t count) override;
+
+    /// Ends the thread, whatever is under way, and refuses everything from now on. Never waits for the
+    /// network. From the service thread itself it only marks the end.
+    void stop() noexcept;
+
+private:
+    enum class command_kind { submit, grant, cancel, wake };
+    struct command {
+        command_kind kind;
+        std::shared_ptr<curl_transfer> which;
+        std::shared_ptr<transfer_sink> sink;
+    };
+
+    using multi = exchange_multi;
+    using origin = exchange_origin;
+
+    // What epoll and libcurl say about a descriptor.
+    struct watched {
+        multi* set = nullptr;
+        std::uint32_t wanted = 0;
+        std::uint32_t registered = 0;
+        bool is_connection = false;  // opened by us, so that its closing is told
+    };
+
+    // exchange_host
+    std::uint64_t deadline_in(std::uint32_t milliseconds) noexcept override;
+    void told(curl_transfer& which) override;
+    void sending(curl_exchange& which) override;
+    int open_socket(const curl_sockaddr& address) noexcept override;
+    void close_socket(int socket) noexcept override;
+
+    static int on_socket(CURL* easy, curl_socket_t socket, int what, void* set, void* unused);
+    static int on_timer(CURLM* handle, long milliseconds, void* set);
+
+    bool start_thread();
+    bool open_descriptors();
+    bool post(command what);
+
+    void run();
+    void read_clock() noexcept;
+    int sleep_limit() const noexcept;
+    bool wait_for_events();
+    void handle_event(int socket, std::uint32_t events);
+    watched& entry_of(int socket);
+    void watch(multi& set, int socket, std::uint32_t wanted);
+    void register_socket(int socket, watched& entry, std::uint32_t events);
+    void run_timers();
+    void take_inbox();
+    void obey(command& what);
+    void enqueue(std::shared_ptr<curl_transfer> what);
+    void start_waiting(origin& from);
+    void start(const std::shared_ptr<curl_transfer>& what, origin& from);
+    void drop(const std::shared_ptr<curl_transfer>& what);
+    void abandon(curl_exchange& which);
+    void free_place(curl_exchange& which);
+    void forget_idle_origins();
+    void release(curl_exchange& which, bool reusable);
+    void drive();
+    bool collect_ended();
+    void check_deadlines();
+    void report_sent();
+    void hand_over();
+
+    std::mutex m_mutex;  // guards m_inbox, m_sleeping, m_stopping, m_thread, m_started
+    std::vector<command> m_inbox;
+    bool m_sleeping = false;
+    bool m_stopping = false;
+    bool m_started = false;
+    std::thread m_thread;
+    std::atomic<std::uint32_t> m_limit{6};
+
+    // Set before the thread starts.
+    int m_epoll = -1;
+    int m_alarm = -1;
+
+    // The service thread's own.
+    std::uint64_t m_now = 0;
+    multi m_multis[2];               // certificates' dates checked, and not
+    std::vector<watched> m_watched;  // by descriptor
+    std::vector<command> m_commands;
+    std::unordered_map<std::string, origin> m_origins;
+    std::vector<std::unique_ptr<curl_exchange>> m_running;
+    std::vector<std::unique_ptr<curl_exchange>> m_idle;
+    std::vector<curl_exchange*> m_sending;
+    std::vector<std::shared_ptr<transfer_sink>> m_told;
+    std::vector<std::shared_ptr<transfer_sink>> m_handing_over;
+    std::uint64_t m_turn = 1;
+    std::uint64_t m_next_check = k_never;
+    bool m_unfinished = false;  // the turn ended with exchanges to be looked after
+};
+
+}  // namespace kro::tessel::os

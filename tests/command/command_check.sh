@@ -1,0 +1,104 @@
+#!/usr/bin/env bash
+# command_check.sh TESSEL: what scripts rely on: exit codes, which stream, the order of bodies, file names,
+# bytes that come through unchanged, and errors of one line.
+set -euo pipefail
+# shellcheck source=tools/dev/nginx.sh
+. "$(dirname "$0")/../../tools/dev/nginx.sh"
+tessel=$(realpath "$1")
+work=$(mktemp -d)
+trap 'stop_nginx "$work"; rm -rf "$work"' EXIT
+wrong=0
+
+# expect CODE ARGUMENT...: runs the command; its output is in $work/out and $work/err.
+expect() {
+    local wanted=$1 code=0
+    shift
+    "$tessel" "$@" > "$work/out" 2> "$work/err" || code=$?
+    [ "$code" = "$wanted" ] || complain "exit code $code, not $wanted: tessel $*"
+}
+complain() {
+    echo "WRONG: $*"
+    head -c 300 "$work/out" "$work/err"
+    wrong=1
+}
+out_has() { grep -qF -- "$1" "$work/out" || complain "no \"$1\" in the output"; }
+err_has() { grep -qF -- "$1" "$work/err" || complain "no \"$1\" in the errors"; }
+same() { cmp "$1" "$2" || complain "$1 and $2 differ"; }
+
+mkdir -p "$work/www/inbox" "$work/www/again"
+chmod 777 "$work/www/inbox"
+echo slow > "$work/www/slow.txt"
+head -c 20000 /dev/urandom >> "$work/www/slow.txt"
+echo fast > "$work/www/fast.txt"
+cp "$work/www/fast.txt" "$work/www/again/fast.txt"
+echo folder > "$work/www/index.html"
+printf 'a\0b\r\n\xff' > "$work/body"
+start_nginx "$work" 'server {
+    listen 127.0.0.1:@PORT@;
+    root @FOLDER@/www;
+    location /slow.txt { limit_rate 20k; }
+    location /inbox/ { dav_methods PUT DELETE; }
+}'
+site=http://127.0.0.1:$(head -1 "$work/ports")
+
+# Bad usage: 2, nothing on standard output, one line that names the culprit.
+while read -r culprit arguments; do
+    # shellcheck disable=SC2086 # a list of words
+    expect 2 $arguments
+    err_has "$culprit"
+    if [ -s "$work/out" ] || [ "$(wc -l < "$work/err")" != 1 ]; then
+        complain "not one line of error: $arguments"
+    fi
+done << END
+subcommand
+URL get
+--nosuch get --nosuch $site
+--parallel get --parallel 0 $site
+--header get --header nocolon $site
+--proxy get --proxy nowhere $site
+--proxy get --proxy host:70000 $site
+--method request --method BREW $site
+--method request $site
+body request --method get --data x $site
+--data get --data x $site
+--data-file post --data-file $work/none $site
+folder get --output $work/one $site/fast.txt $site/slow.txt
+END
+
+expect 0 url --json 'https://jürgen:x@例え.jp:8443/a b/é?q=1#f'
+out_has '{"scheme":"https","scheme_number":4,"host":"例え.jp","port":8443,"user":"jürgen","password":"x",'
+out_has '"path":"/a b/é","extra":"?q=1#f"}'
+expect 1 url nonsense
+err_has 'nonsense: 12006: '
+expect 0 error 12007
+out_has '12007: '
+expect 1 error 4711
+
+# The slow one is first, so it comes first; all of it is there.
+expect 0 get "$site/slow.txt" "$site/fast.txt"
+cat "$work/www/slow.txt" "$work/www/fast.txt" > "$work/both"
+same "$work/out" "$work/both"
+
+expect 0 get --output "$work/got/" "$site/fast.txt" "$site/again/fast.txt" "$site/"
+same "$work/got/fast.txt" "$work/www/fast.txt"
+same "$work/got/fast.txt.2" "$work/www/fast.txt"
+same "$work/got/index" "$work/www/index.html"
+
+expect 0 put --data-file "$work/body" "$site/inbox/body"
+same "$work/www/inbox/body" "$work/body"
+expect 0 request --method delete "$site/inbox/body"
+
+expect 3 head "$site/fast.txt" "$site/none"
+out_has 'HTTP 200'
+out_has 'HTTP 404'
+expect 1 get --json "$site/fast.txt" "http://127.0.0.1:$(closed_port)/"
+out_has '"status":200,"bytes":5,'
+out_has '"error":12029}'
+err_has '/: 12029: '
+expect 1 get --output "$work/www/fast.txt/x" "$site/fast.txt"
+err_has "can't be written"
+
+code=0
+"$tessel" get "$site/fast.txt" > /dev/full 2> "$work/err" || code=$?
+[ "$code" = 1 ] || complain "a full disk isn't noticed"
+exit "$wrong"

@@ -1,0 +1,248 @@
+// The engine on the system's HTTP service against a server driven byte by byte, in the thread's own loop:
+// what a host gets for each thing that a server can do, and that it may end requests at any moment.
+#include "http/engine_state.h"
+#include "support/test_server.h"
+#include "tessel/tessel.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace kro::tessel::http;
+using kro::tessel::CTString;
+using kro::tessel::wide_string;
+using tessel_test::server_connection;
+using tessel_test::test_server;
+
+constexpr std::uint32_t k_patience_ms = 60000;
+
+struct result {
+    std::int32_t state = -1;
+    std::uint32_t status = 0;
+    std::uint32_t error = 0;
+    std::string content;
+    std::thread::id thread;
+};
+
+class EngineWire : public testing::Test {
+protected:
+    EngineWire() { http_init(); }
+    ~EngineWire() override { reset_engine_for_test(); }
+
+    CTString url(const wchar* path = TESSEL_W("/")) const {
+        const std::string port = std::to_string(server.port());
+        return CTString(TESSEL_W("http://127.0.0.1:")) + wide_string(port.begin(), port.end()) + path;
+    }
+
+    // Runs one request while `serve` plays the server on a thread of its own.
+    result exchange(const std::function<void(test_server&)>& serve, http_method_t method = http_method_get,
+                    unsigned long flags = 0, const std::string& body = {}) {
+        std::thread player([&] { serve(server); });
+        result got;
+        session_context* const request = invoke2(url(), {}, body.data(), body.size(), flags, record,
+                                                 reinterpret_cast<unsigned long>(&got), method);
+        EXPECT_NE(request, nullptr);
+        EXPECT_TRUE(kro::tessel::message_loop::run_until([&] { return got.state >= 0; }, k_patience_ms));
+        player.join();
+        http_session::mgr().remove(request);
+        return got;
+    }
+
+    // For conditions that no message announces.
+    static void pump_until(const std::function<bool()>& done) {
+        while (!done()) {
+            kro::tessel::message_loop::pump();
+            std::this_thread::yield();
+        }
+    }
+
+    static void record(unsigned long user_context, session_context* context) {
+        result& got = *reinterpret_cast<result*>(user_context);  // NOLINT(performance-no-int-to-ptr)
+        for (const auto* chunk = context->content; chunk != nullptr; chunk = chunk->next) {
+            got.content.append(static_cast<const char*>(chunk->data), chunk->size);
+        }
+        got.status = context->status_code;
+        got.error = context->async_error;
+        got.thread = std::this_thread::get_id();
+        got.state = context->state;
+    }
+
+    test_server server;
+};
+
+TEST_F(EngineWire, DeliversEachKindOfBodyOnTheThreadOfHttpInit) {
+    const std::string large(3000000, 'x');
+    const std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
+    const struct {
+        const char* what;
+        std::string answer;
+        std::string content;
+        std::uint32_t status;
+    } rows[] = {
+        {"known length", "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello", "hello", 200},
+        {"known length, large", "HTTP/1.1 200 OK\r\nContent-Length: 3000000\r\n\r\n" + large, large, 200},
+        {"empty", "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n", "", 200},
+        {"chunked", chunked + "5\r\nhello\r\n6\r\n world\r\n0\r\n\r\n", "hello world", 200},
+        {"to the close", "HTTP/1.0 200 OK\r\n\r\nhello", "hello", 200},
+        {"cut short", "HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\nhello", "hello", 200},
+        {"an error's page", "HTTP/1.1 404 Not Found\r\nContent-Length: 4\r\n\r\ngone", "gone", 404},
+        {"interim answers", "HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok",
+         "ok", 200},
+        {"no HTTP at all", "SSH-2.0-hello\r\n", "SSH-2.0-hello\r\n", 200},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        const result got = exchange([&](test_server& at) {
+            server_connection client = at.accept();
+            client.read_request();
+            client.send(row.answer);
+        });
+        EXPECT_EQ(got.state, state_done);
+        EXPECT_EQ(got.status, row.status);
+        EXPECT_TRUE(got.content == row.content) << got.content.substr(0, 100);
+        EXPECT_EQ(got.thread, std::this_thread::get_id());
+    }
+}
+
+TEST_F(EngineWire, ReportsEachFailureWithItsNumber) {
+    const struct {
+        const char* what;
+        std::function<void(server_connection&)> serve;
+        std::uint32_t error;  // 0: a read that failed at once leaves none
+    } rows[] = {
+        {"closes before any byte", [](server_connection& client) { client.close(); }, 12152},
+        {"resets before any byte", [](server_connection& client) { client.reset(); }, 12031},
+        {"resets inside the body",
+         [](server_connection& client) {
+             client.send("HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\nhello");
+             client.reset();
+         },
+         0},
+        {"breaks a chunk",
+         [](server_connection& client) {
+             client.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nZZ\r\n");
+         },
+         0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        const result got = exchange([&](test_server& at) {
+            server_connection client = at.accept();
+            client.read_request();
+            row.serve(client);
+        });
+        EXPECT_NE(got.state, state_done);
+        if (row.error != 0) {
+            EXPECT_EQ(got.error, row.error);
+        }
+    }
+    server.stop_listening();
+    EXPECT_EQ(exchange([](test_server&) {}).error, 12029U);
+}
+
+TEST_F(EngineWire, SendsWhatTheHostGave) {
+    std::string seen;
+    const auto keep_request = [&seen](test_server& at) {
+        server_connection client = at.accept();
+        seen = client.read_request();
+        client.answer("");
+    };
+    exchange(keep_request, http_method_post, k_invoke_accept_gzip, "a=1&b=2");
+    EXPECT_EQ(seen.compare(0, 17, "POST / HTTP/1.1\r\n"), 0) << seen;
+    EXPECT_NE(seen.find("\r\nUser-Agent: http.util\r\n"), std::string::npos) << seen;
+    EXPECT_NE(seen.find("\r\nContent-Type: application/x-www-form-urlencoded;charset:utf-8\r\n"),
+              std::string::npos)
+        << seen;
+    EXPECT_NE(seen.find("\r\nAccept-Encoding: gzip, deflate\r\n"), std::string::npos) << seen;
+    EXPECT_EQ(seen.substr(seen.size() - 11), "\r\n\r\na=1&b=2");
+}
+
+// Removal in each phase: before the connection, while the server is silent, inside the body.
+TEST_F(EngineWire, RemovesRequestsInEveryPhase) {
+    for (const char* answer :
+         {"", "HTTP/1.1 200 OK\r\n", "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhello"}) {
+        SCOPED_TRACE(answer);
+        std::atomic<bool> answered{false};
+        std::thread player([&] {
+            server_connection client = server.accept();
+            client.read_request();
+            client.send(answer);
+            answered = true;
+            client.wait_for_close();
+        });
+        result got;
+        session_context* const request =
+            invoke2(url(), {}, nullptr, 0, 0, record, reinterpret_cast<unsigned long>(&got), http_method_get);
+        pump_until([&] { return answered.load(); });
+        EXPECT_TRUE(http_session::mgr().remove(request));
+        EXPECT_FALSE(http_session::mgr().is_session_valid(request));
+        player.join();
+        kro::tessel::message_loop::pump();
+        EXPECT_EQ(got.state, -1);
+    }
+    EXPECT_TRUE(http_session::mgr().remove(invoke2(url(), {}, nullptr, 0, 0, record, 0, http_method_get)));
+}
+
+// Hosts end and restart requests from their worker threads while the loop runs them.
+TEST_F(EngineWire, RequestsMayBeEndedFromAnyThreadAtAnyMoment) {
+    std::atomic<bool> stop{false};
+    std::thread player([&] {
+        std::vector<std::thread> connections;
+        while (!stop) {
+            if (!server.has_client()) {
+                std::this_thread::yield();
+                continue;
+            }
+            connections.emplace_back([client = std::make_shared<server_connection>(server.accept())] {
+                if (!client->read_head().empty()) {
+                    client->send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\nConnection: close\r\n\r\ntext");
+                }
+            });
+        }
+        for (std::thread& one : connections) {
+            one.join();
+        }
+    });
+    static std::atomic<int> completed{0};
+    completed = 0;
+    const auto count = [](unsigned long, session_context*) { ++completed; };
+    std::atomic<int> workers{3};
+    std::vector<std::thread> threads;
+    for (int worker = 0; worker < 3; ++worker) {
+        threads.emplace_back([&, worker] {
+            for (int round = 0; round < 60; ++round) {
+                session_context* const request = invoke2(url(), {}, nullptr, 0, 0, count, 0, http_method_get);
+                ASSERT_NE(request, nullptr);
+                for (int turn = 0; turn < (round * 7 + worker) % 40; ++turn) {
+                    std::this_thread::yield();
+                }
+                if (round % 3 == 1) {
+                    reinvoke(request);
+                }
+                set_auto_delete(request, false);
+                if (round % 3 == 2 && http_session::mgr().detach(request)) {
+                    delete request;
+                } else {
+                    http_session::mgr().remove(request);
+                }
+            }
+            --workers;
+        });
+    }
+    pump_until([&] { return workers == 0; });
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    reset_engine_for_test();
+    stop = true;
+    player.join();
+}
+
+}  // namespace

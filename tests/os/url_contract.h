@@ -1,0 +1,219 @@
+// What every implementation of URL cracking promises. The rows are URLs that users and servers write, above
+// all the odd ones: a request to the wrong host or port, or with a password in its path, starts here.
+#pragma once
+
+#include "os/inet.h"
+#include "os/thread.h"
+#include "os/url.h"
+
+#include "tessel/base/string.h"
+
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace tessel_test {
+
+using kro::tessel::wide_string;
+using kro::tessel::os::crack_url;
+using kro::tessel::os::url_pieces;
+using wide_view = std::basic_string_view<wchar>;
+
+inline std::string printable(wide_view text) {
+    std::string out;
+    for (const wchar unit : text.substr(0, 100)) {
+        out.push_back(unit >= 0x20 && unit < 0x7F ? static_cast<char>(unit) : '~');
+    }
+    return out;
+}
+
+struct cracked_row {
+    const char* what;
+    const wchar* url;
+    std::uint16_t scheme;
+    const wchar* host;
+    std::uint16_t port;
+    const wchar* user;
+    const wchar* password;
+    const wchar* path;
+    const wchar* extra;
+};
+
+inline void expect_cracked(const cracked_row& row) {
+    SCOPED_TRACE(std::string(row.what) + ": " + printable(row.url));
+    url_pieces pieces;
+    kro::tessel::os::set_last_error(77);
+    ASSERT_EQ(crack_url(row.url, pieces), 0U);
+    EXPECT_EQ(kro::tessel::os::last_error(), 0U);
+    EXPECT_EQ(pieces.scheme_number, row.scheme);
+    EXPECT_EQ(pieces.port, row.port);
+    EXPECT_EQ(printable(pieces.host), printable(row.host));
+    const wide_view expected[] = {row.host, row.user, row.password, row.path, row.extra};
+    const wide_view actual[] = {pieces.host, pieces.user, pieces.password, pieces.path, pieces.extra};
+    for (std::size_t i = 0; i < std::size(expected); ++i) {
+        EXPECT_TRUE(actual[i] == expected[i])
+            << "piece " << i << " is " << printable(actual[i]) << ", not " << printable(expected[i]);
+    }
+    const wide_view url = row.url;
+    EXPECT_TRUE(pieces.scheme == url.substr(0, url.find(wchar(':'))));
+}
+
+#define W TESSEL_W
+#define NO TESSEL_W("")
+
+TEST(UrlContract, BreaksWebUrlsIntoTheirPieces) {
+    const cracked_row rows[] = {
+        {"all pieces", W("http://u:p@h:81/p?a@b"), 3, W("h"), 81, W("u"), W("p"), W("/p"), W("?a@b")},
+        {"case is kept", W("HTTP://Host.Example/A"), 3, W("Host.Example"), 80, NO, NO, W("/A"), NO},
+        {"secure default port", W("https://h/"), 4, W("h"), 443, NO, NO, W("/"), NO},
+        {"a port that isn't the scheme's", W("HtTpS://h:80"), 4, W("h"), 80, NO, NO, NO, NO},
+        {"host only", W("http://h"), 3, W("h"), 80, NO, NO, NO, NO},
+        {"query without a path", W("http://h?x=1"), 3, W("h"), 80, NO, NO, NO, W("?x=1")},
+        {"fragment without a path", W("http://h#f"), 3, W("h"), 80, NO, NO, NO, W("#f")},
+        {"both", W("http://h/p?q#f"), 3, W("h"), 80, NO, NO, W("/p"), W("?q#f")},
+        {"a query mark in the fragment", W("http://h/p#f?q"), 3, W("h"), 80, NO, NO, W("/p"), W("#f?q")},
+        {"lone marks", W("http://h/?"), 3, W("h"), 80, NO, NO, W("/"), W("?")},
+        {"semicolons", W("http://h;x/;y"), 3, W("h;x"), 80, NO, NO, W("/;y"), NO},
+        {"nothing is unescaped", W("http://u%40x:p%3A@h/%41%20?%42#%43"), 3, W("h"), 80, W("u%40x"),
+         W("p%3A"), W("/%41%20"), W("?%42#%43")},
+        {"any character", W("http://中.com/中文?中"), 3, W("中.com"), 80, NO, NO, W("/中文"), W("?中")},
+        {"backslashes are no slashes", W("http://h\\p\\q/r"), 3, W("h\\p\\q"), 80, NO, NO, W("/r"), NO},
+        {"blanks in the path", W("http://h/a b "), 3, W("h"), 80, NO, NO, W("/a b "), NO},
+        {"a URL in the query", W("http://h/?u=http://x@y:1/"), 3, W("h"), 80, NO, NO, W("/"),
+         W("?u=http://x@y:1/")},
+        {"a line end behind it", W("http://h/p\r\n"), 3, W("h"), 80, NO, NO, W("/p"), NO},
+        {"an unpaired surrogate", u"http://h/\xD800x", 3, W("h"), 80, NO, NO, u"/\xD800x", NO},
+    };
+    for (const cracked_row& row : rows) {
+        expect_cracked(row);
+    }
+}
+
+TEST(UrlContract, TakesUserHostAndPortApart) {
+    const cracked_row rows[] = {
+        {"user alone", W("http://u@h/p"), 3, W("h"), 80, W("u"), NO, W("/p"), NO},
+        {"empty password", W("http://u:@h/p"), 3, W("h"), 80, W("u"), NO, W("/p"), NO},
+        {"empty user", W("http://:p@h/p"), 3, W("h"), 80, NO, W("p"), W("/p"), NO},
+        {"nothing but the at", W("http://@h/p"), 3, W("h"), 80, NO, NO, W("/p"), NO},
+        {"colon in the user", W("http://u:p:q@h/p"), 3, W("h"), 80, W("u:p"), W("q"), W("/p"), NO},
+        {"a mail address as user", W("http://u@x:p@h/p"), 3, W("h"), 80, W("u@x"), W("p"), W("/p"), NO},
+        {"an at in the path", W("http://h/p@q"), 3, W("h"), 80, NO, NO, W("/p@q"), NO},
+        {"port", W("http://h:8080/p"), 3, W("h"), 8080, NO, NO, W("/p"), NO},
+        {"largest port, zeros in front", W("http://h:00065535"), 3, W("h"), 65535, NO, NO, NO, NO},
+        {"port 0", W("http://h:0/p"), 3, W("h"), 0, NO, NO, W("/p"), NO},
+        {"colon without a port", W("http://h:/p"), 3, W("h"), 80, NO, NO, W("/p"), NO},
+        {"IPv6", W("http://[::1]/p"), 3, W("[::1]"), 80, NO, NO, W("/p"), NO},
+        {"IPv6 with all", W("https://u:p@[fe80::1]:8080/p"), 4, W("[fe80::1]"), 8080, W("u"), W("p"), W("/p"),
+         NO},
+        {"trailing dot", W("http://h.:80/"), 3, W("h."), 80, NO, NO, W("/"), NO},
+    };
+    for (const cracked_row& row : rows) {
+        expect_cracked(row);
+    }
+}
+
+TEST(UrlContract, KnowsOtherSchemes) {
+    const cracked_row rows[] = {
+        {"ftp", W("ftp://u:p@h/p"), 1, W("h"), 21, W("u"), W("p"), W("/p"), NO},
+        {"gopher has no port", W("gopher://h/p"), 2, W("h"), 0, NO, NO, W("/p"), NO},
+        {"socks", W("socks://h:1080"), 8, W("h"), 1080, NO, NO, NO, NO},
+        {"res", W("res://x/y"), 11, W("x"), 0, NO, NO, W("/y"), NO},
+        {"unknown", W("foo+1.x-y://h:12/p?x#y"), 0xFFFF, W("h"), 12, NO, NO, W("/p"), W("?x#y")},
+        {"unknown, no port", W("wss://h/p"), 0xFFFF, W("h"), 0, NO, NO, W("/p"), NO},
+        {"unknown, no host", W("fide:///C:/x"), 0xFFFF, NO, 0, NO, NO, W("/C:/x"), NO},
+        {"no authority", W("FOO:bar"), 0xFFFF, NO, 0, NO, NO, W("bar"), NO},
+        {"mail", W("mailto:a@b?subject=x"), 7, NO, 0, NO, NO, W("a@b"), W("?subject=x")},
+        {"news", W("news:abc"), 6, NO, 0, NO, NO, W("abc"), NO},
+        {"script", W("JavaScript:f()"), 9, NO, 0, NO, NO, W("f()"), NO},
+        {"a scheme isn't known by its beginning", W("h:80"), 0xFFFF, NO, 0, NO, NO, W("80"), NO},
+        {"the usual mistake", W("localhost:8080/p"), 0xFFFF, NO, 0, NO, NO, W("8080/p"), NO},
+        {"file", W("file:///c:/x/y"), 5, NO, 0, NO, NO, W("/c:/x/y"), NO},
+        {"file on a server", W("file://h/s/y"), 5, W("h"), 0, NO, NO, W("/s/y"), NO},
+        {"file with a bare drive", W("file://C:/x"), 5, NO, 0, NO, NO, W("C:/x"), NO},
+    };
+    for (const cracked_row& row : rows) {
+        expect_cracked(row);
+    }
+}
+
+TEST(UrlContract, RefusesWhatIsNoUrlAndTouchesNothing) {
+    const struct {
+        const char* what;
+        const wchar* url;
+        std::uint32_t error;
+    } rows[] = {
+        {"empty", W(""), 12006},
+        {"no colon", W("www.h.com/p"), 12006},
+        {"no scheme", W("//h/p"), 12006},
+        {"empty scheme", W("://h/p"), 12006},
+        {"the colon is in the query", W("www.h.com/a?b=http://x/"), 12006},
+        {"leading blank", W(" http://h/"), 12006},
+        {"leading tab", W("\thttp://h/"), 12006},
+        {"scheme only", W("http:"), 12005},
+        {"one slash", W("http:/h/p"), 12005},
+        {"no slash", W("http:h/p"), 12005},
+        {"backslashes", W("http:\\\\h\\p"), 12005},
+        {"no host", W("http:///p"), 12005},
+        {"a port without a host", W("http://:80/p"), 12005},
+        {"a user without a host", W("http://u:p@/p"), 12005},
+        {"letters as port", W("http://h:a"), 12005},
+        {"letters behind the port", W("http://h:8a"), 12005},
+        {"a sign", W("http://h:-1"), 12005},
+        {"a blank before the port", W("http://h: 80"), 12005},
+        {"port too large", W("http://h:65536/p"), 12005},
+        {"port larger than any number", W("http://h:4294967376/"), 12005},
+        {"two ports", W("http://h:80:90/"), 12005},
+        {"two colons", W("http://h::80/"), 12005},
+        {"open bracket", W("http://[::1/p"), 12005},
+        {"text behind the bracket", W("http://[::1]x/p"), 12005},
+        {"nothing in brackets", W("http://[]/p"), 12005},
+        {"blank in the host", W("http://my host/p"), 12005},
+        {"a header in the host", W("http://h\r\nX-Y: z/p"), 12005},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.what) + ": " + printable(row.url));
+        url_pieces pieces;
+        pieces.scheme_number = 4711;
+        pieces.host = W("kept");
+        EXPECT_EQ(crack_url(row.url, pieces), row.error);
+        EXPECT_EQ(kro::tessel::os::last_error(), row.error);
+        EXPECT_EQ(pieces.scheme_number, 4711);
+        EXPECT_TRUE(pieces.host == W("kept") && pieces.scheme.empty() && pieces.path.empty());
+    }
+}
+
+TEST(UrlContract, EndsAtTheFirstZeroUnit) {
+    url_pieces pieces;
+    const wide_string url(W("http://h/p\0@x/q"), 15);
+    ASSERT_EQ(crack_url(url, pieces), 0U);
+    EXPECT_TRUE(pieces.host == W("h") && pieces.path == W("/p") && pieces.user.empty());
+    EXPECT_EQ(crack_url(wide_view(), pieces), kro::tessel::os::k_error_inet_unrecognized_scheme);
+}
+
+// Quadratic work would take minutes here.
+TEST(UrlContract, TakesVeryLongUrls) {
+    constexpr std::size_t k_units = 1U << 20U;
+    for (const wchar* const unit : {W("x"), W("@"), W("/"), W("?"), W("%")}) {
+        wide_string url = W("http://u:p@h/");
+        while (url.size() < k_units) {
+            url += unit;
+        }
+        url_pieces pieces;
+        ASSERT_EQ(crack_url(url, pieces), 0U);
+        EXPECT_TRUE(pieces.host == W("h"));
+        EXPECT_EQ(pieces.path.size() + pieces.extra.size(), url.size() - 12);
+    }
+    const wide_string in_authority = W("http://") + wide_string(k_units, wchar('@')) + W("h:") +
+                                     wide_string(k_units, wchar('0')) + W("80/");
+    url_pieces pieces;
+    ASSERT_EQ(crack_url(in_authority, pieces), 0U);
+    EXPECT_EQ(pieces.port, 80);
+    EXPECT_EQ(pieces.user.size(), k_units - 1);
+}
+
+#undef NO
+#undef W
+
+}  // namespace tessel_test

@@ -1,0 +1,181 @@
+#include "batch.h"
+
+#include "text.h"
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+namespace command {
+namespace {
+
+namespace http = kro::tessel::http;
+
+// A completion procedure gets a number of at least 32 bits: the index of the URL, not a pointer.
+batch* g_batch = nullptr;
+
+/// Bytes of a request's body so far. The last chunk of a request that runs is filled up to where the next
+/// read goes.
+std::uint64_t body_bytes(const http::session_context& context) {
+    std::uint64_t bytes = 0;
+    for (const auto* chunk = context.content; chunk != nullptr; chunk = chunk->next) {
+        if (chunk == context.current_chunk && context.state == http::state_reading) {
+            const auto* begin = static_cast<const char*>(chunk->data);
+            return bytes +
+                   static_cast<std::uint64_t>(static_cast<const char*>(context.buffers.lpvBuffer) - begin);
+        }
+        bytes += chunk->size;
+    }
+    return bytes;
+}
+
+std::uint32_t last_error_or(std::uint32_t fallback) {
+    const auto error = static_cast<std::uint32_t>(kro::tessel::get_last_error());
+    return error == 0 ? fallback : error;
+}
+
+std::uint32_t error_of(const http::session_context& context) {
+    constexpr std::uint32_t k_internal_error = 12004;
+    if (context.state == http::state_done) {
+        return 0;
+    }
+    return context.async_error != 0 ? context.async_error : last_error_or(k_internal_error);
+}
+
+}  // namespace
+
+batch::batch(const request_options& options, result_handler on_result)
+    : m_options(options), m_on_result(std::move(on_result)), m_jobs(options.urls.size()) {
+    for (std::size_t i = 0; i < m_jobs.size(); ++i) {
+        m_jobs[i].result.index = i;
+    }
+    g_batch = this;
+}
+
+batch::~batch() {
+    for (const job& left : m_jobs) {
+        if (left.result.context != nullptr) {
+            http::http_session::mgr().remove(left.result.context);
+        }
+    }
+    g_batch = nullptr;
+}
+
+bool batch::run() {
+    if (!http::http_init()) {
+        return false;
+    }
+    start_more();
+    const auto done = [this] { return m_next_to_hand_over == m_jobs.size(); };
+    kro::tessel::message_loop::run_until(done, 0xFFFFFFFFU);
+    return true;
+}
+
+std::uint64_t batch::received_bytes() const {
+    std::uint64_t bytes = m_handed_over_bytes;
+    for (const job& each : m_jobs) {
+        if (each.result.context != nullptr) {
+            bytes += body_bytes(*each.result.context);
+        }
+    }
+    return bytes;
+}
+
+void batch::on_complete(unsigned long index, http::session_context* context) {
+    job& ended = g_batch->m_jobs[index];
+    ended.result.context = context;
+    --g_batch->m_running;
+    g_batch->finish(ended, error_of(*context));
+    g_batch->start_more();
+}
+
+void batch::start_more() {
+    while (m_running < m_options.parallel && m_next_to_start < m_jobs.size()) {
+        start(m_next_to_start++);
+    }
+}
+
+void batch::start(std::size_t index) {
+    job& starting = m_jobs[index];
+    starting.state = progress::running;
+    starting.started = clock::now();
+    ++m_running;
+    auto* context = start_request(index);
+    if (context == nullptr) {
+        --m_running;
+        constexpr std::uint32_t k_invalid_url = 12005;  // an empty URL sets no error
+        finish(starting, last_error_or(k_invalid_url));
+    } else {
+        starting.result.context = context;
+    }
+}
+
+http::session_context* batch::start_request(std::size_t index) const {
+    kro::tessel::set_last_error(0);
+    if (!m_options.proxy_host.empty()) {
+        return start_through_proxy(index);
+    }
+    const std::string& body = m_options.body;
+    return http::invoke2(from_utf8(m_options.urls[index]), from_utf8(m_options.headers), body.data(),
+                         body.size(), flags(), on_complete, index, m_options.method);
+}
+
+http::session_context* batch::start_through_proxy(std::size_t index) const {
+    auto context = std::make_unique<http::session_context>();
+    context->url = from_utf8(m_options.urls[index]);
+    context->method = m_options.method;
+    // Such a context is sent as it is: what invoke2 adds by itself is added here.
+    context->headers = m_options.headers.empty()
+                           ? TESSEL_W("Content-Type: application/x-www-form-urlencoded;charset:utf-8")
+                           : from_utf8(m_options.headers);
+    if (m_options.accept_gzip) {
+        context->headers += TESSEL_W("\r\nAccept-Encoding: gzip, deflate");
+    }
+    if (!m_options.body.empty()) {
+        auto* data = new unsigned char[m_options.body.size()];
+        std::copy(m_options.body.begin(), m_options.body.end(), data);
+        context->data = data;
+        context->data_len = static_cast<std::uint32_t>(m_options.body.size());
+    }
+    context->accept_gzip = m_options.accept_gzip;
+    context->auto_decode_gzip = m_options.decode_gzip;
+    context->proxy = http::proxy_info(http::proxy_http, from_utf8(m_options.proxy_host), m_options.proxy_port,
+                                      kro::tessel::CTString(), kro::tessel::CTString());
+    context->complete_proc = on_complete;
+    context->user_context = static_cast<decltype(context->user_context)>(index);
+    const std::uint32_t error = http::init_session(context.get());
+    if (error != 0) {
+        kro::tessel::set_last_error(error);
+        return nullptr;
+    }
+    return context.release();
+}
+
+unsigned long batch::flags() const {
+    return (m_options.accept_gzip ? http::k_invoke_accept_gzip : 0UL) |
+           (m_options.decode_gzip ? http::k_invoke_decode_gzip : 0UL);
+}
+
+void batch::finish(job& ended, std::uint32_t error) {
+    ended.state = progress::finished;
+    ended.result.error = error;
+    ended.result.took = std::chrono::duration_cast<std::chrono::milliseconds>(clock::now() - ended.started);
+    ++m_finished;
+    hand_over();
+}
+
+/// Results leave in the order of the URLs: one that overtook another waits here.
+void batch::hand_over() {
+    while (m_next_to_hand_over < m_jobs.size() && m_jobs[m_next_to_hand_over].state == progress::finished) {
+        job& next = m_jobs[m_next_to_hand_over++];
+        next.state = progress::handed_over;
+        m_on_result(next.result);
+        if (next.result.context != nullptr) {
+            m_handed_over_bytes += body_bytes(*next.result.context);
+            http::http_session::mgr().remove(next.result.context);
+            next.result.context = nullptr;
+        }
+    }
+}
+
+}  // namespace command

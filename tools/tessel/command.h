@@ -1,0 +1,21 @@
+// The verbs of the command. Each add_ function adds one verb (or one family) to the program; running it
+// writes the exit code.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace command {
+
+enum exit_code : int {
+    exit_ok = 0,
+    exit_failed = 1,     ///< something could not be done; standard error says what
+    exit_usage = 2,      ///< bad arguments
+    exit_bad_status = 3  ///< every request was answered, at least one with a status of 400 or above
+};
+
+void add_request_verbs(CLI::App& program, int& exit_code);  ///< get head post put delete request
+void add_url(CLI::App& program, int& exit_code);
+void add_error(CLI::App& program, int& exit_code);
+void add_timer(CLI::App& program, int& exit_code);
+
+}  // namespace command

@@ -1,0 +1,43 @@
+// tessel: requests, URLs, error numbers and timers of the library from a shell.
+#include "command.h"
+
+#include <fmt/core.h>
+
+#include <cstdio>
+#include <exception>
+
+namespace {
+
+int run(int argc, char** argv) {
+    CLI::App program("Makes HTTP requests through the tessel library and shows what it knows.", "tessel");
+    int code = command::exit_ok;
+    program.require_subcommand(1);
+    program.set_version_flag("--version", "tessel " TESSEL_VERSION);
+    command::add_request_verbs(program, code);
+    command::add_url(program, code);
+    command::add_error(program, code);
+    try {
+        program.parse(argc, argv);
+    } catch (const CLI::Success& wanted) {  // --help, --version
+        return program.exit(wanted);
+    } catch (const CLI::ParseError& error) {
+        fmt::print(stderr, "tessel: {} (tessel --help shows how)\n", error.what());
+        return command::exit_usage;
+    }
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        fmt::print(stderr, "tessel: standard output can't be written\n");
+        return command::exit_failed;
+    }
+    return code;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "tessel: %s\n", error.what());
+        return command::exit_failed;
+    }
+}

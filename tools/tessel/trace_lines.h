@@ -1,0 +1,10 @@
+// The library's trace on standard error, each line with its time and thread.
+#pragma once
+
+namespace command {
+
+/// From now on every trace line is shown; the calling thread is named "ui". The first other thread that
+/// traces is the engine's "service" thread.
+void show_trace();
+
+}  // namespace command
