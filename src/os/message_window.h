@@ -11,6 +11,8 @@ namespace kro::tessel::os {
 /// An opaque window handle; null for none. Never dereferenced, may be reused after the window is gone.
 using window = void*;
 
+/// Called for each message and tick of a window, on its thread. Must not throw: a loop of the host's is
+/// what it would throw into.
 using window_procedure = std::intptr_t (*)(window target, std::uint32_t message, std::uintptr_t wparam,
                                            std::intptr_t lparam);
 

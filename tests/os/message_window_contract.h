@@ -184,7 +184,7 @@ TEST_P(MessageWindowContract, QuitEndsTheInnermostRunBehindTheMessage) {
             service().quit();
         }
     });
-    for (const std::uintptr_t i : {1, 2, 3}) {
+    for (const std::uintptr_t i : {1U, 2U, 3U}) {
         target.post(i);
     }
     service().run();
@@ -302,7 +302,7 @@ TEST_P(MessageWindowContract, AKilledTimerTicksNoMoreNotEvenWhenItWasDue) {
         }
     });
     recording_window clock(service());
-    for (const std::uintptr_t id : {1, 2, 3}) {
+    for (const std::uintptr_t id : {1U, 2U, 3U}) {
         target.set_timer(id, 10);
     }
     let_pass(30);

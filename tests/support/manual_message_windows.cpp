@@ -252,11 +252,11 @@ void manual_message_windows::run() {
 bool manual_message_windows::run_until(const std::function<bool()>& done, std::uint32_t milliseconds) {
     const std::uint64_t end = milliseconds == os::k_infinite ? UINT64_MAX : now() + milliseconds;
     while (!done()) {
-        if (now() >= end) {
-            return false;
-        }
         if (deliver_one()) {
             continue;
+        }
+        if (now() >= end) {
+            return false;
         }
         const lock guard(m_mutex);
         const std::uint64_t next = std::min(end, next_due().value_or(UINT64_MAX));
