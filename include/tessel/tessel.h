@@ -13,6 +13,8 @@
 #include <tessel/http/session_context.h>
 #include <tessel/http/url.h>
 #include <tessel/platform/exception.h>
+#include <tessel/platform/fast_delegate.h>
 #include <tessel/platform/host.h>
 #include <tessel/platform/last_error.h>
 #include <tessel/platform/main_thread.h>
+#include <tessel/platform/timer.h>

@@ -73,6 +73,8 @@ err_has 'nonsense: 12006: '
 expect 0 error 12007
 out_has '12007: '
 expect 1 error 4711
+expect 0 timer --every 10 --count 3
+out_has 'tick 3 after '
 
 # The slow one is first, so it comes first; all of it is there.
 expect 0 get "$site/slow.txt" "$site/fast.txt"

@@ -1,6 +1,7 @@
 // tessel get|head|post|put|delete|request URL...: requests over the asynchronous engine.
 #include "batch.h"
 #include "command.h"
+#include "progress.h"
 #include "report.h"
 #include "request_options.h"
 #include "text.h"
@@ -13,6 +14,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <system_error>
 
 namespace command {
@@ -111,9 +113,16 @@ int run_requests(const request_options& request) {
         show_trace();
     }
     report results(request);
+    std::optional<progress_line> progress;
     batch requests(request, [&](const request_result& result) {
+        if (progress) {
+            progress->clear();
+        }
         results.add(result);
     });
+    if (!request.trace) {
+        progress.emplace(requests);
+    }
     if (!requests.run()) {
         fmt::print(stderr, "tessel: the engine can't be started\n");
         return exit_failed;

@@ -16,6 +16,7 @@ int run(int argc, char** argv) {
     command::add_request_verbs(program, code);
     command::add_url(program, code);
     command::add_error(program, code);
+    command::add_timer(program, code);
     try {
         program.parse(argc, argv);
     } catch (const CLI::Success& wanted) {  // --help, --version
