@@ -73,7 +73,7 @@ public:
             return page;
         }
         std::uint32_t of_environment = code_page_of_environment();
-        if (!is_known(of_environment)) {
+        if (!is_usable(of_environment)) {
             of_environment = k_code_page_utf8;
         }
         // Whoever comes first decides; a page that the host has set meanwhile stays.
@@ -81,7 +81,7 @@ public:
     }
 
     bool set_ansi_code_page(std::uint32_t page) override {
-        if (!is_known(page)) {
+        if (!is_usable(page)) {
             return false;
         }
         m_ansi.store(page, std::memory_order_relaxed);
@@ -141,8 +141,9 @@ public:
     }
 
 private:
-    static bool is_known(std::uint32_t page) {
-        return page == k_code_page_utf8 || has_code_page_tables(page);
+    // Builds the tables: whoever sets a page is going to use it, and learns here that it isn't there.
+    static bool is_usable(std::uint32_t page) {
+        return page == k_code_page_utf8 || tables_of(page) != nullptr;
     }
 
     std::uint32_t resolved(std::uint32_t page) { return page == k_code_page_ansi ? ansi_code_page() : page; }

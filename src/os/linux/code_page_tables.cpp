@@ -73,6 +73,16 @@ constexpr private_bytes k_private_bytes[] = {
     {1255, 0xFF, 0xFF, 0xF896}, {1257, 0xA1, 0xA1, 0xF8FC}, {1257, 0xA5, 0xA5, 0xF8FD},
 };
 
+// One-way mappings of ICU's that the platform's tables lack.
+struct foreign_units {
+    std::uint32_t page;
+    wchar first, last;
+};
+constexpr foreign_units k_foreign_units[] = {
+    {932, 0xF86F, 0xF86F},  {936, 0xFFE9, 0xFFEE},  {1253, 0x00AA, 0x00AA},
+    {1255, 0x203E, 0x203E}, {1256, 0x203E, 0x203E}, {1257, 0x203E, 0x203E},
+};
+
 struct converter_closer {
     void operator()(UConverter* converter) const { ucnv_close(converter); }
 };
@@ -108,12 +118,12 @@ public:
         : m_source(source), m_converter(converter), m_tables(std::make_unique<code_page_tables>()) {}
 
     std::unique_ptr<code_page_tables> build() {
-        std::fill(std::begin(m_tables->meaningless), std::end(m_tables->meaningless), false);
         find_lead_bytes();
         read_singles();
         read_pairs();
         std::vector<std::uint16_t> narrow(0x10000, 0);
         read_narrow(narrow);
+        remove_foreign_units(narrow);
         add_own_bytes(narrow);
         add_best_fit(m_source.page, narrow);
         store_in_blocks(narrow);
@@ -139,10 +149,16 @@ private:
                 m_tables->single[byte] = single_unit(byte);
             }
         }
-        m_tables->latin1_from_a0_on = true;
-        for (unsigned byte = 0xA0; byte < 256; ++byte) {
-            m_tables->latin1_from_a0_on = m_tables->latin1_from_a0_on && m_tables->single[byte] == byte;
+        find_run();
+    }
+
+    void find_run() {
+        unsigned first = 0xFF;
+        m_tables->run_distance = static_cast<std::uint16_t>(m_tables->single[first] - first);
+        while (first > 0x80U && m_tables->single[first - 1] + 1 == m_tables->single[first]) {
+            --first;
         }
+        m_tables->run_first = static_cast<std::uint8_t>(first);
     }
 
     wchar single_unit(unsigned byte) {
@@ -200,6 +216,14 @@ private:
         }
     }
 
+    void remove_foreign_units(std::vector<std::uint16_t>& narrow) const {
+        for (const foreign_units& row : k_foreign_units) {
+            if (row.page == m_source.page) {
+                std::fill(narrow.begin() + row.first, narrow.begin() + row.last + 1, std::uint16_t(0));
+            }
+        }
+    }
+
     // The bytes whose meaning isn't ICU's have it both ways.
     void add_own_bytes(std::vector<std::uint16_t>& narrow) {
         for (unsigned byte = 0; byte < 256; ++byte) {
@@ -217,7 +241,7 @@ private:
         for (std::size_t high = 0; high < 256; ++high) {
             const auto first = narrow.begin() + static_cast<std::ptrdiff_t>(high * 256);
             if (std::any_of(first, first + 256, [](std::uint16_t bytes) { return bytes != 0; })) {
-                m_tables->block_of[high] = static_cast<std::uint16_t>(blocks.size() / 256);
+                m_tables->block_start[high] = static_cast<std::uint32_t>(blocks.size());
                 blocks.insert(blocks.end(), first, first + 256);
             }
         }
@@ -239,10 +263,6 @@ const page_source* find_source(std::uint32_t page) {
 std::atomic<const code_page_tables*> g_built[k_page_count];
 
 }  // namespace
-
-bool has_code_page_tables(std::uint32_t page) noexcept {
-    return find_source(page) != nullptr;
-}
 
 const code_page_tables* find_code_page_tables(std::uint32_t page) {
     const page_source* const source = find_source(page);

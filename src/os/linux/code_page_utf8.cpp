@@ -53,32 +53,40 @@ decoded decode(const char* from, const char* end) {
     return {point, length};
 }
 
-void put(std::uint32_t point, wchar*& out) {
+// Pointers go in and come back by value: a reference to one would be reloaded after every store of a char.
+wchar* put(std::uint32_t point, wchar* to) {
     if (point < 0x10000U) {
-        *out++ = static_cast<wchar>(point);
-    } else {
-        *out++ = static_cast<wchar>(0xD7C0U + (point >> 10U));
-        *out++ = static_cast<wchar>(0xDC00U + (point & 0x3FFU));
+        *to = static_cast<wchar>(point);
+        return to + 1;
     }
+    to[0] = static_cast<wchar>(0xD7C0U + (point >> 10U));
+    to[1] = static_cast<wchar>(0xDC00U + (point & 0x3FFU));
+    return to + 2;
 }
 
-void put(std::uint32_t point, char*& out) {
-    const auto byte = [&out](std::uint32_t bits) { *out++ = static_cast<char>(bits); };
-    if (point < 0x80U) {
-        byte(point);
-    } else if (point < 0x800U) {
-        byte(0xC0U | point >> 6U);
-        byte(0x80U | (point & 0x3FU));
-    } else if (point < 0x10000U) {
-        byte(0xE0U | point >> 12U);
-        byte(0x80U | (point >> 6U & 0x3FU));
-        byte(0x80U | (point & 0x3FU));
-    } else {
-        byte(0xF0U | point >> 18U);
-        byte(0x80U | (point >> 12U & 0x3FU));
-        byte(0x80U | (point >> 6U & 0x3FU));
-        byte(0x80U | (point & 0x3FU));
-    }
+constexpr char continuation(std::uint32_t bits) {
+    return static_cast<char>(0x80U | (bits & 0x3FU));
+}
+
+char* put_two(std::uint32_t point, char* to) {
+    to[0] = static_cast<char>(0xC0U | point >> 6U);
+    to[1] = continuation(point);
+    return to + 2;
+}
+
+char* put_three(std::uint32_t point, char* to) {
+    to[0] = static_cast<char>(0xE0U | point >> 12U);
+    to[1] = continuation(point >> 6U);
+    to[2] = continuation(point);
+    return to + 3;
+}
+
+char* put_four(std::uint32_t point, char* to) {
+    to[0] = static_cast<char>(0xF0U | point >> 18U);
+    to[1] = continuation(point >> 12U);
+    to[2] = continuation(point >> 6U);
+    to[3] = continuation(point);
+    return to + 4;
 }
 
 struct decoding_walk {
@@ -88,42 +96,43 @@ struct decoding_walk {
     bool used_default = false;
 
     const char* operator()(const char* from, const char* soft_end, const char* end, wchar*& out) {
+        wchar* to = out;
         while (from < soft_end) {
             const std::uint32_t lead = byte_at(from);
             if (lead < 0x80U) {
-                from += ascii(from, soft_end, out);
+                // A single one (a blank between words) isn't worth a block.
+                *to++ = static_cast<wchar>(lead);
+                ++from;
+                if (soft_end - from >= k_ascii_block && byte_at(from) < 0x80U) {
+                    const std::ptrdiff_t done = widen_ascii(from, soft_end, to);
+                    from += done;
+                    to += done;
+                }
+            } else if (lead >= 0xC2U && lead < 0xE0U && end - from >= 2 && is_next(from + 1)) {
+                *to++ = static_cast<wchar>((lead & 0x1FU) << 6U | (byte_at(from + 1) & 0x3FU));
+                from += 2;
             } else if (lead >= 0xE1U && lead < 0xEDU && end - from >= 3 && is_next(from + 1) &&
-                       is_next(from + 2)) {  // most of the three-byte ones, straight
-                *out++ = static_cast<wchar>(lead << 12U | (byte_at(from + 1) & 0x3FU) << 6U |
-                                            (byte_at(from + 2) & 0x3FU));
+                       is_next(from + 2)) {  // those that can't be overlong nor surrogates
+                *to++ = static_cast<wchar>(lead << 12U | (byte_at(from + 1) & 0x3FU) << 6U |
+                                           (byte_at(from + 2) & 0x3FU));
                 from += 3;
             } else {
                 const decoded one = decode(from, end);
                 if (one.point == k_malformed && strict) {
                     stopped = true;
-                    return from;
+                    break;
                 }
                 used_default = used_default || one.point == k_malformed;
-                put(one.point == k_malformed ? k_replacement : one.point, out);
+                to = put(one.point == k_malformed ? k_replacement : one.point, to);
                 from += one.bytes;
             }
         }
+        out = to;
         return from;
     }
 
 private:
     static bool is_next(const char* at) { return (byte_at(at) & 0xC0U) == 0x80U; }
-
-    static std::ptrdiff_t ascii(const char* from, const char* soft_end, wchar*& out) {
-        std::ptrdiff_t done = 1;
-        if (soft_end - from >= k_ascii_block) {
-            done = static_cast<std::ptrdiff_t>(widen_ascii_block(from, out));
-        } else {
-            *out = static_cast<wchar>(*from);
-        }
-        out += done;
-        return done;
-    }
 };
 
 struct encoding_walk {
@@ -133,38 +142,37 @@ struct encoding_walk {
     bool used_default = false;
 
     const wchar* operator()(const wchar* from, const wchar* soft_end, const wchar* end, char*& out) {
+        char* to = out;
         while (from < soft_end) {
             const std::uint32_t unit = *from;
             if (unit < 0x80U) {
-                from += ascii(from, soft_end, out);
+                *to++ = static_cast<char>(unit);
+                ++from;
+                if (soft_end - from >= k_ascii_block && *from < 0x80U) {
+                    const std::ptrdiff_t done = narrow_ascii(from, soft_end, to);
+                    from += done;
+                    to += done;
+                }
+            } else if (unit < 0x800U) {
+                to = put_two(unit, to);
+                ++from;
             } else if ((unit & 0xF800U) != 0xD800U) {
-                put(unit, out);
+                to = put_three(unit, to);
                 ++from;
             } else if (unit < 0xDC00U && end - from >= 2 && (from[1] & 0xFC00U) == 0xDC00U) {
-                put(0x10000U + ((unit & 0x3FFU) << 10U) + (from[1] & 0x3FFU), out);
+                to = put_four(0x10000U + ((unit & 0x3FFU) << 10U) + (from[1] & 0x3FFU), to);
                 from += 2;
             } else if (strict) {
                 stopped = true;
-                return from;
+                break;
             } else {
                 used_default = true;
-                put(k_replacement, out);
+                to = put_three(k_replacement, to);
                 ++from;
             }
         }
+        out = to;
         return from;
-    }
-
-private:
-    static std::ptrdiff_t ascii(const wchar* from, const wchar* soft_end, char*& out) {
-        std::ptrdiff_t done = 1;
-        if (soft_end - from >= k_ascii_block) {
-            done = static_cast<std::ptrdiff_t>(narrow_ascii_block(from, out));
-        } else {
-            *out = static_cast<char>(*from);
-        }
-        out += done;
-        return done;
     }
 };
 

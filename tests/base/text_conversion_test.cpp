@@ -1,0 +1,59 @@
+// Everything that the library reads or sends as text passes here: lengths around the short texts' limit,
+// zeros, and the pages that don't exist.
+#include "base/text_conversion.h"
+
+#include "os/code_page.h"
+#include "os/thread.h"
+
+#include "tessel/platform/host.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+namespace {
+
+using kro::tessel::narrow;
+using kro::tessel::wide_string;
+using kro::tessel::widen;
+
+TEST(TextConversion, GoesThereAndBackAtEveryLength) {
+    const wide_string pattern = TESSEL_W("a\u00E9b\u65E5\0c\U0001F600");
+    for (const std::uint32_t page : {65001U, 932U, 1252U}) {
+        for (const std::size_t length : {0U, 1U, 3U, 500U, 511U, 512U, 513U, 2000U, 70000U}) {
+            wide_string text;
+            while (text.size() < length) {
+                text += page == 65001U ? pattern : page == 932U ? pattern.substr(3, 1) : pattern.substr(0, 2);
+            }
+            EXPECT_TRUE(widen(page, narrow(page, text)) == text) << page << ", " << length;
+        }
+    }
+    EXPECT_TRUE(widen(65001, std::string_view("a\0b", 3)) == wide_string(TESSEL_W("a\0b"), 3));
+    EXPECT_EQ(narrow(1252, TESSEL_W("\u0391")), "?");
+}
+
+TEST(TextConversion, PageZeroIsTheOneThatTheHostSet) {
+    const std::uint32_t before = kro::tessel::os::code_pages().ansi_code_page();
+    EXPECT_TRUE(kro::tessel::set_ansi_code_page(1251));
+    EXPECT_TRUE(widen(0, "\xC0") == TESSEL_W("\u0410"));
+    EXPECT_TRUE(kro::tessel::set_ansi_code_page(1252));
+    EXPECT_EQ(narrow(0, TESSEL_W("\u00C0")), "\xC0");
+    EXPECT_FALSE(kro::tessel::set_ansi_code_page(4711));
+    EXPECT_FALSE(kro::tessel::set_ansi_code_page(0));
+    EXPECT_EQ(narrow(0, TESSEL_W("\u00C0")), "\xC0");
+    EXPECT_TRUE(kro::tessel::set_ansi_code_page(before));
+}
+
+TEST(TextConversion, RefusesWhatItCannotDo) {
+    for (const std::size_t length : {1U, 1000U}) {
+        kro::tessel::os::set_last_error(0);
+        EXPECT_TRUE(widen(4711, std::string(length, 'a')).empty());
+        EXPECT_EQ(kro::tessel::os::last_error(), 87U);
+        EXPECT_TRUE(narrow(4711, wide_string(length, wchar('a'))).empty());
+    }
+    // The length is looked at first, so nothing behind the letter is read.
+    const std::string_view too_long("a", std::size_t(1) << 31U);
+    EXPECT_THROW(widen(1252, too_long), std::length_error);
+}
+
+}  // namespace
