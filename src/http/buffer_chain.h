@@ -14,6 +14,9 @@ inline constexpr std::size_t k_chunk_capacity = 10240;
 /// exceeds 2^32 - 1.
 _buffer_content* make_chunk(std::size_t capacity) noexcept;
 
+/// The same with undefined bytes, for chunks that are filled at once.
+_buffer_content* make_chunk_to_fill(std::size_t capacity) noexcept;
+
 /// Frees a chain, chunk by chunk in a loop; null is accepted.
 void free_chain(_buffer_content* chain) noexcept;
 
@@ -28,7 +31,7 @@ flatten_result flatten_chain(const _buffer_content* chain, _buffer_content*& fla
 /// the peak is the joined chunk and one other. `chain` is changed only when flattened.
 flatten_result flatten_owned_chain(_buffer_content*& chain) noexcept;
 
-/// Makes every make_chunk fail from the given call on (0: the next one), -1 ends that.
+/// Makes every make_chunk and make_chunk_to_fill fail from the given call on (0: the next one), -1 ends that.
 void fail_chunks_for_test(int from_call) noexcept;
 
 }  // namespace kro::tessel::http

@@ -66,7 +66,7 @@ public:
               std::min(input_bytes * std::uint64_t{k_gzip_output_factor}, std::uint64_t{k_max_gzip_chunk})) {}
 
     bool add_chunk() {
-        _buffer_content* const chunk = make_chunk(m_capacity + 1);
+        _buffer_content* const chunk = make_chunk_to_fill(m_capacity + 1);
         if (chunk == nullptr) {
             return false;
         }
