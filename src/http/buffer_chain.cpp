@@ -92,20 +92,7 @@ void free_chain(_buffer_content* chain) noexcept {
     }
 }
 
-flatten_result flatten_chain(const _buffer_content* chain, _buffer_content*& flat) noexcept {
-    _buffer_content* joined = nullptr;
-    const flatten_result result = make_joined(chain, joined);
-    if (result == flatten_result::flattened) {
-        auto* position = static_cast<unsigned char*>(joined->data);
-        for (; chain != nullptr; chain = chain->next) {
-            position = copy_bytes(*chain, position);
-        }
-        flat = joined;
-    }
-    return result;
-}
-
-flatten_result flatten_owned_chain(_buffer_content*& chain) noexcept {
+flatten_result flatten_chain(_buffer_content*& chain) noexcept {
     _buffer_content* joined = nullptr;
     const flatten_result result = make_joined(chain, joined);
     if (result == flatten_result::flattened) {

@@ -93,7 +93,7 @@ public:
     owned_chain take() {
         *end() = 0;
         _buffer_content* chain = m_chain.release();
-        const bool is_flat = flatten_owned_chain(chain) != flatten_result::no_memory;
+        const bool is_flat = flatten_chain(chain) != flatten_result::no_memory;
         owned_chain owned(chain);
         if (is_flat && chain->next != nullptr) {  // an empty chunk behind a full one
             free_chain(std::exchange(chain->next, nullptr));

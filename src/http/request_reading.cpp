@@ -116,7 +116,7 @@ std::uint32_t request_machine::end_of_body() {
     if (m_slot->received == 0) {
         free_chain(std::exchange(m_context.content, nullptr));
     }
-    if (flatten_owned_chain(m_context.content) == flatten_result::no_memory) {
+    if (flatten_chain(m_context.content) == flatten_result::no_memory) {
         return os::k_error_not_enough_memory;
     }
     return body_is_complete();
