@@ -28,7 +28,7 @@ function(tessel_test name)
   string(REPLACE "/" "_" target ${target})
   add_executable(${target} ${PROJECT_SOURCE_DIR}/tests/${name}_test.cpp ${arg_SUPPORT})
   tessel_use_insides(${target} ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
-  gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST
+  gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
     PROPERTIES LABELS "${area};${arg_LABELS}" TIMEOUT 120)
 endfunction()
 

@@ -1,5 +1,7 @@
 #include "http/buffer_chain.h"
 
+#include "os/memory.h"
+
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
@@ -29,17 +31,34 @@ std::uint64_t total_size(const _buffer_content* chain) noexcept {
     return total;
 }
 
-// The chunk, still empty, that a chain is to be joined into.
+bool may_make(std::size_t capacity) noexcept {
+    return capacity <= k_max_size && !is_to_fail();
+}
+
+_buffer_content* set_up(void* block, std::size_t capacity) noexcept {
+    if (block == nullptr) {
+        return nullptr;
+    }
+    auto* const chunk = static_cast<_buffer_content*>(block);
+    chunk->next = nullptr;
+    chunk->size = static_cast<std::uint32_t>(capacity);
+    chunk->data = chunk + 1;
+    os::expect_to_fill(block, sizeof(_buffer_content) + capacity);
+    return chunk;
+}
+
+// The chunk, its bytes still undefined, that a chain is to be joined into.
 flatten_result make_joined(const _buffer_content* chain, _buffer_content*& joined) noexcept {
     const std::uint64_t total = total_size(chain);
     if (chain == nullptr || total <= chain->size) {
         return flatten_result::flat_already;
     }
-    joined = total < k_max_size ? make_chunk(static_cast<std::size_t>(total) + 1) : nullptr;
+    joined = total < k_max_size ? make_chunk_to_fill(static_cast<std::size_t>(total) + 1) : nullptr;
     if (joined == nullptr) {
         return flatten_result::no_memory;
     }
     joined->size = static_cast<std::uint32_t>(total);
+    static_cast<unsigned char*>(joined->data)[total] = 0;
     return flatten_result::flattened;
 }
 
@@ -58,16 +77,13 @@ void fail_chunks_for_test(int from_call) noexcept {
 }
 
 _buffer_content* make_chunk(std::size_t capacity) noexcept {
-    if (capacity > k_max_size || is_to_fail()) {
-        return nullptr;
-    }
     // calloc gives large chunks as untouched zero pages, so a big body isn't written twice.
-    auto* chunk = static_cast<_buffer_content*>(std::calloc(1, sizeof(_buffer_content) + capacity));
-    if (chunk != nullptr) {
-        chunk->size = static_cast<std::uint32_t>(capacity);
-        chunk->data = chunk + 1;
-    }
-    return chunk;
+    return may_make(capacity) ? set_up(std::calloc(1, sizeof(_buffer_content) + capacity), capacity)
+                              : nullptr;
+}
+
+_buffer_content* make_chunk_to_fill(std::size_t capacity) noexcept {
+    return may_make(capacity) ? set_up(std::malloc(sizeof(_buffer_content) + capacity), capacity) : nullptr;
 }
 
 void free_chain(_buffer_content* chain) noexcept {
@@ -76,20 +92,7 @@ void free_chain(_buffer_content* chain) noexcept {
     }
 }
 
-flatten_result flatten_chain(const _buffer_content* chain, _buffer_content*& flat) noexcept {
-    _buffer_content* joined = nullptr;
-    const flatten_result result = make_joined(chain, joined);
-    if (result == flatten_result::flattened) {
-        auto* position = static_cast<unsigned char*>(joined->data);
-        for (; chain != nullptr; chain = chain->next) {
-            position = copy_bytes(*chain, position);
-        }
-        flat = joined;
-    }
-    return result;
-}
-
-flatten_result flatten_owned_chain(_buffer_content*& chain) noexcept {
+flatten_result flatten_chain(_buffer_content*& chain) noexcept {
     _buffer_content* joined = nullptr;
     const flatten_result result = make_joined(chain, joined);
     if (result == flatten_result::flattened) {

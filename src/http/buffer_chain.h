@@ -14,21 +14,20 @@ inline constexpr std::size_t k_chunk_capacity = 10240;
 /// exceeds 2^32 - 1.
 _buffer_content* make_chunk(std::size_t capacity) noexcept;
 
+/// The same with undefined bytes, for chunks that are filled at once.
+_buffer_content* make_chunk_to_fill(std::size_t capacity) noexcept;
+
 /// Frees a chain, chunk by chunk in a loop; null is accepted.
 void free_chain(_buffer_content* chain) noexcept;
 
 enum class flatten_result { flat_already, flattened, no_memory };
 
-/// Joins a chain of several chunks into one chunk that ends in a zero byte which isn't counted.
-/// `flat` is set only when flattened, and is the caller's; the chain stays the caller's too. A total of
-/// 2^32 - 1 bytes or more counts as no memory.
-flatten_result flatten_chain(const _buffer_content* chain, _buffer_content*& flat) noexcept;
+/// Joins a chain of several chunks into one chunk that ends in a zero byte which isn't counted, freeing each
+/// chunk as soon as it has been copied, so that the peak is the joined chunk and one other. `chain` is
+/// changed only when flattened. A total of 2^32 - 1 bytes or more counts as no memory.
+flatten_result flatten_chain(_buffer_content*& chain) noexcept;
 
-/// The same for an owner: joins the chunks into one and frees each as soon as it has been copied, so that
-/// the peak is the joined chunk and one other. `chain` is changed only when flattened.
-flatten_result flatten_owned_chain(_buffer_content*& chain) noexcept;
-
-/// Makes every make_chunk fail from the given call on (0: the next one), -1 ends that.
+/// Makes every make_chunk and make_chunk_to_fill fail from the given call on (0: the next one), -1 ends that.
 void fail_chunks_for_test(int from_call) noexcept;
 
 }  // namespace kro::tessel::http

@@ -9,10 +9,13 @@
 
 namespace kro::tessel::http {
 
-/// Converts bytes of a code page in pieces of at most `longest` bytes, since one conversion can't take 2^31
-/// bytes or more. No piece ends inside a character, unless a double-byte text runs through a whole piece
-/// without an ASCII character.
-/// longest: at least 4, even.
-CTString widen_in_pieces(std::uint32_t page, std::string_view bytes, std::size_t longest);
+/// Bytes that are converted at a time: they and their text stay in the processor's nearest cache, and the
+/// text needs neither a first pass for its length nor memory that is cleared only to be written over.
+inline constexpr std::size_t k_text_piece = 8192;
+
+/// Converts bytes of a code page, `piece` at a time; no piece ends inside a character.
+/// piece:  at least 4.
+/// Throws: std::bad_alloc, std::length_error.
+CTString widen_in_pieces(std::uint32_t page, std::string_view bytes, std::size_t piece = k_text_piece);
 
 }  // namespace kro::tessel::http

@@ -66,7 +66,7 @@ public:
               std::min(input_bytes * std::uint64_t{k_gzip_output_factor}, std::uint64_t{k_max_gzip_chunk})) {}
 
     bool add_chunk() {
-        _buffer_content* const chunk = make_chunk(m_capacity + 1);
+        _buffer_content* const chunk = make_chunk_to_fill(m_capacity + 1);
         if (chunk == nullptr) {
             return false;
         }
@@ -93,7 +93,7 @@ public:
     owned_chain take() {
         *end() = 0;
         _buffer_content* chain = m_chain.release();
-        const bool is_flat = flatten_owned_chain(chain) != flatten_result::no_memory;
+        const bool is_flat = flatten_chain(chain) != flatten_result::no_memory;
         owned_chain owned(chain);
         if (is_flat && chain->next != nullptr) {  // an empty chunk behind a full one
             free_chain(std::exchange(chain->next, nullptr));

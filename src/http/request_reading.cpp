@@ -116,15 +116,8 @@ std::uint32_t request_machine::end_of_body() {
     if (m_slot->received == 0) {
         free_chain(std::exchange(m_context.content, nullptr));
     }
-    _buffer_content* flat = nullptr;
-    switch (flatten_chain(m_context.content, flat)) {
-        case flatten_result::no_memory:
-            return os::k_error_not_enough_memory;
-        case flatten_result::flattened:
-            free_chain(std::exchange(m_context.content, flat));
-            break;
-        case flatten_result::flat_already:
-            break;
+    if (flatten_chain(m_context.content) == flatten_result::no_memory) {
+        return os::k_error_not_enough_memory;
     }
     return body_is_complete();
 }

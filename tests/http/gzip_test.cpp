@@ -242,14 +242,14 @@ TEST_F(Gzip, StopsBetweenSlicesWhenAskedTo) {
 TEST(BufferChain, FlattensAnOwnedChain) {
     _buffer_content* chain = make_chunk(3);
     std::memcpy(chain->data, "abc", 3);
-    EXPECT_EQ(kro::tessel::http::flatten_owned_chain(chain), kro::tessel::http::flatten_result::flat_already);
+    EXPECT_EQ(kro::tessel::http::flatten_chain(chain), kro::tessel::http::flatten_result::flat_already);
     chain->next = make_chunk(2);
     std::memcpy(chain->next->data, "de", 2);
     chain->next->next = make_chunk(0);
     kro::tessel::http::fail_chunks_for_test(0);
-    EXPECT_EQ(kro::tessel::http::flatten_owned_chain(chain), kro::tessel::http::flatten_result::no_memory);
+    EXPECT_EQ(kro::tessel::http::flatten_chain(chain), kro::tessel::http::flatten_result::no_memory);
     kro::tessel::http::fail_chunks_for_test(-1);
-    ASSERT_EQ(kro::tessel::http::flatten_owned_chain(chain), kro::tessel::http::flatten_result::flattened);
+    ASSERT_EQ(kro::tessel::http::flatten_chain(chain), kro::tessel::http::flatten_result::flattened);
     EXPECT_EQ(std::string(static_cast<const char*>(chain->data), 6), "abcde\0"s);
     EXPECT_EQ(chain->size, 5U);
     EXPECT_EQ(chain->next, nullptr);
