@@ -2,7 +2,8 @@
 // against one server process. Prints a line a measurement and the ratio of the medians; rounds of the two
 // sides alternate, so that a busy machine hits both.
 //
-//   inet_bench [--rounds N] [--requests N] [--mib N] [--limit N] [name ...]     names: 64 1 10000 known chunked
+//   inet_bench [--rounds N] [--requests N] [--mib N] [--limit N] [name ...]     names: 64 1 10000 known
+//   chunked
 
 #include "os/inet.h"
 
@@ -24,12 +25,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -42,10 +43,11 @@ constexpr std::size_t k_piece = std::size_t{256} * 1024;
 
 struct peer {
     std::string in;
-    std::string out;
-    std::size_t sent = 0;
-    std::uint64_t body_left = 0;
+    std::string head;             // what goes out before the pieces of a body
+    std::string_view out;         // what is going out: the head, or one of the server's pieces
+    std::uint64_t body_left = 0;  // in pieces of k_piece
     bool chunked = false;
+    bool waits_for_room = false;
 };
 
 class bench_server {
@@ -61,6 +63,9 @@ public:
             std::abort();
         }
         m_port = ntohs(address.sin_port);
+        for (std::size_t done = 0; done < k_piece; done += 16384) {
+            m_chunks.append("4000\r\n").append(m_fill, 0, 16384).append("\r\n");
+        }
     }
 
     std::uint16_t port() const { return m_port; }
@@ -121,73 +126,86 @@ private:
     void answer(peer& one, const std::string& line) {
         if (line.compare(0, 11, "GET /known/") == 0) {
             one.body_left = std::stoull(line.substr(11));
-            one.out += "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(one.body_left) + "\r\n\r\n";
+            one.head += "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(one.body_left) + "\r\n\r\n";
         } else if (line.compare(0, 13, "GET /chunked/") == 0) {
             one.body_left = std::stoull(line.substr(13));
             one.chunked = true;
-            one.out += "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
+            one.head += "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
         } else {
-            one.out += "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\nContent-Length: 100\r\n\r\n";
-            one.out.append(m_fill, 0, 100);
+            one.head += "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\nContent-Length: 100\r\n\r\n";
+            one.head.append(m_fill, 0, 100);
         }
+        one.out = one.head;
     }
 
-    void refill(peer& one) {
-        one.out.clear();
-        one.sent = 0;
-        if (one.body_left == 0) {
-            return;
-        }
-        const auto piece = static_cast<std::size_t>(std::min<std::uint64_t>(one.body_left, k_piece));
-        one.body_left -= piece;
-        if (!one.chunked) {
-            one.out.assign(m_fill, 0, piece);
-            return;
-        }
-        for (std::size_t done = 0; done < piece; done += 16384) {
-            const std::size_t part = std::min<std::size_t>(16384, piece - done);
-            char size[16];
-            std::snprintf(size, sizeof size, "%zx\r\n", part);
-            one.out.append(size).append(m_fill, 0, part).append("\r\n");
-        }
-        if (one.body_left == 0) {
-            one.out += "0\r\n\r\n";
+    // Points at what goes out next; false at the end.
+    bool refill(peer& one) {
+        one.head.clear();
+        if (one.body_left != 0) {
+            one.body_left -= k_piece;
+            one.out = one.chunked ? m_chunks : m_fill;
+        } else if (one.chunked) {
             one.chunked = false;
+            one.out = "0\r\n\r\n";
         }
+        return !one.out.empty();
     }
 
     void flush(int socket, peer& one) {
         for (;;) {
-            if (one.sent == one.out.size()) {
-                refill(one);
-                if (one.out.empty()) {
+            if (one.out.empty() && !refill(one)) {
+                if (one.waits_for_room) {
+                    one.waits_for_room = false;
                     watch(socket, EPOLL_CTL_MOD, EPOLLIN);
-                    return;
                 }
+                return;
             }
-            const ssize_t count =
-                ::send(socket, one.out.data() + one.sent, one.out.size() - one.sent, MSG_NOSIGNAL);
+            const ssize_t count = ::send(socket, one.out.data(), one.out.size(), MSG_NOSIGNAL);
             if (count < 0) {
+                one.waits_for_room = true;
                 watch(socket, EPOLL_CTL_MOD, EPOLLIN | EPOLLOUT);
                 return;
             }
-            one.sent += static_cast<std::size_t>(count);
-            if (one.sent == one.out.size() && one.body_left == 0) {
-                one.out.clear();
-                one.sent = 0;
-                return;
-            }
+            one.out.remove_prefix(static_cast<std::size_t>(count));
         }
     }
 
     int m_listener;
     int m_epoll = -1;
     std::uint16_t m_port = 0;
-    std::string m_fill;
+    std::string m_fill;    // k_piece bytes of a body
+    std::string m_chunks;  // the same in chunks of 16 KiB
     std::map<int, std::unique_ptr<peer>> m_peers;
 };
 
 // ---- measuring
+
+// Destinations of bodies, used again by either side: a fresh page costs more than the bytes that it takes.
+class body_memory {
+public:
+    char* take(std::size_t bytes) {
+        if (bytes != m_bytes) {
+            m_free.clear();
+            m_all.clear();
+            m_bytes = bytes;
+        }
+        if (m_free.empty()) {
+            m_all.push_back(std::make_unique<char[]>(bytes));
+            m_free.push_back(m_all.back().get());
+        }
+        char* const taken = m_free.back();
+        m_free.pop_back();
+        return taken;
+    }
+    void give(char* memory) { m_free.push_back(memory); }
+
+private:
+    std::size_t m_bytes = 0;
+    std::vector<std::unique_ptr<char[]>> m_all;
+    std::vector<char*> m_free;
+};
+
+body_memory g_memory;
 
 struct measured {
     double seconds = 0;
@@ -219,7 +237,7 @@ double median(std::vector<double> values) {
 // ---- plain libcurl: a new easy handle for each request, curl_multi_poll
 
 struct curl_body {
-    std::unique_ptr<char[]> data;
+    char* data = nullptr;
     std::size_t size = 0;
     std::size_t capacity = 0;
 };
@@ -230,7 +248,7 @@ std::size_t keep_body(char* data, std::size_t size, std::size_t count, void* to)
     if (body.size + bytes > body.capacity) {
         return 0;
     }
-    std::memcpy(body.data.get() + body.size, data, bytes);
+    std::memcpy(body.data + body.size, data, bytes);
     body.size += bytes;
     return bytes;
 }
@@ -271,7 +289,7 @@ private:
     void start(const std::string& url, std::size_t body_bytes, long buffer) {
         CURL* const easy = curl_easy_init();
         auto* const body = new curl_body;
-        body->data.reset(new char[body_bytes]);
+        body->data = g_memory.take(body_bytes);
         body->capacity = body_bytes;
         curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
         curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, keep_body);
@@ -294,6 +312,7 @@ private:
         }
         curl_multi_remove_handle(m_multi, easy);
         curl_easy_cleanup(easy);
+        g_memory.give(body->data);
         delete body;
     }
 
@@ -309,7 +328,7 @@ struct job {
     os::inet_handle request = nullptr;
     enum class step { sending, ending, reading } at = step::sending;
     os::inet_async_result result;
-    std::unique_ptr<char[]> body;
+    char* body = nullptr;
     std::size_t capacity = 0;
     std::size_t size = 0;
 };
@@ -374,7 +393,7 @@ private:
         auto* const one = new job;
         one->owner = this;
         one->capacity = m_body_bytes;
-        one->body.reset(new char[m_body_bytes]);
+        one->body = g_memory.take(m_body_bytes);
         const auto context = reinterpret_cast<std::uintptr_t>(one);
         one->request =
             os::inet().open_request(m_connection, {}, m_object, os::k_request_keep_connection, context);
@@ -414,9 +433,8 @@ private:
             const std::size_t room = one.capacity - one.size;
             const bool is_full = room == 0;
             const auto wanted = static_cast<std::uint32_t>(std::min<std::size_t>(room, m_piece));
-            const auto got = is_full
-                                 ? os::inet().read(one.request, end, sizeof end, context)
-                                 : os::inet().read(one.request, one.body.get() + one.size, wanted, context);
+            const auto got = is_full ? os::inet().read(one.request, end, sizeof end, context)
+                                     : os::inet().read(one.request, one.body + one.size, wanted, context);
             if (got.status.pending()) {
                 return;
             }
@@ -436,6 +454,7 @@ private:
             fail(0);
         }
         os::inet().close(one.request);
+        g_memory.give(one.body);
         delete &one;
         ++m_ended;
         if (m_started < m_total) {
