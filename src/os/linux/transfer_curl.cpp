@@ -23,6 +23,10 @@ constexpr long k_no_connect_limit_ms = 1'000L * 60 * 60 * 24;
 
 constexpr long k_idle_connection_seconds = 60;
 
+// libcurl's own 16 KiB cost two thirds of the bulk rate, and whether a body is large isn't known yet when
+// the buffer is made. Small responses touch its first page only.
+constexpr long k_buffer_bytes = 512L * 1024;
+
 constexpr std::string_view k_head_of_headless_response = "HTTP/1.0 200 OK\r\n\r\n";
 
 template <class Value>
@@ -80,6 +84,7 @@ curl_exchange::~curl_exchange() {
 void curl_exchange::set_constant_options() {
     set(m_easy, CURLOPT_PRIVATE, this);
     set(m_easy, CURLOPT_NOSIGNAL, 1L);
+    set(m_easy, CURLOPT_BUFFERSIZE, k_buffer_bytes);
     set(m_easy, CURLOPT_NOPROGRESS, 1L);
     set(m_easy, CURLOPT_PROTOCOLS_STR, "http,https");
     // One request a connection: what the service's users expect, and a paused HTTP/2 stream would go on
@@ -115,7 +120,7 @@ bool curl_exchange::begin(std::shared_ptr<curl_transfer> what) {
     m_transfer->exchange = this;
     m_body_offset = 0;
     m_block.clear();
-    m_in_block = m_resolving = m_connecting_told = m_connected = false;
+    m_in_block = m_resolving = m_connecting_told = m_stages_over = m_connected = false;
     m_sent_told = m_headers_told = m_paused = false;
     if (!set(m_easy, CURLOPT_URL, m_transfer->request.url.c_str())) {
         return false;
@@ -205,7 +210,7 @@ void curl_exchange::begin_wait(wait what) noexcept {
 }
 
 void curl_exchange::report_stage(transfer_stage stage, std::string_view text) {
-    if (m_transfer->sink != nullptr) {
+    if (m_transfer->sink != nullptr && !m_stages_over) {
         m_transfer->sink->on_stage(m_transfer->request.tag, stage, text);
         m_host.told(*m_transfer);
     }
@@ -312,10 +317,11 @@ void curl_exchange::connected() {
     m_connected = true;
     m_resolving = false;
     m_block.clear();
-    if (!m_sent_told) {
+    if (!m_stages_over) {
         if (m_connecting_told) {
             report_stage(transfer_stage::connected, {});
         }
+        m_stages_over = true;
         m_host.sending(*this);
     }
     begin_wait(m_transfer->request.has_body ? wait::sending : wait::receiving);
@@ -444,7 +450,7 @@ curl_socket_t curl_exchange::on_open_socket(void* self, curlsocktype /*purpose*/
     if (exchange.m_transfer->sink == nullptr) {
         return CURL_SOCKET_BAD;
     }
-    if (!exchange.m_connecting_told && !exchange.m_sent_told) {
+    if (!exchange.m_connecting_told) {
         exchange.m_connecting_told = true;
         exchange.report_stage(transfer_stage::connecting, text_of(address->addr));
     }

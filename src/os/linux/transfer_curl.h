@@ -138,6 +138,7 @@ private:
     bool m_in_block = false;
     bool m_resolving = false;
     bool m_connecting_told = false;
+    bool m_stages_over = false;  // later connections of the same exchange are libcurl's own affair
     bool m_connected = false;
     bool m_sent_told = false;
     bool m_headers_told = false;
