@@ -34,6 +34,7 @@ public:
     /// Closes so that the client sees a reset.
     void reset();
     bool is_open() const noexcept { return m_socket >= 0; }
+    int socket() const noexcept { return m_socket; }
     /// Whether bytes or the end of the connection are there to be read now.
     bool has_bytes() const;
 

@@ -14,7 +14,8 @@ std::uint32_t certificate_error(long verify_result) noexcept {
         case X509_V_ERR_CERT_NOT_YET_VALID:
         case X509_V_ERR_CERT_HAS_EXPIRED:
             return k_error_inet_cert_date_invalid;
-        case X509_V_OK:  // libcurl's own comparison of the names said no
+        case X509_V_OK:
+        case X509_V_ERR_UNSPECIFIED:  // libcurl's own comparison of the names said no, before any verdict
         case X509_V_ERR_HOSTNAME_MISMATCH:
         case X509_V_ERR_IP_ADDRESS_MISMATCH:
             return k_error_inet_cert_cn_invalid;

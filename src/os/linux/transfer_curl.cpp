@@ -7,6 +7,7 @@
 #include <openssl/ssl.h>
 #include <sys/socket.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -71,6 +72,14 @@ long connect_limit(std::uint32_t milliseconds) noexcept {
 
 }  // namespace
 
+const std::string& certificate_file() {
+    static const std::string file = [] {
+        const char* const named = std::getenv("SSL_CERT_FILE");
+        return std::string(named == nullptr ? "" : named);
+    }();
+    return file;
+}
+
 curl_exchange::curl_exchange(exchange_host& host) : m_host(host), m_easy(curl_easy_init()) {
     if (m_easy != nullptr) {
         set_constant_options();
@@ -96,6 +105,9 @@ void curl_exchange::set_constant_options() {
     set(m_easy, CURLOPT_NOPROXY, "");
     set(m_easy, CURLOPT_MAXAGE_CONN, k_idle_connection_seconds);
     set(m_easy, CURLOPT_QUICK_EXIT, 1L);  // a lookup is left behind, never waited for
+    if (!certificate_file().empty()) {
+        set(m_easy, CURLOPT_CAINFO, certificate_file().c_str());
+    }
     set(m_easy, CURLOPT_HEADERFUNCTION, on_header);
     set(m_easy, CURLOPT_HEADERDATA, this);
     set(m_easy, CURLOPT_WRITEFUNCTION, on_write);

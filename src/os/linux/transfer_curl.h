@@ -54,6 +54,10 @@ public:
     virtual void close_socket(int socket) noexcept = 0;
 };
 
+/// The file of trusted certificates that SSL_CERT_FILE named at the first call, as for other programs on
+/// OpenSSL; empty for the system's own store.
+const std::string& certificate_file();
+
 class curl_exchange {
 public:
     explicit curl_exchange(exchange_host& host);

@@ -33,6 +33,7 @@ void prepare_libraries() {
     static const bool prepared = [] {
         // OpenSSL's own exit handler has to be registered before ours, so that it runs after it.
         OPENSSL_init_ssl(0, nullptr);
+        certificate_file();  // the environment is read here, on a thread of the host's
         return curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
     }();
     static_cast<void>(prepared);
