@@ -60,9 +60,10 @@ std::uint16_t replacement_of(const code_page_tables& tables, const char* text) {
     if (text == nullptr) {
         return '?';
     }
-    const auto first = static_cast<unsigned char>(text[0]);
-    const bool two_bytes = tables.lead_row[first] != 0 && text[1] != 0;
-    return two_bytes ? static_cast<std::uint16_t>(first << 8U | static_cast<unsigned char>(text[1])) : first;
+    const std::uint32_t first = static_cast<unsigned char>(text[0]);
+    const std::uint32_t second = static_cast<unsigned char>(text[0] == 0 ? 0 : text[1]);
+    const bool two_bytes = tables.lead_row[first] != 0 && second != 0;
+    return static_cast<std::uint16_t>(two_bytes ? first << 8U | second : first);
 }
 
 class table_code_pages final : public code_page_service {
