@@ -173,7 +173,7 @@ TEST(UrlContract, RefusesWhatIsNoUrlAndTouchesNothing) {
         {"text behind the bracket", W("http://[::1]x/p"), 12005},
         {"nothing in brackets", W("http://[]/p"), 12005},
         {"blank in the host", W("http://my host/p"), 12005},
-        {"a header in the host", W("http://h\r\nX-Y: z/p"), 12005},
+        {"a header in the host", W("http://h\r\nX-Y/p"), 12005},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.what) + ": " + printable(row.url));
