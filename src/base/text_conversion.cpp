@@ -14,12 +14,28 @@ namespace {
 constexpr std::size_t k_short_units = 512;
 constexpr std::size_t k_longest = std::numeric_limits<std::int32_t>::max();
 constexpr std::uint32_t k_error_not_enough_memory = 8;
+constexpr std::uint32_t k_error_arithmetic_overflow = 534;
+
+[[noreturn]] void refuse_length() {
+    throw std::length_error("text too long to convert");
+}
 
 std::int32_t checked_length(std::size_t length) {
     if (length > k_longest) {
-        throw std::length_error("text too long to convert");
+        refuse_length();
     }
     return static_cast<std::int32_t>(length);
+}
+
+void throw_last_error() {
+    switch (os::last_error()) {
+        case k_error_not_enough_memory:
+            throw std::bad_alloc();
+        case k_error_arithmetic_overflow:
+            refuse_length();
+        default:  // an unknown page: the caller learns it from the empty result
+            break;
+    }
 }
 
 // convert(out, capacity): the conversion's result.
@@ -32,8 +48,8 @@ String converted(std::int32_t length, Convert convert) {
     const bool is_short = static_cast<std::size_t>(length) <= k_short_units;
     const auto room = static_cast<std::int32_t>(std::size(on_stack));
     const std::int32_t units = is_short ? convert(on_stack, room) : convert(nullptr, 0);
-    if (units == 0 && os::last_error() == k_error_not_enough_memory) {
-        throw std::bad_alloc();
+    if (units == 0) {
+        throw_last_error();
     }
     String text;
     if (is_short) {

@@ -91,6 +91,10 @@ std::vector<std::pair<std::string, wide_string>> characters_of(UConverter* conve
     std::vector<std::pair<std::string, wide_string>> characters;
     const auto add = [&](const std::string& bytes) {
         const wide_string text = icu_text(converter, bytes);
+        if (text == TESSEL_W("\u00AA") && bytes == "\xAA" &&
+            icu_text(converter, "\xC1") == TESSEL_W("\u0391")) {
+            return;  // 1253 has no such letter: there the byte has a number in the private use area
+        }
         // Only what ICU maps both ways; its exchanged control characters aside.
         if (text.size() == 1 && text[0] >= 0x20 && text[0] != 0x7F && icu_bytes(converter, text) == bytes) {
             characters.emplace_back(bytes, text);
@@ -106,32 +110,26 @@ std::vector<std::pair<std::string, wide_string>> characters_of(UConverter* conve
     return characters;
 }
 
+void expect_agreement(std::uint32_t page, UConverter* converter) {
+    const auto characters = characters_of(converter);
+    ASSERT_GT(characters.size(), 170U);
+    std::string bytes;
+    wide_string text;
+    for (std::size_t i = 0; i < characters.size(); ++i) {
+        const std::size_t letters = i % 7 == 0 ? i % 83 : 0;
+        bytes += characters[i].first + std::string(letters, 'a');
+        text += characters[i].second + wide_string(letters, wchar('a'));
+    }
+    EXPECT_TRUE(to_wide(page, bytes) == text);
+    const narrowed back = to_narrow(page, text, kro::tessel::os::k_narrow_no_best_fit);
+    EXPECT_TRUE(back.bytes == bytes);
+    EXPECT_FALSE(back.used_default);
+}
+
 TEST(CodePage, AgreesWithIcuOnEveryCharacter) {
     for (const auto& row : k_pages) {
         SCOPED_TRACE(row.page);
-        const auto converter = open_converter(row.icu_name);
-        auto characters = characters_of(converter.get());
-        // 1253 has no such letter: there the byte has a number in the private use area.
-        const auto is_foreign = [&](const auto& one) {
-            return row.page == 1253 && one.second == TESSEL_W("\u00AA");
-        };
-        characters.erase(std::remove_if(characters.begin(), characters.end(), is_foreign), characters.end());
-        ASSERT_GT(characters.size(), 170U);
-        std::string bytes;
-        wide_string text;
-        for (std::size_t i = 0; i < characters.size(); ++i) {
-            bytes += characters[i].first;
-            text += characters[i].second;
-            if (i % 7 == 0) {
-                const std::size_t ascii = i % 83;
-                bytes += std::string(ascii, 'a');
-                text += wide_string(ascii, wchar('a'));
-            }
-        }
-        EXPECT_TRUE(to_wide(row.page, bytes) == text);
-        const narrowed back = to_narrow(row.page, text, kro::tessel::os::k_narrow_no_best_fit);
-        EXPECT_TRUE(back.bytes == bytes);
-        EXPECT_FALSE(back.used_default);
+        expect_agreement(row.page, open_converter(row.icu_name).get());
     }
 }
 

@@ -24,7 +24,8 @@ using wide_view = std::basic_string_view<wchar>;
 inline std::string printable(wide_view text) {
     std::string out;
     for (const wchar unit : text.substr(0, 100)) {
-        out.push_back(unit >= 0x20 && unit < 0x7F ? static_cast<char>(unit) : '~');
+        const bool shows = unit >= 0x20 && unit < 0x7F;
+        out += shows ? std::string(1, static_cast<char>(unit)) : "<" + std::to_string(unit) + ">";
     }
     return out;
 }
@@ -32,32 +33,34 @@ inline std::string printable(wide_view text) {
 struct cracked_row {
     const char* what;
     const wchar* url;
-    std::uint16_t scheme;
+    int scheme;
+    int port;
     const wchar* host;
-    std::uint16_t port;
     const wchar* user;
     const wchar* password;
     const wchar* path;
     const wchar* extra;
 };
 
+inline std::string joined(const std::vector<wide_view>& pieces, int scheme_number, int port) {
+    std::string out = std::to_string(scheme_number) + " " + std::to_string(port);
+    for (const wide_view piece : pieces) {
+        out += " |" + printable(piece) + "|";
+    }
+    return out;
+}
+
 inline void expect_cracked(const cracked_row& row) {
     SCOPED_TRACE(std::string(row.what) + ": " + printable(row.url));
-    url_pieces pieces;
-    kro::tessel::os::set_last_error(77);
-    ASSERT_EQ(crack_url(row.url, pieces), 0U);
-    EXPECT_EQ(kro::tessel::os::last_error(), 0U);
-    EXPECT_EQ(pieces.scheme_number, row.scheme);
-    EXPECT_EQ(pieces.port, row.port);
-    EXPECT_EQ(printable(pieces.host), printable(row.host));
-    const wide_view expected[] = {row.host, row.user, row.password, row.path, row.extra};
-    const wide_view actual[] = {pieces.host, pieces.user, pieces.password, pieces.path, pieces.extra};
-    for (std::size_t i = 0; i < std::size(expected); ++i) {
-        EXPECT_TRUE(actual[i] == expected[i])
-            << "piece " << i << " is " << printable(actual[i]) << ", not " << printable(expected[i]);
-    }
     const wide_view url = row.url;
-    EXPECT_TRUE(pieces.scheme == url.substr(0, url.find(wchar(':'))));
+    const wide_view scheme = url.substr(0, url.find(wchar(':')));
+    url_pieces got;
+    kro::tessel::os::set_last_error(77);
+    ASSERT_EQ(crack_url(url, got), 0U);
+    EXPECT_EQ(kro::tessel::os::last_error(), 0U);
+    EXPECT_EQ(joined({got.scheme, got.host, got.user, got.password, got.path, got.extra}, got.scheme_number,
+                     got.port),
+              joined({scheme, row.host, row.user, row.password, row.path, row.extra}, row.scheme, row.port));
 }
 
 #define W TESSEL_W
@@ -65,26 +68,26 @@ inline void expect_cracked(const cracked_row& row) {
 
 TEST(UrlContract, BreaksWebUrlsIntoTheirPieces) {
     const cracked_row rows[] = {
-        {"all pieces", W("http://u:p@h:81/p?a@b"), 3, W("h"), 81, W("u"), W("p"), W("/p"), W("?a@b")},
-        {"case is kept", W("HTTP://Host.Example/A"), 3, W("Host.Example"), 80, NO, NO, W("/A"), NO},
-        {"secure default port", W("https://h/"), 4, W("h"), 443, NO, NO, W("/"), NO},
-        {"a port that isn't the scheme's", W("HtTpS://h:80"), 4, W("h"), 80, NO, NO, NO, NO},
-        {"host only", W("http://h"), 3, W("h"), 80, NO, NO, NO, NO},
-        {"query without a path", W("http://h?x=1"), 3, W("h"), 80, NO, NO, NO, W("?x=1")},
-        {"fragment without a path", W("http://h#f"), 3, W("h"), 80, NO, NO, NO, W("#f")},
-        {"both", W("http://h/p?q#f"), 3, W("h"), 80, NO, NO, W("/p"), W("?q#f")},
-        {"a query mark in the fragment", W("http://h/p#f?q"), 3, W("h"), 80, NO, NO, W("/p"), W("#f?q")},
-        {"lone marks", W("http://h/?"), 3, W("h"), 80, NO, NO, W("/"), W("?")},
-        {"semicolons", W("http://h;x/;y"), 3, W("h;x"), 80, NO, NO, W("/;y"), NO},
-        {"nothing is unescaped", W("http://u%40x:p%3A@h/%41%20?%42#%43"), 3, W("h"), 80, W("u%40x"),
+        {"all pieces", W("http://u:p@h:81/p?a@b"), 3, 81, W("h"), W("u"), W("p"), W("/p"), W("?a@b")},
+        {"case is kept", W("HTTP://Host.Example/A"), 3, 80, W("Host.Example"), NO, NO, W("/A"), NO},
+        {"secure default port", W("https://h/"), 4, 443, W("h"), NO, NO, W("/"), NO},
+        {"a port that isn't the scheme's", W("HtTpS://h:80"), 4, 80, W("h"), NO, NO, NO, NO},
+        {"host only", W("http://h"), 3, 80, W("h"), NO, NO, NO, NO},
+        {"query without a path", W("http://h?x=1"), 3, 80, W("h"), NO, NO, NO, W("?x=1")},
+        {"fragment without a path", W("http://h#f"), 3, 80, W("h"), NO, NO, NO, W("#f")},
+        {"both", W("http://h/p?q#f"), 3, 80, W("h"), NO, NO, W("/p"), W("?q#f")},
+        {"a query mark in the fragment", W("http://h/p#f?q"), 3, 80, W("h"), NO, NO, W("/p"), W("#f?q")},
+        {"lone marks", W("http://h/?"), 3, 80, W("h"), NO, NO, W("/"), W("?")},
+        {"semicolons", W("http://h;x/;y"), 3, 80, W("h;x"), NO, NO, W("/;y"), NO},
+        {"nothing is unescaped", W("http://u%40x:p%3A@h/%41%20?%42#%43"), 3, 80, W("h"), W("u%40x"),
          W("p%3A"), W("/%41%20"), W("?%42#%43")},
-        {"any character", W("http://中.com/中文?中"), 3, W("中.com"), 80, NO, NO, W("/中文"), W("?中")},
-        {"backslashes are no slashes", W("http://h\\p\\q/r"), 3, W("h\\p\\q"), 80, NO, NO, W("/r"), NO},
-        {"blanks in the path", W("http://h/a b "), 3, W("h"), 80, NO, NO, W("/a b "), NO},
-        {"a URL in the query", W("http://h/?u=http://x@y:1/"), 3, W("h"), 80, NO, NO, W("/"),
+        {"any character", W("http://中.com/中文?中"), 3, 80, W("中.com"), NO, NO, W("/中文"), W("?中")},
+        {"backslashes are no slashes", W("http://h\\p\\q/r"), 3, 80, W("h\\p\\q"), NO, NO, W("/r"), NO},
+        {"blanks in the path", W("http://h/a b "), 3, 80, W("h"), NO, NO, W("/a b "), NO},
+        {"a URL in the query", W("http://h/?u=http://x@y:1/"), 3, 80, W("h"), NO, NO, W("/"),
          W("?u=http://x@y:1/")},
-        {"a line end behind it", W("http://h/p\r\n"), 3, W("h"), 80, NO, NO, W("/p"), NO},
-        {"an unpaired surrogate", u"http://h/\xD800x", 3, W("h"), 80, NO, NO, u"/\xD800x", NO},
+        {"a line end behind it", W("http://h/p\r\n"), 3, 80, W("h"), NO, NO, W("/p"), NO},
+        {"an unpaired surrogate", u"http://h/\xD800x", 3, 80, W("h"), NO, NO, u"/\xD800x", NO},
     };
     for (const cracked_row& row : rows) {
         expect_cracked(row);
@@ -93,21 +96,21 @@ TEST(UrlContract, BreaksWebUrlsIntoTheirPieces) {
 
 TEST(UrlContract, TakesUserHostAndPortApart) {
     const cracked_row rows[] = {
-        {"user alone", W("http://u@h/p"), 3, W("h"), 80, W("u"), NO, W("/p"), NO},
-        {"empty password", W("http://u:@h/p"), 3, W("h"), 80, W("u"), NO, W("/p"), NO},
-        {"empty user", W("http://:p@h/p"), 3, W("h"), 80, NO, W("p"), W("/p"), NO},
-        {"nothing but the at", W("http://@h/p"), 3, W("h"), 80, NO, NO, W("/p"), NO},
-        {"colon in the user", W("http://u:p:q@h/p"), 3, W("h"), 80, W("u:p"), W("q"), W("/p"), NO},
-        {"a mail address as user", W("http://u@x:p@h/p"), 3, W("h"), 80, W("u@x"), W("p"), W("/p"), NO},
-        {"an at in the path", W("http://h/p@q"), 3, W("h"), 80, NO, NO, W("/p@q"), NO},
-        {"port", W("http://h:8080/p"), 3, W("h"), 8080, NO, NO, W("/p"), NO},
-        {"largest port, zeros in front", W("http://h:00065535"), 3, W("h"), 65535, NO, NO, NO, NO},
-        {"port 0", W("http://h:0/p"), 3, W("h"), 0, NO, NO, W("/p"), NO},
-        {"colon without a port", W("http://h:/p"), 3, W("h"), 80, NO, NO, W("/p"), NO},
-        {"IPv6", W("http://[::1]/p"), 3, W("[::1]"), 80, NO, NO, W("/p"), NO},
-        {"IPv6 with all", W("https://u:p@[fe80::1]:8080/p"), 4, W("[fe80::1]"), 8080, W("u"), W("p"), W("/p"),
+        {"user alone", W("http://u@h/p"), 3, 80, W("h"), W("u"), NO, W("/p"), NO},
+        {"empty password", W("http://u:@h/p"), 3, 80, W("h"), W("u"), NO, W("/p"), NO},
+        {"empty user", W("http://:p@h/p"), 3, 80, W("h"), NO, W("p"), W("/p"), NO},
+        {"nothing but the at", W("http://@h/p"), 3, 80, W("h"), NO, NO, W("/p"), NO},
+        {"colon in the user", W("http://u:p:q@h/p"), 3, 80, W("h"), W("u:p"), W("q"), W("/p"), NO},
+        {"a mail address as user", W("http://u@x:p@h/p"), 3, 80, W("h"), W("u@x"), W("p"), W("/p"), NO},
+        {"an at in the path", W("http://h/p@q"), 3, 80, W("h"), NO, NO, W("/p@q"), NO},
+        {"port", W("http://h:8080/p"), 3, 8080, W("h"), NO, NO, W("/p"), NO},
+        {"largest port, zeros in front", W("http://h:00065535"), 3, 65535, W("h"), NO, NO, NO, NO},
+        {"port 0", W("http://h:0/p"), 3, 0, W("h"), NO, NO, W("/p"), NO},
+        {"colon without a port", W("http://h:/p"), 3, 80, W("h"), NO, NO, W("/p"), NO},
+        {"IPv6", W("http://[::1]/p"), 3, 80, W("[::1]"), NO, NO, W("/p"), NO},
+        {"IPv6 with all", W("https://u:p@[fe80::1]:8080/p"), 4, 8080, W("[fe80::1]"), W("u"), W("p"), W("/p"),
          NO},
-        {"trailing dot", W("http://h.:80/"), 3, W("h."), 80, NO, NO, W("/"), NO},
+        {"trailing dot", W("http://h.:80/"), 3, 80, W("h."), NO, NO, W("/"), NO},
     };
     for (const cracked_row& row : rows) {
         expect_cracked(row);
@@ -116,22 +119,22 @@ TEST(UrlContract, TakesUserHostAndPortApart) {
 
 TEST(UrlContract, KnowsOtherSchemes) {
     const cracked_row rows[] = {
-        {"ftp", W("ftp://u:p@h/p"), 1, W("h"), 21, W("u"), W("p"), W("/p"), NO},
-        {"gopher has no port", W("gopher://h/p"), 2, W("h"), 0, NO, NO, W("/p"), NO},
-        {"socks", W("socks://h:1080"), 8, W("h"), 1080, NO, NO, NO, NO},
-        {"res", W("res://x/y"), 11, W("x"), 0, NO, NO, W("/y"), NO},
-        {"unknown", W("foo+1.x-y://h:12/p?x#y"), 0xFFFF, W("h"), 12, NO, NO, W("/p"), W("?x#y")},
-        {"unknown, no port", W("wss://h/p"), 0xFFFF, W("h"), 0, NO, NO, W("/p"), NO},
-        {"unknown, no host", W("fide:///C:/x"), 0xFFFF, NO, 0, NO, NO, W("/C:/x"), NO},
-        {"no authority", W("FOO:bar"), 0xFFFF, NO, 0, NO, NO, W("bar"), NO},
-        {"mail", W("mailto:a@b?subject=x"), 7, NO, 0, NO, NO, W("a@b"), W("?subject=x")},
-        {"news", W("news:abc"), 6, NO, 0, NO, NO, W("abc"), NO},
-        {"script", W("JavaScript:f()"), 9, NO, 0, NO, NO, W("f()"), NO},
-        {"a scheme isn't known by its beginning", W("h:80"), 0xFFFF, NO, 0, NO, NO, W("80"), NO},
-        {"the usual mistake", W("localhost:8080/p"), 0xFFFF, NO, 0, NO, NO, W("8080/p"), NO},
-        {"file", W("file:///c:/x/y"), 5, NO, 0, NO, NO, W("/c:/x/y"), NO},
-        {"file on a server", W("file://h/s/y"), 5, W("h"), 0, NO, NO, W("/s/y"), NO},
-        {"file with a bare drive", W("file://C:/x"), 5, NO, 0, NO, NO, W("C:/x"), NO},
+        {"ftp", W("ftp://u:p@h/p"), 1, 21, W("h"), W("u"), W("p"), W("/p"), NO},
+        {"gopher has no port", W("gopher://h/p"), 2, 0, W("h"), NO, NO, W("/p"), NO},
+        {"socks", W("socks://h:1080"), 8, 1080, W("h"), NO, NO, NO, NO},
+        {"res", W("res://x/y"), 11, 0, W("x"), NO, NO, W("/y"), NO},
+        {"unknown", W("foo+1.x-y://h:12/p?x#y"), 0xFFFF, 12, W("h"), NO, NO, W("/p"), W("?x#y")},
+        {"unknown, no port", W("wss://h/p"), 0xFFFF, 0, W("h"), NO, NO, W("/p"), NO},
+        {"unknown, no host", W("fide:///C:/x"), 0xFFFF, 0, NO, NO, NO, W("/C:/x"), NO},
+        {"no authority", W("FOO:bar"), 0xFFFF, 0, NO, NO, NO, W("bar"), NO},
+        {"mail", W("mailto:a@b?subject=x"), 7, 0, NO, NO, NO, W("a@b"), W("?subject=x")},
+        {"news", W("news:abc"), 6, 0, NO, NO, NO, W("abc"), NO},
+        {"script", W("JavaScript:f()"), 9, 0, NO, NO, NO, W("f()"), NO},
+        {"a scheme isn't known by its beginning", W("h:80"), 0xFFFF, 0, NO, NO, NO, W("80"), NO},
+        {"the usual mistake", W("localhost:8080/p"), 0xFFFF, 0, NO, NO, NO, W("8080/p"), NO},
+        {"file", W("file:///c:/x/y"), 5, 0, NO, NO, NO, W("/c:/x/y"), NO},
+        {"file on a server", W("file://h/s/y"), 5, 0, W("h"), NO, NO, W("/s/y"), NO},
+        {"file with a bare drive", W("file://C:/x"), 5, 0, NO, NO, NO, W("C:/x"), NO},
     };
     for (const cracked_row& row : rows) {
         expect_cracked(row);
@@ -170,7 +173,7 @@ TEST(UrlContract, RefusesWhatIsNoUrlAndTouchesNothing) {
         {"text behind the bracket", W("http://[::1]x/p"), 12005},
         {"nothing in brackets", W("http://[]/p"), 12005},
         {"blank in the host", W("http://my host/p"), 12005},
-        {"a header in the host", W("http://h\r\nX-Y: z/p"), 12005},
+        {"a header in the host", W("http://h\r\nX-Y/p"), 12005},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.what) + ": " + printable(row.url));
@@ -205,6 +208,10 @@ TEST(UrlContract, TakesVeryLongUrls) {
         EXPECT_TRUE(pieces.host == W("h"));
         EXPECT_EQ(pieces.path.size() + pieces.extra.size(), url.size() - 12);
     }
+}
+
+TEST(UrlContract, TakesVeryLongAuthorities) {
+    constexpr std::size_t k_units = 1U << 20U;
     const wide_string in_authority = W("http://") + wide_string(k_units, wchar('@')) + W("h:") +
                                      wide_string(k_units, wchar('0')) + W("80/");
     url_pieces pieces;

@@ -18,6 +18,7 @@ namespace {
 constexpr std::uint32_t k_error_not_enough_memory = 8;
 constexpr std::uint32_t k_error_invalid_parameter = 87;
 constexpr std::uint32_t k_error_insufficient_buffer = 122;
+constexpr std::uint32_t k_error_arithmetic_overflow = 534;
 constexpr std::uint32_t k_error_invalid_flags = 1004;
 constexpr std::uint32_t k_error_no_translation = 1113;
 
@@ -43,7 +44,7 @@ std::int32_t outcome(const conversion_result& result) {
     // Only a length query can ask for more than a caller could pass as capacity.
     const bool countable =
         result.written <= static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max());
-    return countable ? static_cast<std::int32_t>(result.written) : fail(k_error_invalid_parameter);
+    return countable ? static_cast<std::int32_t>(result.written) : fail(k_error_arithmetic_overflow);
 }
 
 template <class In, class Out>
@@ -60,9 +61,10 @@ std::uint16_t replacement_of(const code_page_tables& tables, const char* text) {
     if (text == nullptr) {
         return '?';
     }
-    const auto first = static_cast<unsigned char>(text[0]);
-    const bool two_bytes = tables.lead_row[first] != 0 && text[1] != 0;
-    return two_bytes ? static_cast<std::uint16_t>(first << 8U | static_cast<unsigned char>(text[1])) : first;
+    const std::uint32_t first = static_cast<unsigned char>(text[0]);
+    const std::uint32_t second = static_cast<unsigned char>(text[0] == 0 ? 0 : text[1]);
+    const bool two_bytes = tables.lead_row[first] != 0 && second != 0;
+    return static_cast<std::uint16_t>(two_bytes ? first << 8U | second : first);
 }
 
 class table_code_pages final : public code_page_service {

@@ -17,37 +17,37 @@ namespace {
 
 // How ICU's table of a page is used. Its one-way mappings ("fallbacks") are the platform's best fit for
 // some pages and something else for others.
-enum class fallbacks { used, unused };
+enum class fallbacks : std::uint32_t { used, unused };
 
 struct page_source {
     std::uint32_t page;
-    const char* converter;
     fallbacks towards_bytes;
+    const char* converter;
 };
 
 // By number. Only pages whose bytes 00 to 7F are ASCII, and whose characters have one or two bytes.
 constexpr page_source k_sources[] = {
-    {437, "ibm-437_P100-1995", fallbacks::unused},    {737, "ibm-737_P100-1997", fallbacks::unused},
-    {775, "ibm-775_P100-1996", fallbacks::unused},    {850, "ibm-850_P100-1995", fallbacks::unused},
-    {852, "ibm-852_P100-1995", fallbacks::unused},    {855, "ibm-855_P100-1995", fallbacks::unused},
-    {857, "ibm-857_P100-1995", fallbacks::unused},    {858, "ibm-858_P100-1997", fallbacks::unused},
-    {860, "ibm-860_P100-1995", fallbacks::unused},    {861, "ibm-861_P100-1995", fallbacks::unused},
-    {862, "ibm-862_P100-1995", fallbacks::unused},    {863, "ibm-863_P100-1995", fallbacks::unused},
-    {865, "ibm-865_P100-1995", fallbacks::unused},    {866, "ibm-866_P100-1995", fallbacks::unused},
-    {869, "ibm-869_P100-1995", fallbacks::unused},    {874, "windows-874-2000", fallbacks::used},
-    {932, "ibm-943_P15A-2003", fallbacks::unused},    {936, "windows-936-2000", fallbacks::used},
-    {949, "windows-949-2000", fallbacks::used},       {950, "windows-950-2000", fallbacks::used},
-    {1250, "ibm-5346_P100-1998", fallbacks::unused},  {1251, "ibm-5347_P100-1998", fallbacks::unused},
-    {1252, "ibm-5348_P100-1997", fallbacks::unused},  {1253, "ibm-5349_P100-1998", fallbacks::unused},
-    {1254, "ibm-5350_P100-1998", fallbacks::unused},  {1255, "ibm-9447_P100-2002", fallbacks::used},
-    {1256, "ibm-9448_X100-2005", fallbacks::used},    {1257, "ibm-9449_P100-2002", fallbacks::used},
-    {1258, "ibm-5354_P100-1998", fallbacks::used},    {20866, "ibm-878_P100-1996", fallbacks::unused},
-    {21866, "ibm-1168_P100-2002", fallbacks::unused}, {28591, "ISO-8859-1", fallbacks::unused},
-    {28592, "ibm-912_P100-1995", fallbacks::unused},  {28593, "ibm-913_P100-2000", fallbacks::unused},
-    {28594, "ibm-914_P100-1995", fallbacks::unused},  {28595, "ibm-915_P100-1995", fallbacks::unused},
-    {28596, "ibm-1089_P100-1995", fallbacks::unused}, {28597, "ibm-9005_X110-2007", fallbacks::unused},
-    {28598, "ibm-5012_P100-1999", fallbacks::unused}, {28599, "ibm-920_P100-1995", fallbacks::unused},
-    {28603, "ibm-921_P100-1995", fallbacks::unused},  {28605, "ibm-923_P100-1998", fallbacks::unused},
+    {437, fallbacks::unused, "ibm-437_P100-1995"},    {737, fallbacks::unused, "ibm-737_P100-1997"},
+    {775, fallbacks::unused, "ibm-775_P100-1996"},    {850, fallbacks::unused, "ibm-850_P100-1995"},
+    {852, fallbacks::unused, "ibm-852_P100-1995"},    {855, fallbacks::unused, "ibm-855_P100-1995"},
+    {857, fallbacks::unused, "ibm-857_P100-1995"},    {858, fallbacks::unused, "ibm-858_P100-1997"},
+    {860, fallbacks::unused, "ibm-860_P100-1995"},    {861, fallbacks::unused, "ibm-861_P100-1995"},
+    {862, fallbacks::unused, "ibm-862_P100-1995"},    {863, fallbacks::unused, "ibm-863_P100-1995"},
+    {865, fallbacks::unused, "ibm-865_P100-1995"},    {866, fallbacks::unused, "ibm-866_P100-1995"},
+    {869, fallbacks::unused, "ibm-869_P100-1995"},    {874, fallbacks::used, "windows-874-2000"},
+    {932, fallbacks::unused, "ibm-943_P15A-2003"},    {936, fallbacks::used, "windows-936-2000"},
+    {949, fallbacks::used, "windows-949-2000"},       {950, fallbacks::used, "windows-950-2000"},
+    {1250, fallbacks::unused, "ibm-5346_P100-1998"},  {1251, fallbacks::unused, "ibm-5347_P100-1998"},
+    {1252, fallbacks::unused, "ibm-5348_P100-1997"},  {1253, fallbacks::unused, "ibm-5349_P100-1998"},
+    {1254, fallbacks::unused, "ibm-5350_P100-1998"},  {1255, fallbacks::used, "ibm-9447_P100-2002"},
+    {1256, fallbacks::used, "ibm-9448_X100-2005"},    {1257, fallbacks::used, "ibm-9449_P100-2002"},
+    {1258, fallbacks::used, "ibm-5354_P100-1998"},    {20866, fallbacks::unused, "ibm-878_P100-1996"},
+    {21866, fallbacks::unused, "ibm-1168_P100-2002"}, {28591, fallbacks::unused, "ISO-8859-1"},
+    {28592, fallbacks::unused, "ibm-912_P100-1995"},  {28593, fallbacks::unused, "ibm-913_P100-2000"},
+    {28594, fallbacks::unused, "ibm-914_P100-1995"},  {28595, fallbacks::unused, "ibm-915_P100-1995"},
+    {28596, fallbacks::unused, "ibm-1089_P100-1995"}, {28597, fallbacks::unused, "ibm-9005_X110-2007"},
+    {28598, fallbacks::unused, "ibm-5012_P100-1999"}, {28599, fallbacks::unused, "ibm-920_P100-1995"},
+    {28603, fallbacks::unused, "ibm-921_P100-1995"},  {28605, fallbacks::unused, "ibm-923_P100-1998"},
 };
 constexpr std::size_t k_page_count = std::size(k_sources);
 
