@@ -46,7 +46,7 @@ os::window make_window() {
 /// Threads that do the same thing once in each round.
 class senders {
 public:
-    senders(int count, std::function<void()> send) {
+    senders(int count, const std::function<void()>& send) {
         for (int i = 0; i < count; ++i) {
             m_threads.emplace_back([this, send] {
                 for (int round = 0; wait_for(round);) {

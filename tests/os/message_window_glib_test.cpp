@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <thread>
 
@@ -90,21 +91,23 @@ TEST(MessageWindowsInGlib, AHostsOwnLoopsDeliverMessagesAndTicksNestedOnesToo) {
 
 TEST(MessageWindowsInGlib, AWindowStaysWithTheContextThatWasItsThreadsDefault) {
     recording_window outside(service());
+    std::vector<std::size_t> received;
+    const auto look = [&](const recording_window& inside) {
+        received.insert(received.end(), {inside.received.size(), outside.received.size()});
+    };
     {
         const pushed_context context;
         recording_window inside(service());
-        EXPECT_TRUE(inside.post(1));
-        EXPECT_TRUE(outside.post(1));
-        EXPECT_TRUE(service().pump());
-        EXPECT_EQ(inside.received.size(), 1U);
-        EXPECT_TRUE(outside.received.empty());
-
-        EXPECT_TRUE(inside.post(2));
+        inside.post(1);
+        outside.post(1);
+        service().pump();
+        look(inside);
+        inside.post(2);
         while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
         }
-        EXPECT_EQ(inside.received.size(), 1U);
-        EXPECT_EQ(outside.received.size(), 1U);
+        look(inside);
     }
+    EXPECT_EQ(received, (std::vector<std::size_t>{1, 0, 1, 1}));
     EXPECT_FALSE(service().pump());
 }
 
@@ -142,30 +145,29 @@ TEST(MessageWindowsInGlib, AThreadDoesNotDeliverForTheOneThatTurnsItsContext) {
 TEST(MessageWindowsInGlib, WindowsOfTwoThreadsWakeEachOther) {
     constexpr std::uintptr_t k_rounds = 2000;
     std::atomic<os::window> there{nullptr};
-    std::uint32_t thread_of_there = 0;
+    std::atomic<std::uint32_t> other_id{0};
+    std::size_t strays = 0;  // deliveries on the wrong thread; of both, one after the other
     recording_window here(service(), [&](recording_window& self, delivered what) {
-        EXPECT_EQ(self.thread, os::current_thread_id());
+        strays += self.thread == other_id ? 1U : 0U;
         service().post(there, os::k_message_user, what.second + 1, 0);
     });
     std::thread other([&] {
         const pushed_context context;
-        recording_window target(service(), [&](recording_window&, delivered what) {
+        recording_window target(service(), [&](recording_window& self, delivered what) {
+            strays += self.thread == other_id ? 0U : 1U;
             here.post(what.second + 1);
             if (what.second >= k_rounds) {
                 service().quit();
             }
         });
+        other_id = os::current_thread_id();
         there = target.handle();
         here.post(0);
         service().run();
-        thread_of_there = target.thread;
-        EXPECT_EQ(target.received.size(), k_rounds / 2 + 1);
-        EXPECT_EQ(target.thread, os::current_thread_id());
     });
     run_until([&] { return here.received.size() == k_rounds / 2 + 2; });
     other.join();
-    EXPECT_EQ(here.thread, os::current_thread_id());
-    EXPECT_NE(here.thread, thread_of_there);
+    EXPECT_EQ(strays, 0U);
 }
 
 /// Threads that post to a window without a pause while it lives.
@@ -224,7 +226,7 @@ TEST(MessageWindowsInGlib, TimersThatCannotKeepUpLeaveOtherSourcesTheirTurns) {
     target.set_timer(1, 10);
     target.set_timer(2, 10);
     const eager_source source(G_PRIORITY_DEFAULT_IDLE, [&turns] { ++turns; });
-    run_until([&] { return target.received.size() >= 1; });
+    run_until([&] { return !target.received.empty(); });
     turns = 0;
     run_until([&] { return target.received.size() >= 11; });
     EXPECT_GE(turns, 5U);
@@ -285,9 +287,9 @@ TEST(MessageWindowsInGlib, ThereAreTenThousandWindows) {
 TEST(MessageWindowsInGlib, OtherThreadsMayPostAndSetTimersWhileTheWindowIsDestroyed) {
     std::atomic<os::window> current{nullptr};
     std::atomic<bool> over{false};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 3; ++i) {
-        threads.emplace_back([&] {
+    std::array<std::thread, 3> threads;
+    for (std::thread& one : threads) {
+        one = std::thread([&] {
             for (std::uintptr_t round = 0; !over; ++round) {
                 const os::window target = current;
                 service().post(target, os::k_message_user, reinterpret_cast<std::uintptr_t>(target), 0);

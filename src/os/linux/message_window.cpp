@@ -176,7 +176,7 @@ glib_message_windows& glib_windows() {
 struct windows_end_with_the_library {
     ~windows_end_with_the_library() { glib_windows().destroy_all(); }
 };
-const windows_end_with_the_library g_windows_end_with_the_library;
+windows_end_with_the_library g_windows_end_with_the_library;
 
 }  // namespace
 

@@ -18,6 +18,7 @@ void expect_another_turn() noexcept;
 /// each one whether the loop that it delivers for ends there.
 class running_loop {
 public:
+    virtual ~running_loop();
     running_loop(const running_loop&) = delete;
     running_loop& operator=(const running_loop&) = delete;
 
@@ -28,7 +29,6 @@ public:
 
 protected:
     running_loop() noexcept;
-    virtual ~running_loop();
 
 private:
     running_loop* m_outer;
