@@ -14,21 +14,6 @@ namespace http = kro::tessel::http;
 // A completion procedure gets a number of at least 32 bits: the index of the URL, not a pointer.
 batch* g_batch = nullptr;
 
-/// Bytes of a request's body so far. The last chunk of a request that runs is filled up to where the next
-/// read goes.
-std::uint64_t body_bytes(const http::session_context& context) {
-    std::uint64_t bytes = 0;
-    for (const auto* chunk = context.content; chunk != nullptr; chunk = chunk->next) {
-        if (chunk == context.current_chunk && context.state == http::state_reading) {
-            const auto* begin = static_cast<const char*>(chunk->data);
-            return bytes +
-                   static_cast<std::uint64_t>(static_cast<const char*>(context.buffers.lpvBuffer) - begin);
-        }
-        bytes += chunk->size;
-    }
-    return bytes;
-}
-
 std::uint32_t last_error_or(std::uint32_t fallback) {
     const auto error = static_cast<std::uint32_t>(kro::tessel::get_last_error());
     return error == 0 ? fallback : error;
@@ -71,19 +56,10 @@ bool batch::run() {
     return true;
 }
 
-std::uint64_t batch::received_bytes() const {
-    std::uint64_t bytes = m_handed_over_bytes;
-    for (const job& each : m_jobs) {
-        if (each.result.context != nullptr) {
-            bytes += body_bytes(*each.result.context);
-        }
-    }
-    return bytes;
-}
-
 void batch::on_complete(unsigned long index, http::session_context* context) {
     job& ended = g_batch->m_jobs[index];
     ended.result.context = context;
+    g_batch->m_received_bytes += http::get_buffer_content_count(context->content);
     --g_batch->m_running;
     g_batch->finish(ended, error_of(*context));
     g_batch->start_more();
@@ -171,7 +147,6 @@ void batch::hand_over() {
         next.state = progress::handed_over;
         m_on_result(next.result);
         if (next.result.context != nullptr) {
-            m_handed_over_bytes += body_bytes(*next.result.context);
             http::http_session::mgr().remove(next.result.context);
             next.result.context = nullptr;
         }

@@ -38,7 +38,7 @@ public:
     std::size_t total() const { return m_jobs.size(); }
     std::size_t running() const { return m_running; }
     std::size_t finished() const { return m_finished; }
-    std::uint64_t received_bytes() const;  ///< body bytes so far, finished requests included
+    std::uint64_t received_bytes() const { return m_received_bytes; }  ///< in the bodies that are complete
 
 private:
     using clock = std::chrono::steady_clock;
@@ -65,7 +65,7 @@ private:
     std::size_t m_next_to_hand_over = 0;
     std::size_t m_running = 0;
     std::size_t m_finished = 0;
-    std::uint64_t m_handed_over_bytes = 0;
+    std::uint64_t m_received_bytes = 0;
 };
 
 }  // namespace command

@@ -36,9 +36,9 @@ void progress_line::clear() const {
 }
 
 void progress_line::paint(unsigned /*timer*/) {
-    clear();
-    fmt::print(stderr, "{} of {} finished, {} running, {:.1f} MiB", m_requests.finished(), m_requests.total(),
-               m_requests.running(), static_cast<double>(m_requests.received_bytes()) / k_mebibyte);
+    fmt::print(stderr, "\r\x1b[K{} of {} finished, {} running, {:.1f} MiB", m_requests.finished(),
+               m_requests.total(), m_requests.running(),
+               static_cast<double>(m_requests.received_bytes()) / k_mebibyte);
 }
 
 }  // namespace command
