@@ -1,14 +1,15 @@
 // The asynchronous engine, as a host uses it in its own loop, beside plain libcurl in the same run.
 //
 //   engine_bench [--rounds N] [--requests N] [--mib N] [--limit N] [name ...]
-//   names: 64 1 10000 known chunked memory; limit: connections at a time, 6 unless given
+//   names: 64 1 10000 known chunked memory
+//   N of --limit: connections at a time, the library's own number unless given
+
+#include "os/inet.h"
 
 #include "support/bench_server.h"
 #include "support/curl_client.h"
 #include "support/measuring.h"
 #include "tessel/tessel.h"
-
-#include "os/inet.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,7 +1,8 @@
 // The HTTP service beside plain libcurl: requests a second, bytes a second and processor time, in one run
 // against one server process. Prints a line a measurement and the ratio of the medians.
 //
-//   inet_bench [--rounds N] [--requests N] [--mib N] [--limit N] [name ...]     names: 64 1 10000 known chunked
+//   inet_bench [--rounds N] [--requests N] [--mib N] [--limit N] [name ...]     names: 64 1 10000 known
+//   chunked
 
 #include "os/inet.h"
 

@@ -59,7 +59,8 @@ struct settings {
     }
 };
 
-/// Reads [--rounds N] [--requests N] [--mib N] [--limit N] [name ...] and starts the server in a process of its own.
+/// Reads [--rounds N] [--requests N] [--mib N] [--limit N] [name ...] and starts the server in a process of
+/// its own.
 inline settings settings_of(int count, char** arguments) {
     settings how;
     for (int i = 1; i < count; ++i) {
