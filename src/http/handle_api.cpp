@@ -99,12 +99,14 @@ session_context* invoke2(const CTString& url, const CTString& headers, const voi
     context->url = url;
     copy_body(*context, data, static_cast<std::uint32_t>(data_len));
 
-    session_context* const handle = context.get();
-    const start_outcome started = start_new(handle);
+    const start_outcome started = start_new(context.get());
+    if (started.error == 0) {
+        return context.release();  // the manager's, perhaps ended by another thread already: only a handle
+    }
     if (!started.is_callers) {
         static_cast<void>(context.release());
     }
-    return started.error == 0 ? handle : refuse(started.error);
+    return refuse(started.error);
 } catch (const std::bad_alloc&) {
     return refuse(os::k_error_not_enough_memory);
 }
