@@ -85,7 +85,7 @@ trace_message::~trace_message() {
 }
 
 void trace_message::append(const wchar* text, std::size_t count) {
-    if (!m_wanted) {
+    if (!m_wanted || count == 0) {
         return;
     }
     if (m_long.empty() && count < k_inline_units - m_size) {  // one unit stays for the zero

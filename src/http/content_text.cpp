@@ -35,10 +35,10 @@ std::size_t piece_length(bool is_utf8, std::string_view bytes, std::size_t piece
     if (is_utf8) {
         // In front of a byte that begins a sequence; none has more than four bytes.
         std::size_t length = piece;
-        while (length + 3 > piece && (static_cast<unsigned char>(bytes[length]) & 0xC0U) == 0x80) {
+        while (length + 3 >= piece && (static_cast<unsigned char>(bytes[length]) & 0xC0U) == 0x80) {
             --length;
         }
-        return length + 3 > piece ? length : piece;
+        return length + 3 >= piece ? length : piece;
     }
     const auto next_ascii =
         std::find_if(bytes.begin() + static_cast<std::ptrdiff_t>(piece), bytes.end(), is_ascii);
