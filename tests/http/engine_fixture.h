@@ -17,7 +17,7 @@
 namespace tessel_test {
 
 class engine_fixture : public testing::Test {
-protected:
+public:
     using context = kro::tessel::http::session_context;
 
     struct completion {

@@ -32,7 +32,7 @@ struct result {
 };
 
 class EngineWire : public testing::Test {
-protected:
+public:
     EngineWire() { http_init(); }
     ~EngineWire() override { reset_engine_for_test(); }
 

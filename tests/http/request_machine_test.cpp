@@ -17,7 +17,7 @@ using tessel_test::trace_recorder;
 constexpr auto k_pending = scripted_inet::k_pending;
 
 class RequestMachine : public tessel_test::engine_fixture {
-protected:
+public:
     struct recording_sink final : http_session_error_sink {
         void on_send_error(session_context* record) override { told("send", record); }
         void on_recv_error(session_context* record) override { told("recv", record); }
