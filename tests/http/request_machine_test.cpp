@@ -19,6 +19,7 @@ constexpr auto k_pending = scripted_inet::k_pending;
 class RequestMachine : public tessel_test::engine_fixture {
 public:
     struct recording_sink final : http_session_error_sink {
+        virtual ~recording_sink() = default;
         void on_send_error(session_context* record) override { told("send", record); }
         void on_recv_error(session_context* record) override { told("recv", record); }
         void told(const char* what, session_context* record) {
