@@ -190,52 +190,51 @@ TEST_F(EngineWire, RemovesRequestsInEveryPhase) {
     EXPECT_TRUE(http_session::mgr().remove(invoke2(url(), {}, nullptr, 0, 0, record, 0, http_method_get)));
 }
 
+// Answers each connection once and closes it, until it is stopped.
+void answer_all(test_server& server, const std::atomic<bool>& stop) {
+    while (!stop) {
+        if (!server.has_client()) {
+            std::this_thread::yield();
+            continue;
+        }
+        server_connection client = server.accept();
+        if (!client.read_head().empty()) {
+            client.send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\nConnection: close\r\n\r\ntext");
+        }
+    }
+}
+
+// Starts a request and ends it after a while, in one of three ways.
+void start_and_end(const CTString& url, int way, int turns) {
+    const auto ignore = [](unsigned long, session_context*) {};
+    session_context* const request = invoke2(url, {}, nullptr, 0, 0, ignore, 0, http_method_get);
+    ASSERT_NE(request, nullptr);
+    for (int turn = 0; turn < turns; ++turn) {
+        std::this_thread::yield();
+    }
+    if (way == 1) {
+        reinvoke(request);
+    }
+    set_auto_delete(request, false);
+    if (way == 2 && http_session::mgr().detach(request)) {
+        delete request;
+    } else {
+        http_session::mgr().remove(request);
+    }
+}
+
 // Hosts end and restart requests from their worker threads while the loop runs them.
 TEST_F(EngineWire, RequestsMayBeEndedFromAnyThreadAtAnyMoment) {
     std::atomic<bool> stop{false};
-    std::thread player([&] {
-        std::vector<std::thread> connections;
-        while (!stop) {
-            if (!server.has_client()) {
-                std::this_thread::yield();
-                continue;
-            }
-            connections.emplace_back([client = std::make_shared<server_connection>(server.accept())] {
-                if (!client->read_head().empty()) {
-                    client->send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\nConnection: close\r\n\r\ntext");
-                }
-            });
-        }
-        for (std::thread& one : connections) {
-            one.join();
-        }
-    });
-    static std::atomic<int> completed{0};
-    completed = 0;
-    const auto count = [](unsigned long, session_context*) { ++completed; };
+    std::thread player([&] { answer_all(server, stop); });
     std::atomic<int> workers{3};
-    std::vector<std::thread> threads;
-    for (int worker = 0; worker < 3; ++worker) {
-        threads.emplace_back([&, worker] {
-            for (int round = 0; round < 60; ++round) {
-                session_context* const request = invoke2(url(), {}, nullptr, 0, 0, count, 0, http_method_get);
-                ASSERT_NE(request, nullptr);
-                for (int turn = 0; turn < (round * 7 + worker) % 40; ++turn) {
-                    std::this_thread::yield();
-                }
-                if (round % 3 == 1) {
-                    reinvoke(request);
-                }
-                set_auto_delete(request, false);
-                if (round % 3 == 2 && http_session::mgr().detach(request)) {
-                    delete request;
-                } else {
-                    http_session::mgr().remove(request);
-                }
-            }
-            --workers;
-        });
-    }
+    const auto work = [&](int worker) {
+        for (int round = 0; round < 60; ++round) {
+            start_and_end(url(), round % 3, (round * 7 + worker) % 40);
+        }
+        --workers;
+    };
+    std::thread threads[] = {std::thread(work, 0), std::thread(work, 1), std::thread(work, 2)};
     pump_until([&] { return workers == 0; });
     for (std::thread& thread : threads) {
         thread.join();
