@@ -33,7 +33,8 @@ inline constexpr std::uint32_t k_error_queue_full = 1816;
 /// Windows, messages, timers and the loop that delivers them, in the published shape of the system's
 /// window functions. A window belongs to the thread that created it: its procedure runs there, inside
 /// the loop that this thread already runs (on Linux any loop that turns the GLib context which was the
-/// thread's default at creation), and only the loop delivers, never a call of this class.
+/// thread's default at creation), and only the loop delivers, never a call of this class. A window ends with
+/// its context, as one ends with its thread on Windows.
 ///
 /// Failing calls set the thread's last error to the number given; others leave it alone.
 class message_window_service {

@@ -4,6 +4,7 @@
 #include "os/thread.h"
 
 #include <map>
+#include <memory>
 #include <new>
 #include <string>
 #include <typeinfo>
@@ -29,13 +30,13 @@ public:
         if (!os::message_windows().is_window(m_hwnd) && !create_window()) {
             return 0;
         }
-        const auto [place, added] = m_timers.emplace(id, call);
+        const auto [place, added] = m_timers->emplace(id, call);
         if (!added) {
             return 0;
         }
         const std::uintptr_t set = os::message_windows().set_timer(m_hwnd, id, elapse);
         if (set == 0) {
-            m_timers.erase(place);
+            m_timers->erase(place);
         }
         return static_cast<unsigned int>(set);
     }
@@ -44,7 +45,7 @@ public:
         if (m_hwnd != nullptr) {
             os::message_windows().kill_timer(m_hwnd, id);
         }
-        m_timers.erase(id);
+        m_timers->erase(id);
     }
 
 private:
@@ -53,15 +54,17 @@ private:
 
     ~CTimerWnd() {
         if (os::message_windows().is_window(m_hwnd)) {
-            // Another thread's loop may be in the window while this one ends the process.
             os::message_windows().set_user_data(m_hwnd, nullptr);
-            os::message_windows().destroy(m_hwnd);
+            if (!os::message_windows().destroy(m_hwnd)) {
+                // Another thread owns it, and may be in a tick while this one ends the process.
+                static_cast<void>(m_timers.release());
+            }
         }
     }
 
     bool create_window() {
         // The timers of a window that is gone ended with it.
-        m_timers.clear();
+        m_timers->clear();
         // The type's name is no other class's: it is taken only when an earlier window has registered it.
         const char* const narrow = typeid(CTimerWnd).name();
         const wide_string name(narrow, narrow + std::char_traits<char>::length(narrow));
@@ -74,8 +77,8 @@ private:
     }
 
     void tick(unsigned int id) const {
-        const auto found = m_timers.find(id);
-        if (found != m_timers.end()) {
+        const auto found = m_timers->find(id);
+        if (found != m_timers->end()) {
             const callback call = found->second;  // a copy: it may kill its timer
             call(id);
         }
@@ -93,7 +96,8 @@ private:
     }
 
     os::window m_hwnd = nullptr;
-    std::map<unsigned int, callback> m_timers;
+    std::unique_ptr<std::map<unsigned int, callback>> m_timers =
+        std::make_unique<std::map<unsigned int, callback>>();
 };
 
 namespace {

@@ -4,6 +4,8 @@
 #include "os/message_window.h"
 #include "os/thread.h"
 
+#include <gtest/gtest.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -69,6 +71,7 @@ private:
                                    std::intptr_t lparam) {
         auto* const self = static_cast<recording_window*>(os::message_windows().user_data(target));
         if (self == nullptr) {
+            ADD_FAILURE() << "a window that is gone was delivered " << message;
             return 0;
         }
         self->received.emplace_back(message, wparam);

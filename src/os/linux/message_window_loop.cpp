@@ -9,8 +9,9 @@
 namespace kro::tessel::os {
 namespace {
 
-/// Turns of one `pump`: sources that are always ready again can't hold it for ever.
-constexpr int k_max_pump_turns = 10'000;
+/// Turns of one `pump`: sources that are always ready again can't hold it for ever. A turn delivers up to 64
+/// messages or 2 ms of them.
+constexpr int k_max_pump_turns = 1000;
 
 /// The calling thread's context, held for the length of a loop. While another thread turns that one,
 /// nothing can be delivered here, and an empty context of this loop's own takes its place.
