@@ -68,7 +68,7 @@ long connect_limit(std::uint32_t milliseconds) noexcept {
     if (milliseconds == 0 || milliseconds > longest - k_connect_slack_ms) {
         return k_no_connect_limit_ms;
     }
-    return static_cast<long>(milliseconds + k_connect_slack_ms);
+    return static_cast<long>(milliseconds) + static_cast<long>(k_connect_slack_ms);
 }
 
 }  // namespace
