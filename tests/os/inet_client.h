@@ -38,7 +38,8 @@ public:
 
     static void callback(os::inet_handle handle, std::uintptr_t context, std::uint32_t code,
                          const void* information, std::uint32_t length) {
-        reinterpret_cast<notice_log*>(context)->add(handle, code, information, length);
+        auto* const log = reinterpret_cast<notice_log*>(context);  // NOLINT(performance-no-int-to-ptr)
+        log->add(handle, code, information, length);
     }
 
     /// Waits for the next completion that has not been asked for yet.

@@ -31,7 +31,9 @@ TEST_P(InetContract, GivesEachWrongHandleItsNumber) {
     const auto request = client.request();
     const auto closed = client.request();
     ASSERT_TRUE(net().close(closed).ok());
-    const auto unknown = reinterpret_cast<os::inet_handle>(std::uintptr_t{0x7FFFFFF1});
+    constexpr std::uintptr_t number_of_none = 0x7FFFFFF1;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): handles are numbers
+    const auto unknown = reinterpret_cast<os::inet_handle>(number_of_none);
     char byte = 0;
     std::uint32_t number = 0;
     kro::tessel::wide_string text;
@@ -468,7 +470,7 @@ TEST_P(InetContract, MayBeClosedFromItsOwnCallback) {
         net().send(request, {}, nullptr, 0, os::inet_send_mode::begin, client.log.context()).pending());
     auto peer = server.accept();
     EXPECT_EQ(1U, client.log.wait().result);
-    EXPECT_TRUE(peer.read_head().size() > 0 && peer.wait_for_close());
+    EXPECT_TRUE(!peer.read_head().empty() && peer.wait_for_close());
     EXPECT_EQ(70U, client.log.codes().back());
 }
 

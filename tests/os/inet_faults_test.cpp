@@ -187,6 +187,20 @@ TEST(InetFault, AnAnswerBeforeTheWholeBodyWentOutIsTaken) {
     EXPECT_EQ("big", client.body(request));
 }
 
+TEST(InetFault, AServerThatTakesNoBytesTimesTheSendOut) {
+    test_server server;
+    inet_client client(os::inet(), server.port());
+    client.net.set_timeout(client.connection, os::inet_timeout::send, 200);
+    const auto request = client.request(TESSEL_W("PUT"));
+    const std::string body(64U << 20U, 'b');  // more than the sockets' buffers
+    ASSERT_TRUE(client.net
+                    .send(request, {}, body.data(), static_cast<std::uint32_t>(body.size()),
+                          os::inet_send_mode::begin, client.log.context())
+                    .pending());
+    auto peer = server.accept();
+    EXPECT_EQ(12002U, client.log.wait().error);
+}
+
 TEST(InetFault, TheBodyIsNotTouchedAfterClose) {
     test_server server;
     inet_client client(os::inet(), server.port());

@@ -84,7 +84,7 @@ std::shared_ptr<inet_request> linux_inet::request_of(inet_handle handle) const {
     if (node == nullptr || node->kind() != handle_kind::request) {
         return nullptr;
     }
-    return std::static_pointer_cast<inet_request>(std::move(node));
+    return std::static_pointer_cast<inet_request>(node);
 }
 
 // The connection itself, or the one that a request belongs to.
@@ -96,7 +96,7 @@ std::shared_ptr<inet_connection> linux_inet::connection_of(inet_handle handle) c
     if (node->kind() == handle_kind::request) {
         return static_cast<const inet_request&>(*node).connection;
     }
-    return std::static_pointer_cast<inet_connection>(std::move(node));
+    return std::static_pointer_cast<inet_connection>(node);
 }
 
 inet_handle linux_inet::open(std::uint32_t access, wide_view proxy, wide_view bypass, wide_view agent,

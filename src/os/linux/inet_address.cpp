@@ -124,8 +124,8 @@ std::string escaped_target(wide_view object) {
     if (object.empty() || object.front() != TESSEL_W('/')) {
         target += '/';
     }
-    const auto append = [&target](wide_view part, bool escapes_bytes) {
-        for (const char byte : to_utf8(part)) {
+    const auto append = [&target](const std::string& part, bool escapes_bytes) {
+        for (const char byte : part) {
             const auto value = static_cast<unsigned char>(byte);
             const bool is_control = value <= 0x20 || value == 0x7F;
             if (is_control || (escapes_bytes && value >= 0x80)) {
@@ -135,8 +135,8 @@ std::string escaped_target(wide_view object) {
             }
         }
     };
-    append(object.substr(0, query), true);
-    append(object.substr(query), false);
+    append(to_utf8(object.substr(0, query)), true);
+    append(to_ansi(object.substr(query)), false);
     return target;
 }
 

@@ -27,8 +27,8 @@ struct inet_address {
 std::optional<std::string> ascii_host(wide_view host);
 
 /// The target of a request for `object`, a path and query as a caller writes them: a missing "/" is added,
-/// a fragment cut off, blanks and controls escaped; other characters are UTF-8, escaped in the path and
-/// bare in the query.
+/// a fragment cut off, blanks and controls escaped; other characters are UTF-8 and escaped in the path, in
+/// the ANSI code page and bare in the query.
 std::string escaped_target(wide_view object);
 
 enum class location_kind { followable, other_scheme, invalid };

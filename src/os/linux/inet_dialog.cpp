@@ -3,12 +3,9 @@
 #include "os/prompt.h"
 
 #include <algorithm>
-#include <atomic>
 
 namespace kro::tessel::os {
 namespace {
-
-std::atomic<credentials_prompt> g_prompt{nullptr};
 
 // The realm of a challenge, as in: Basic realm="a \"quoted\" name", charset="UTF-8".
 std::string realm_of(std::string_view challenge) {
@@ -55,14 +52,6 @@ std::uint32_t ask_for_credentials(inet_request& request, const inet_request::cha
 }
 
 }  // namespace
-
-void set_prompt(credentials_prompt prompt) noexcept {
-    g_prompt.store(prompt);
-}
-
-credentials_prompt current_prompt() noexcept {
-    return g_prompt.load();
-}
 
 std::uint32_t show_dialog(inet_request& request, std::uint32_t error, std::uint32_t flags) {
     const bool looks_at_response = (flags & k_dialog_filter_for_errors) != 0;

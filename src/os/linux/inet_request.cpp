@@ -131,11 +131,11 @@ void inet_request::fill_accounts(transfer_request& request) const {
     }
     const wide_account server = connection->account(inet_credentials::server);
     if (m_same_server) {
-        request.server = {to_utf8(server.user), to_utf8(server.password)};
+        request.server = {to_ansi(server.user), to_ansi(server.password)};
     }
     if (!request.proxy.empty()) {
         const wide_account proxy = connection->account(inet_credentials::proxy);
-        request.proxy_account = {to_utf8(proxy.user), to_utf8(proxy.password)};
+        request.proxy_account = {to_ansi(proxy.user), to_ansi(proxy.password)};
         if (!request.proxy_account.given()) {
             request.proxy_account = through.account.given() ? through.account : request.server;
         }

@@ -1,5 +1,7 @@
 #include "os/linux/inet_text.h"
 
+#include "os/code_page.h"
+
 #include <unicode/ustring.h>
 
 #include <algorithm>
@@ -10,6 +12,12 @@ namespace {
 char lower(char c) noexcept {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
 }
+
+bool is_ascii(wide_view text) noexcept {
+    return std::all_of(text.begin(), text.end(), [](wchar unit) { return unit < 0x80; });
+}
+
+constexpr std::size_t k_most_bytes_a_unit = 4;  // of all code pages, GB 18030 takes most
 
 }  // namespace
 
@@ -28,8 +36,7 @@ std::string narrow(wide_view text) {
 }
 
 std::string to_utf8(wide_view text) {
-    const bool is_ascii = std::all_of(text.begin(), text.end(), [](wchar unit) { return unit < 0x80; });
-    if (is_ascii) {
+    if (is_ascii(text)) {
         return narrow(text);
     }
     std::string bytes(text.size() * 3, '\0');
@@ -38,6 +45,19 @@ std::string to_utf8(wide_view text) {
     u_strToUTF8WithSub(bytes.data(), static_cast<std::int32_t>(bytes.size()), &length, text.data(),
                        static_cast<std::int32_t>(text.size()), 0xFFFD, nullptr, &status);
     bytes.resize(U_SUCCESS(status) ? static_cast<std::size_t>(length) : 0);
+    return bytes;
+}
+
+std::string to_ansi(wide_view text) {
+    if (is_ascii(text)) {
+        return narrow(text);
+    }
+    const auto units = static_cast<std::int32_t>(text.size());
+    std::string bytes(text.size() * k_most_bytes_a_unit, '\0');
+    const std::int32_t length =
+        code_pages().to_narrow(k_code_page_ansi, 0, text.data(), units, bytes.data(),
+                               static_cast<std::int32_t>(bytes.size()), nullptr, nullptr);
+    bytes.resize(static_cast<std::size_t>(length));
     return bytes;
 }
 

@@ -13,6 +13,7 @@ using wide_view = std::basic_string_view<wchar>;
 wide_string widen(std::string_view latin1);
 std::string narrow(wide_view text);  ///< to ISO 8859-1; "?" for what it lacks
 std::string to_utf8(wide_view text);
+std::string to_ansi(wide_view text);  ///< in the ANSI code page
 wide_string from_utf8(std::string_view text);
 
 std::string_view trimmed(std::string_view text) noexcept;  ///< without blanks and tabs at both ends

@@ -9,6 +9,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <utility>
 
 namespace kro::tessel::os {
@@ -67,10 +68,20 @@ long connect_limit(std::uint32_t milliseconds) noexcept {
     if (milliseconds == 0 || milliseconds > longest - k_connect_slack_ms) {
         return k_no_connect_limit_ms;
     }
-    return static_cast<long>(milliseconds + k_connect_slack_ms);
+    return static_cast<long>(milliseconds) + static_cast<long>(k_connect_slack_ms);
 }
 
 }  // namespace
+
+template <class Result, class Work>
+Result curl_exchange::guarded(Result failed, Work&& work) noexcept {
+    try {
+        return work();
+    } catch (const std::bad_alloc&) {
+        m_out_of_memory = true;
+        return failed;
+    }
+}
 
 const std::string& certificate_file() {
     static const std::string file = [] {
@@ -133,7 +144,7 @@ bool curl_exchange::begin(std::shared_ptr<curl_transfer> what) {
     m_body_offset = 0;
     m_block.clear();
     m_in_block = m_resolving = m_connecting_told = m_stages_over = m_connected = false;
-    m_sent_told = m_headers_told = m_paused = false;
+    m_sent_told = m_headers_told = m_paused = m_out_of_memory = false;
     if (!set(m_easy, CURLOPT_URL, m_transfer->request.url.c_str())) {
         return false;
     }
@@ -150,17 +161,15 @@ void curl_exchange::set_text_option(CURLoption option, std::string& in_force, co
 }
 
 void curl_exchange::set_request(const transfer_request& request) {
-    const bool is_head = request.verb == "HEAD" && !request.has_body;
-    // The order matters: each of these three changes what kind of request libcurl makes.
-    if (m_is_head != is_head || m_is_upload != request.has_body) {
+    const kind wanted = request.has_body ? kind::upload : request.verb == "HEAD" ? kind::head : kind::get;
+    if (m_kind != wanted) {
+        m_kind = wanted;
         set(m_easy, CURLOPT_HTTPGET, 1L);
-        set(m_easy, CURLOPT_NOBODY, is_head ? 1L : 0L);
-        set(m_easy, CURLOPT_UPLOAD, request.has_body ? 1L : 0L);
-        if (!is_head && !request.has_body) {
-            set(m_easy, CURLOPT_HTTPGET, 1L);
+        if (wanted == kind::upload) {
+            set(m_easy, CURLOPT_UPLOAD, 1L);
+        } else if (wanted == kind::head) {
+            set(m_easy, CURLOPT_NOBODY, 1L);
         }
-        m_is_head = is_head;
-        m_is_upload = request.has_body;
     }
     if (request.has_body) {
         set(m_easy, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(request.body_bytes));
@@ -315,6 +324,12 @@ bool curl_exchange::will_be_answered_by_libcurl(int status) const noexcept {
 }
 
 data_verdict curl_exchange::take_data(const char* data, std::size_t bytes) {
+    if (!m_headers_told) {
+        if (m_block.empty()) {
+            m_block = k_head_of_headless_response;
+        }
+        report_headers();
+    }
     if (m_transfer->sink == nullptr) {
         return data_verdict::unwanted;
     }
@@ -358,7 +373,8 @@ void curl_exchange::end(CURLcode code) {
         code = CURLE_GOT_NOTHING;
     }
     const bool head_too_long = code == CURLE_WRITE_ERROR && !m_headers_told;
-    end_with(inet_error_of(head_too_long ? CURLE_WEIRD_SERVER_REPLY : code, facts));
+    const std::uint32_t error = inet_error_of(head_too_long ? CURLE_WEIRD_SERVER_REPLY : code, facts);
+    end_with(m_out_of_memory ? k_error_not_enough_memory : error);
     detach();
 }
 
@@ -393,29 +409,28 @@ void curl_exchange::resume() {
     }
 }
 
+// ---- libcurl's callbacks: no exception may pass through it
+
 std::size_t curl_exchange::on_header(char* data, std::size_t size, std::size_t count, void* self) {
+    auto& exchange = *static_cast<curl_exchange*>(self);
     const std::size_t bytes = size * count;
-    return static_cast<curl_exchange*>(self)->header_line({data, bytes}) ? bytes : 0;
+    return exchange.guarded<std::size_t>(0, [&] { return exchange.header_line({data, bytes}) ? bytes : 0; });
 }
 
 std::size_t curl_exchange::on_write(char* data, std::size_t size, std::size_t count, void* self) {
     auto& exchange = *static_cast<curl_exchange*>(self);
     const std::size_t bytes = size * count;
-    if (!exchange.m_headers_told) {
-        if (exchange.m_block.empty()) {
-            exchange.m_block = k_head_of_headless_response;
+    return exchange.guarded<std::size_t>(0, [&]() -> std::size_t {
+        switch (exchange.take_data(data, bytes)) {
+            case data_verdict::taken:
+                return bytes;
+            case data_verdict::full:
+                return CURL_WRITEFUNC_PAUSE;
+            case data_verdict::unwanted:
+                break;
         }
-        exchange.report_headers();
-    }
-    switch (exchange.take_data(data, bytes)) {
-        case data_verdict::taken:
-            return bytes;
-        case data_verdict::full:
-            return CURL_WRITEFUNC_PAUSE;
-        case data_verdict::unwanted:
-            break;
-    }
-    return 0;
+        return 0;
+    });
 }
 
 std::size_t curl_exchange::on_read(char* out, std::size_t size, std::size_t count, void* self) {
@@ -445,15 +460,19 @@ int curl_exchange::on_seek(void* self, curl_off_t offset, int origin) {
 int curl_exchange::on_prerequest(void* self, char* /*address*/, char* /*local*/, int /*port*/,
                                  int /*local_port*/) {
     auto& exchange = *static_cast<curl_exchange*>(self);
-    exchange.connected();
-    return exchange.m_transfer->sink == nullptr ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
+    return exchange.guarded<int>(CURL_PREREQFUNC_ABORT, [&] {
+        exchange.connected();
+        return exchange.m_transfer->sink == nullptr ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
+    });
 }
 
 int curl_exchange::on_resolver_start(void* /*resolver*/, void* /*reserved*/, void* self) {
     auto& exchange = *static_cast<curl_exchange*>(self);
-    exchange.m_resolving = true;
-    exchange.report_stage(transfer_stage::resolving, {});
-    return 0;
+    return exchange.guarded<int>(1, [&] {
+        exchange.m_resolving = true;
+        exchange.report_stage(transfer_stage::resolving, {});
+        return 0;
+    });
 }
 
 curl_socket_t curl_exchange::on_open_socket(void* self, curlsocktype /*purpose*/, curl_sockaddr* address) {
@@ -462,11 +481,13 @@ curl_socket_t curl_exchange::on_open_socket(void* self, curlsocktype /*purpose*/
     if (exchange.m_transfer->sink == nullptr) {
         return CURL_SOCKET_BAD;
     }
-    if (!exchange.m_connecting_told) {
-        exchange.m_connecting_told = true;
-        exchange.report_stage(transfer_stage::connecting, text_of(address->addr));
-    }
-    return exchange.m_host.open_socket(*address);
+    return exchange.guarded<curl_socket_t>(CURL_SOCKET_BAD, [&] {
+        if (!exchange.m_connecting_told) {
+            exchange.m_connecting_told = true;
+            exchange.report_stage(transfer_stage::connecting, text_of(address->addr));
+        }
+        return exchange.m_host.open_socket(*address);
+    });
 }
 
 int curl_exchange::on_close_socket(void* host, curl_socket_t socket) {

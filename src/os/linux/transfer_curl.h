@@ -50,7 +50,7 @@ public:
     virtual void told(curl_transfer& which) = 0;
     /// The request went out in this turn, or is going out: ask progress_sent at the turn's end.
     virtual void sending(curl_exchange& which) = 0;
-    virtual int open_socket(const curl_sockaddr& address) noexcept = 0;
+    virtual int open_socket(const curl_sockaddr& address) = 0;
     virtual void close_socket(int socket) noexcept = 0;
 };
 
@@ -92,6 +92,7 @@ public:
     bool reusable() const noexcept { return m_reusable; }
 
 private:
+    enum class kind { get, head, upload };
     enum class wait { nothing, connection, sending, receiving };
 
     static std::size_t on_header(char* data, std::size_t size, std::size_t count, void* self);
@@ -103,6 +104,10 @@ private:
     static curl_socket_t on_open_socket(void* self, curlsocktype purpose, curl_sockaddr* address);
     static int on_close_socket(void* host, curl_socket_t socket);
     static CURLcode on_tls_context(CURL* easy, void* context, void* self);
+
+    /// What `work` returns, or `failed` when memory runs out in it.
+    template <class Result, class Work>
+    Result guarded(Result failed, Work&& work) noexcept;
 
     void set_constant_options();
     void set_request(const transfer_request& request);
@@ -128,8 +133,7 @@ private:
     // The options in force, so that equal ones aren't set again.
     std::string m_verb;
     std::string m_proxy;
-    bool m_is_head = false;
-    bool m_is_upload = false;
+    kind m_kind = kind::get;
     bool m_checks_name = true;
     bool m_checks_dates = true;
     bool m_reusable = true;
@@ -147,6 +151,7 @@ private:
     bool m_sent_told = false;
     bool m_headers_told = false;
     bool m_paused = false;
+    bool m_out_of_memory = false;
 };
 
 }  // namespace kro::tessel::os

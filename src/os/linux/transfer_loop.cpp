@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -329,13 +330,19 @@ void transfer_loop::run_timers() {
     }
 }
 
-int transfer_loop::open_socket(const curl_sockaddr& address) noexcept {
+int transfer_loop::open_socket(const curl_sockaddr& address) {
     const int type = address.socktype | SOCK_CLOEXEC | SOCK_NONBLOCK;
     const int socket = ::socket(address.family, type, address.protocol);
-    if (socket >= 0) {
-        watched& entry = entry_of(socket);
-        entry = {};
-        entry.is_connection = true;
+    if (socket < 0) {
+        return socket;
+    }
+    try {
+        watched fresh;
+        fresh.is_connection = true;
+        entry_of(socket) = fresh;
+    } catch (const std::bad_alloc&) {
+        ::close(socket);
+        throw;
     }
     return socket;
 }
@@ -422,26 +429,41 @@ void transfer_loop::start_waiting(origin& from) {
 }
 
 void transfer_loop::start(const std::shared_ptr<curl_transfer>& what, origin& from) {
-    std::unique_ptr<curl_exchange> exchange;
-    if (m_idle.empty()) {
-        exchange_host& self = *this;
-        exchange = std::make_unique<curl_exchange>(self);
-    } else {
-        exchange = std::move(m_idle.back());
-        m_idle.pop_back();
-    }
     multi& set = m_multis[what->request.ignore_cert_dates ? 1 : 0];
-    const bool begun = exchange->easy() != nullptr && exchange->begin(what);
-    if (!begun || curl_multi_add_handle(set.handle, exchange->easy()) != CURLM_OK) {
-        told(*what);
+    curl_exchange* exchange = nullptr;
+    try {
+        m_running.push_back(idle_exchange());
+        exchange = m_running.back().get();
+    } catch (const std::bad_alloc&) {
+        exchange = nullptr;  // told below
+    }
+    const bool begun = exchange != nullptr && exchange->easy() != nullptr && exchange->begin(what) &&
+                       curl_multi_add_handle(set.handle, exchange->easy()) == CURLM_OK;
+    if (!begun) {
+        if (exchange != nullptr) {
+            m_running.pop_back();
+        }
         what->exchange = nullptr;
+        told(*what);
         what->sink->on_end(what->request.tag, k_error_not_enough_memory);
         what->sink = nullptr;
         return;
     }
-    exchange->place = {m_running.size(), &set, &from, false};
+    exchange->place.index = m_running.size() - 1;
+    exchange->place.set = &set;
+    exchange->place.from = &from;
     ++from.running;
-    m_running.push_back(std::move(exchange));
+}
+
+// One that has served before, or a new one.
+std::unique_ptr<curl_exchange> transfer_loop::idle_exchange() {
+    if (m_idle.empty()) {
+        exchange_host& self = *this;
+        return std::make_unique<curl_exchange>(self);
+    }
+    auto taken = std::move(m_idle.back());
+    m_idle.pop_back();
+    return taken;
 }
 
 void transfer_loop::drop(const std::shared_ptr<curl_transfer>& what) {
@@ -500,6 +522,7 @@ void transfer_loop::forget_idle_origins() {
 
 void transfer_loop::release(curl_exchange& which, bool reusable) {
     if (which.place.sending) {
+        which.place.sending = false;
         m_sending.erase(std::find(m_sending.begin(), m_sending.end(), &which));
     }
     const std::size_t index = which.place.index;

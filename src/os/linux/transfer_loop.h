@@ -73,7 +73,7 @@ private:
     std::uint64_t deadline_in(std::uint32_t milliseconds) noexcept override;
     void told(curl_transfer& which) override;
     void sending(curl_exchange& which) override;
-    int open_socket(const curl_sockaddr& address) noexcept override;
+    int open_socket(const curl_sockaddr& address) override;
     void close_socket(int socket) noexcept override;
 
     static int on_socket(CURL* easy, curl_socket_t socket, int what, void* set, void* unused);
@@ -97,6 +97,7 @@ private:
     void obey(command& what);
     void enqueue(std::shared_ptr<curl_transfer> what);
     void start_waiting(origin& from);
+    std::unique_ptr<curl_exchange> idle_exchange();
     void start(const std::shared_ptr<curl_transfer>& what, origin& from);
     void drop(const std::shared_ptr<curl_transfer>& what);
     void abandon(curl_exchange& which);
