@@ -88,45 +88,66 @@ double median(std::vector<double>& values) {
     return *middle;
 }
 
+// Short bodies are measured many at a time, so that reading the clock doesn't count.
+constexpr std::size_t k_batch_bytes = 100U << 10U;
+
 void gzip_body_to_text(benchmark::State& state) {
     const auto size = static_cast<std::size_t>(state.range(0));
+    const std::size_t batch = std::max<std::size_t>(1, k_batch_bytes / size);
     const tessel_test::encoding_inet service(TESSEL_W("gzip"));
-    // Several documents in turn: a processor learns the branches of a short one by heart.
+    // Many documents in turn: a processor learns the branches of a short one by heart.
     std::vector<std::string> bodies;
-    for (std::size_t total = 0; total < 2 * size || total < (std::size_t{16} << 20U); total += size) {
+    for (std::size_t total = 0; total < 2 * size || total < (std::size_t{4} << 20U); total += size) {
         bodies.push_back(packed(document(size, static_cast<unsigned>(total))));
     }
     std::size_t next = 0;
+    const auto next_body = [&]() -> const std::string& { return bodies[next++ % bodies.size()]; };
     std::vector<unsigned char> out(size);
+    std::vector<_buffer_content*> chunks(batch);
     std::vector<double> reference;
     std::vector<double> decoding;
     std::vector<double> ours;
     for (auto _ : state) {
-        const std::string& bytes = bodies[next++ % bodies.size()];
         double start = seconds();
-        inflate_alone(bodies[(next + bodies.size() / 2) % bodies.size()], out);
+        for (std::size_t one = 0; one < batch; ++one) {
+            inflate_alone(next_body(), out);
+        }
         reference.push_back(seconds() - start);
 
-        _buffer_content* const body = received(bytes);
+        std::generate(chunks.begin(), chunks.end(), [&] { return received(next_body()); });
         start = seconds();
-        _buffer_content* const flat =
-            kro::tessel::http::decode_gzip(tessel_test::encoding_inet::request(), body, [] { return false; });
-        decoding.push_back(seconds() - start);
-        const kro::tessel::CTString text = kro::tessel::http::buffer_content_to_string(flat, false);
-        ours.push_back(seconds() - start);
-        if (text.size() != size) {
-            std::abort();
+        for (_buffer_content*& chunk : chunks) {
+            chunk = kro::tessel::http::decode_gzip(tessel_test::encoding_inet::request(), chunk,
+                                                   [] { return false; });
         }
+        decoding.push_back(seconds() - start);
+
+        start = seconds();
+        for (const _buffer_content* chunk : chunks) {
+            if (kro::tessel::http::buffer_content_to_string(chunk, false).size() != size) {
+                std::abort();
+            }
+        }
+        ours.push_back(decoding.back() + seconds() - start);
         state.SetIterationTime(ours.back());
-        kro::tessel::http::free_chain(flat);
+        std::for_each(chunks.begin(), chunks.end(), kro::tessel::http::free_chain);
     }
     const double alone = median(reference);
     state.counters["packed"] = static_cast<double>(bodies.front().size());
-    state.counters["zlib_MB/s"] = static_cast<double>(size) / alone / 1e6;
+    state.counters["zlib_MB/s"] = static_cast<double>(size * batch) / alone / 1e6;
     state.counters["ratio_decode"] = alone / median(decoding);
     state.counters["ratio"] = alone / median(ours);
 }
-BENCHMARK(gzip_body_to_text)->Arg(2 << 10)->Arg(100 << 10)->Arg(10 << 20)->Arg(200 << 20)->UseManualTime();
+BENCHMARK(gzip_body_to_text)->Arg(2 << 10)->Arg(100 << 10)->Arg(10 << 20)->UseManualTime();
+
+// A process that has freed a large block once keeps memory of up to that size for the next; a new one gives
+// each text's memory back, and the page faults would be measured.
+const bool g_allocator_is_warm = [] {
+    void* block = std::malloc(std::size_t{24} << 20U);
+    benchmark::DoNotOptimize(block);
+    std::free(block);
+    return true;
+}();
 
 }  // namespace
 

@@ -86,6 +86,15 @@ _buffer_content* make_chunk_to_fill(std::size_t capacity) noexcept {
     return may_make(capacity) ? set_up(std::malloc(sizeof(_buffer_content) + capacity), capacity) : nullptr;
 }
 
+_buffer_content* trim_chunk(_buffer_content* chunk, std::size_t bytes) noexcept {
+    auto* const trimmed = static_cast<_buffer_content*>(std::realloc(chunk, sizeof(_buffer_content) + bytes));
+    if (trimmed == nullptr) {
+        return chunk;
+    }
+    trimmed->data = trimmed + 1;
+    return trimmed;
+}
+
 void free_chain(_buffer_content* chain) noexcept {
     while (chain != nullptr) {
         std::free(std::exchange(chain, chain->next));

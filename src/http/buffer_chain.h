@@ -17,6 +17,10 @@ _buffer_content* make_chunk(std::size_t capacity) noexcept;
 /// The same with undefined bytes, for chunks that are filled at once.
 _buffer_content* make_chunk_to_fill(std::size_t capacity) noexcept;
 
+/// Gives back the memory behind the first `bytes` bytes of a chunk; its size stays. Returns the chunk, which
+/// may have moved.
+_buffer_content* trim_chunk(_buffer_content* chunk, std::size_t bytes) noexcept;
+
 /// Frees a chain, chunk by chunk in a loop; null is accepted.
 void free_chain(_buffer_content* chain) noexcept;
 

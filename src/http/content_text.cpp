@@ -20,6 +20,9 @@ namespace {
 // comes to this; it is even, as its pairs are.
 constexpr std::size_t k_longest_piece = 0x40000000;
 
+// A conversion that comes near the end of its output goes on with care.
+constexpr std::int32_t k_room_to_spare = 16;
+
 // Length of the first piece of `bytes`: about `piece`, and up to the end of a character.
 std::size_t piece_length(bool is_utf8, std::string_view bytes, std::size_t piece) {
     if (bytes.size() <= piece) {
@@ -62,7 +65,7 @@ public:
     }
 
 private:
-    wchar m_inline[k_text_piece];
+    wchar m_inline[k_text_piece + k_room_to_spare];
     std::unique_ptr<wchar[]> m_long;
     std::size_t m_long_units = 0;
 };
@@ -79,8 +82,9 @@ CTString widen_in_pieces(std::uint32_t page, std::string_view bytes, std::size_t
     while (!bytes.empty()) {
         const std::size_t length = piece_length(number == os::k_code_page_utf8, bytes, piece);
         const auto count = static_cast<std::int32_t>(length);
-        wchar* const units = buffer.make_room(length);
-        const std::int32_t written = pages.to_wide(number, 0, bytes.data(), count, units, count);
+        wchar* const units = buffer.make_room(length + k_room_to_spare);
+        const std::int32_t written =
+            pages.to_wide(number, 0, bytes.data(), count, units, count + k_room_to_spare);
         if (written == 0) {
             throw std::bad_alloc();  // bytes never convert to nothing, so it was the page's tables
         }

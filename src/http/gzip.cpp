@@ -93,13 +93,21 @@ public:
     owned_chain take() {
         *end() = 0;
         _buffer_content* chain = m_chain.release();
-        const bool is_flat = flatten_chain(chain) != flatten_result::no_memory;
-        owned_chain owned(chain);
-        if (is_flat && chain->next != nullptr) {  // an empty chunk behind a full one
-            free_chain(std::exchange(chain->next, nullptr));
-            static_cast<unsigned char*>(chain->data)[chain->size] = 0;
+        switch (flatten_chain(chain)) {
+            case flatten_result::flattened:
+                break;
+            case flatten_result::no_memory:
+                free_chain(chain);
+                return nullptr;
+            case flatten_result::flat_already:
+                free_chain(std::exchange(chain->next, nullptr));  // an empty chunk behind a full one
+                static_cast<unsigned char*>(chain->data)[chain->size] = 0;
+                if (m_capacity - chain->size >= k_gzip_slack) {
+                    chain = trim_chunk(chain, std::size_t{chain->size} + 1);
+                }
+                break;
         }
-        return is_flat ? std::move(owned) : nullptr;
+        return owned_chain(chain);
     }
 
 private:
