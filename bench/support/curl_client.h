@@ -13,7 +13,8 @@
 namespace tessel_bench {
 
 struct curl_body {
-    std::unique_ptr<char[]> data;
+    std::unique_ptr<char[]> own;
+    char* data = nullptr;
     std::size_t size = 0;
     std::size_t capacity = 0;
 };
@@ -24,7 +25,7 @@ inline std::size_t keep_body(char* data, std::size_t size, std::size_t count, vo
     if (body.size + bytes > body.capacity) {
         return 0;
     }
-    std::memcpy(body.data.get() + body.size, data, bytes);
+    std::memcpy(body.data + body.size, data, bytes);
     body.size += bytes;
     return bytes;
 }
@@ -36,7 +37,10 @@ public:
     curl_client(const curl_client&) = delete;
     curl_client& operator=(const curl_client&) = delete;
 
-    void run(const std::string& url, int total, int in_flight, std::size_t body_bytes, long buffer) {
+    /// into: where the bodies go, one over the other; null for fresh memory each.
+    void run(const std::string& url, int total, int in_flight, std::size_t body_bytes, long buffer,
+             char* into = nullptr) {
+        m_into = into;
         int started = 0;
         int ended = 0;
         while (started < std::min(in_flight, total)) {
@@ -65,7 +69,10 @@ private:
     void start(const std::string& url, std::size_t body_bytes, long buffer) {
         CURL* const easy = curl_easy_init();
         auto* const body = new curl_body;
-        body->data.reset(new char[body_bytes]);
+        if (m_into == nullptr) {
+            body->own.reset(new char[body_bytes]);
+        }
+        body->data = m_into == nullptr ? body->own.get() : m_into;
         body->capacity = body_bytes;
         curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
         curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, keep_body);
@@ -92,6 +99,7 @@ private:
     }
 
     CURLM* m_multi;
+    char* m_into = nullptr;
 };
 
 }  // namespace tessel_bench

@@ -271,8 +271,12 @@ void transfer_loop::handle_event(int socket, std::uint32_t events) {
     }
     watched& entry = entry_of(socket);
     if (entry.wanted == 0) {
-        // An idle connection that the server closed, or a paused one with bytes waiting.
-        register_socket(socket, entry, 0);
+        // An idle connection that the server closed, or a paused one with bytes waiting. What was let go of
+        // in this very turn may be somebody else's by now; if it isn't, its event comes again.
+        const bool is_ours = entry.unsure ? entry.unsure_turn != m_turn : entry.registered != 0;
+        if (is_ours) {
+            register_socket(socket, entry, 0);
+        }
         return;
     }
     int running = 0;
@@ -297,10 +301,17 @@ void transfer_loop::watch(multi& set, int socket, std::uint32_t wanted) {
     watched& entry = entry_of(socket);
     entry.set = &set;
     entry.wanted = wanted;
-    // A kept connection stays registered between two requests: that saves two system calls for each. If
-    // anything arrives meanwhile it is taken out then.
-    const bool kept = entry.is_connection && entry.registered == EPOLLIN && wanted == 0;
-    if (entry.registered != wanted && !kept) {
+    if (wanted == 0 && entry.is_connection) {
+        // A kept connection stays registered between two requests: that saves two system calls for each.
+        // If anything arrives meanwhile it is taken out then.
+        if (entry.registered != EPOLLIN) {
+            // It may have been connecting still: libcurl has closed such a socket already, without a word,
+            // and the number can be another thread's by now.
+            entry.is_connection = false;
+            entry.unsure = true;
+            entry.unsure_turn = m_turn;
+        }
+    } else if (entry.unsure || entry.registered != wanted) {
         register_socket(socket, entry, wanted);
     }
 }
@@ -309,9 +320,13 @@ void transfer_loop::register_socket(int socket, watched& entry, std::uint32_t ev
     epoll_event event{};
     event.events = events;
     event.data.fd = socket;
-    const int operation = events == 0 ? EPOLL_CTL_DEL : entry.registered == 0 ? EPOLL_CTL_ADD : EPOLL_CTL_MOD;
-    ::epoll_ctl(m_epoll, operation, socket, &event);
+    if (events == 0) {
+        ::epoll_ctl(m_epoll, EPOLL_CTL_DEL, socket, &event);
+    } else if (entry.registered == 0 || ::epoll_ctl(m_epoll, EPOLL_CTL_MOD, socket, &event) != 0) {
+        ::epoll_ctl(m_epoll, EPOLL_CTL_ADD, socket, &event);
+    }
     entry.registered = events;
+    entry.unsure = false;
 }
 
 int transfer_loop::on_timer(CURLM* /*handle*/, long milliseconds, void* set) {

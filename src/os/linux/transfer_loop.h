@@ -66,7 +66,9 @@ private:
         multi* set = nullptr;
         std::uint32_t wanted = 0;
         std::uint32_t registered = 0;
-        bool is_connection = false;  // opened by us, so that its closing is told
+        bool is_connection = false;     // opened by us, and its closing will be told
+        bool unsure = false;            // `registered` may be out of date
+        std::uint64_t unsure_turn = 0;  // since when
     };
 
     // exchange_host
