@@ -20,7 +20,8 @@ void expect_to_fill(void* block, std::size_t bytes) noexcept {
     const auto begin = reinterpret_cast<std::uintptr_t>(block);
     const std::uintptr_t first = (begin + k_large_page - 1) & ~(k_large_page - 1);
     const std::uintptr_t last = (begin + bytes) & ~(k_large_page - 1);
-    madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);  // fails where there are none
+    madvise(static_cast<char*>(block) + (first - begin), last - first,
+            MADV_HUGEPAGE);  // fails where there are none
 }
 
 }  // namespace kro::tessel::os
