@@ -107,7 +107,7 @@ void gzip_body_to_text(benchmark::State& state) {
     std::vector<double> reference;
     std::vector<double> decoding;
     std::vector<double> ours;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         double start = seconds();
         for (std::size_t one = 0; one < batch; ++one) {
             inflate_alone(next_body(), out);
@@ -142,7 +142,7 @@ BENCHMARK(gzip_body_to_text)->Arg(2 << 10)->Arg(100 << 10)->Arg(10 << 20)->UseMa
 
 // A process that has freed a large block once keeps memory of up to that size for the next; a new one gives
 // each text's memory back, and the page faults would be measured.
-const bool g_allocator_is_warm = [] {
+const bool k_allocator_is_warm = [] {
     void* block = std::malloc(std::size_t{24} << 20U);
     benchmark::DoNotOptimize(block);
     std::free(block);

@@ -33,7 +33,7 @@ struct ansi_page {
 CTString text_of(const std::string& bytes) {
     _buffer_content* const chunk = kro::tessel::http::make_chunk(bytes.size());
     std::memcpy(chunk->data, bytes.data(), bytes.size());
-    const CTString text = buffer_content_to_string(chunk, false);
+    CTString text = buffer_content_to_string(chunk, false);
     EXPECT_EQ(text, buffer_content_to_string(chunk, true));
     kro::tessel::http::free_chain(chunk);
     return text;
@@ -132,6 +132,7 @@ TEST(ContentText, IsTheSameInPiecesAsInOne) {
 
 TEST(ContentText, IsConvertedOnManyThreadsAtOnce) {
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (int number = 0; number < 8; ++number) {
         threads.emplace_back([] {
             for (int round = 0; round < 200; ++round) {
