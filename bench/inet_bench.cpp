@@ -78,7 +78,7 @@ private:
     static void on_notice(os::inet_handle /*handle*/, std::uintptr_t context, std::uint32_t code,
                           const void* information, std::uint32_t /*length*/) {
         if (code == os::k_notice_request_complete) {
-            auto* const one = reinterpret_cast<job*>(context);
+            auto* const one = reinterpret_cast<job*>(context);  // NOLINT(performance-no-int-to-ptr)
             one->result = *static_cast<const os::inet_async_result*>(information);
             one->owner->post(one);
         }
