@@ -9,7 +9,6 @@ namespace kro::tessel::http {
 namespace {
 
 constexpr std::basic_string_view<wchar> k_agent = TESSEL_W("http.util");
-constexpr std::uint32_t k_error_inet_shutdown = 12012;
 
 wide_string decimal(std::uint16_t number) {
     const std::string digits = std::to_string(number);
@@ -31,7 +30,7 @@ std::uint32_t connection_cache::ensure_session(const session_context& context, o
                                                os::inet_handle& session) {
     const std::lock_guard lock(m_mutex);
     if (m_closed) {
-        return k_error_inet_shutdown;
+        return os::k_error_inet_shutdown;
     }
     if (m_session == nullptr) {
         m_session = open_session(context);

@@ -77,9 +77,10 @@ bool is_bad_body(const void* data, unsigned long data_len) {
 
 }  // namespace
 
-session_context* invoke2(const CTString& url, const CTString& headers, const void* data,
-                         unsigned long data_len, unsigned long flags, complete_procedure complete_proc,
-                         unsigned long user_context, http_method_t method) try {
+session_context* prepare_session(const CTString& url, const CTString& headers, const void* data,
+                                 unsigned long data_len, unsigned long flags,
+                                 complete_procedure complete_proc, unsigned long user_context,
+                                 http_method_t method) try {
     if (complete_proc == nullptr || url.empty()) {
         return nullptr;
     }
@@ -98,7 +99,19 @@ session_context* invoke2(const CTString& url, const CTString& headers, const voi
     context->method = method;
     context->url = url;
     copy_body(*context, data, static_cast<std::uint32_t>(data_len));
+    return context.release();
+} catch (const std::bad_alloc&) {
+    return refuse(os::k_error_not_enough_memory);
+}
 
+session_context* invoke2(const CTString& url, const CTString& headers, const void* data,
+                         unsigned long data_len, unsigned long flags, complete_procedure complete_proc,
+                         unsigned long user_context, http_method_t method) try {
+    std::unique_ptr<session_context> context(
+        prepare_session(url, headers, data, data_len, flags, complete_proc, user_context, method));
+    if (context == nullptr) {
+        return nullptr;
+    }
     const start_outcome started = start_new(context.get());
     if (started.error == 0) {
         return context.release();  // the manager's, perhaps ended by another thread already: only a handle

@@ -66,11 +66,10 @@ request_ref live_requests::take_step(const session_context* context) {
     return *found->second;
 }
 
-os::inet_handle live_requests::begin_start(request_slot& slot) {
+live_requests::begun live_requests::begin_start(request_slot& slot) {
     const std::lock_guard lock(m_mutex);
-    ++slot.start;
     slot.step_due = false;
-    return std::exchange(slot.request, nullptr);
+    return {std::exchange(slot.request, nullptr), ++slot.start};
 }
 
 bool live_requests::is_current(const request_slot& slot, std::uint32_t start) const {

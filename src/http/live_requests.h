@@ -58,8 +58,12 @@ public:
     /// The request whose step a posted message is to run; null when no step is due for that address.
     request_ref take_step(const session_context* context);
 
-    /// A new start: completions of earlier ones don't count any more. Returns the old request handle.
-    os::inet_handle begin_start(request_slot& slot);
+    struct begun {
+        os::inet_handle old_request;
+        std::uint32_t start;
+    };
+    /// A new start: completions of earlier ones don't count any more.
+    begun begin_start(request_slot& slot);
 
     /// Whether the request is live and hasn't been started again since `start`.
     bool is_current(const request_slot& slot, std::uint32_t start) const;

@@ -2,6 +2,7 @@
 
 #include "os/message_window.h"
 #include "os/thread.h"
+#include "os/url.h"
 
 #include "http/gzip.h"
 #include "http/helper_window.h"
@@ -24,8 +25,6 @@ static_assert(k_open_flags == 0x8040F000U);
 
 constexpr std::uint32_t k_dialog_flags =
     os::k_dialog_filter_for_errors | os::k_dialog_change_options | os::k_dialog_generate_data;
-
-constexpr std::uint16_t k_scheme_https = 4;
 
 bool carries_body(http_method_t method) {
     return method != http_method_get && method != http_method_head && method != http_method_delete;
@@ -73,10 +72,10 @@ std::uint32_t request_machine::start() {
 // A request that is started again closes its old request and frees what that one received; the sink's last
 // decision stays.
 void request_machine::forget_earlier_start() {
-    const os::inet_handle old_request = m_engine.live.begin_start(*m_slot);
-    m_engine.live.change_locked([this] { m_start = m_slot->start; });
-    if (old_request != nullptr) {
-        os::inet().close(old_request);
+    const live_requests::begun begun = m_engine.live.begin_start(*m_slot);
+    m_start = begun.start;
+    if (begun.old_request != nullptr) {
+        os::inet().close(begun.old_request);
     }
     m_context.request = nullptr;
     drop_response();
@@ -122,7 +121,7 @@ std::uint32_t request_machine::open_request() {
     }
     const _url_components& parts = m_context.components;
     const std::uint32_t flags =
-        parts.scheme_number == k_scheme_https ? k_open_flags | os::k_request_secure : k_open_flags;
+        parts.scheme_number == os::k_scheme_https ? k_open_flags | os::k_request_secure : k_open_flags;
     const os::inet_handle request = os::inet().open_request(
         connection, get_http_method_name(m_context.method), parts.path + parts.extra, flags, context_value());
     const std::uint32_t error = os::last_error();

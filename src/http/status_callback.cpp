@@ -7,15 +7,8 @@
 namespace kro::tessel::http {
 namespace {
 
-void connection_created(session_context* context, os::inet_handle connection) {
-    connection_cache::server key;
-    const bool waiting = engine().live.change_live(context, [&](const request_slot& slot) {
-        key = {slot.context->host_key, slot.context->port};
-        return slot.context->state == state_connecting;
-    });
-    if (!waiting) {
-        return;
-    }
+void connection_created(session_context* context, const connection_cache::server& key,
+                        os::inet_handle connection) {
     engine().connections.store(key, connection);
     const bool due = engine().live.change_live(context, [](request_slot& slot) {
         slot.context->state = state_opening;
@@ -27,30 +20,27 @@ void connection_created(session_context* context, os::inet_handle connection) {
     }
 }
 
-void request_created(session_context* context, os::inet_handle request) {
-    const bool due = engine().live.change_live(context, [request](request_slot& slot) {
-        if (slot.context->state != state_opening) {
+void handle_created(session_context* context, os::inet_handle created) {
+    bool is_connection = false;
+    connection_cache::server key;
+    const bool due = engine().live.change_live(context, [&](request_slot& slot) {
+        session_context& record = *slot.context;
+        if (record.state == state_connecting) {
+            is_connection = true;
+            key = {record.host_key, record.port};
             return false;
         }
-        slot.context->request = slot.request = request;
-        slot.context->state = state_sending;
+        if (record.state != state_opening) {
+            return false;
+        }
+        record.request = slot.request = created;
+        record.state = state_sending;
         return slot.step_due = true;
     });
-    if (due) {
+    if (is_connection) {
+        connection_created(context, key, created);
+    } else if (due) {
         post_step(context);
-    }
-}
-
-void handle_created(session_context* context, os::inet_handle created) {
-    std::int32_t state = state_done;
-    engine().live.change_live(context, [&state](const request_slot& slot) {
-        state = slot.context->state;
-        return true;
-    });
-    if (state == state_connecting) {
-        connection_created(context, created);
-    } else if (state == state_opening) {
-        request_created(context, created);
     }
 }
 

@@ -77,6 +77,7 @@ inline constexpr std::uint32_t k_error_inet_invalid_url = 12005;
 inline constexpr std::uint32_t k_error_inet_unrecognized_scheme = 12006;
 inline constexpr std::uint32_t k_error_inet_name_not_resolved = 12007;
 inline constexpr std::uint32_t k_error_inet_invalid_option = 12009;
+inline constexpr std::uint32_t k_error_inet_shutdown = 12012;
 inline constexpr std::uint32_t k_error_inet_incorrect_user_name = 12013;
 inline constexpr std::uint32_t k_error_inet_incorrect_password = 12014;
 inline constexpr std::uint32_t k_error_inet_login_failure = 12015;

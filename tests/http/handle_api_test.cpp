@@ -98,15 +98,13 @@ TEST_F(HandleApi, ARestartThatFailsIsUsuallyTrue) {
     remove(record);
 }
 
-TEST_F(HandleApi, AHostMayFillInAContextItself) {
-    auto record = std::make_unique<session_context>();
-    record->url = TESSEL_W("nonsense");
-    record->complete_proc = on_complete;
+TEST_F(HandleApi, APreparedContextStartsWhenTheHostHasFilledInTheRest) {
+    std::unique_ptr<session_context> record(
+        prepare_session(TESSEL_W("nonsense"), {}, nullptr, 0, 0, on_complete, 7, http_method_get));
     EXPECT_EQ(init_session(record.get()), 12005U);
-    EXPECT_FALSE(is_live(record.get()));
+    EXPECT_FALSE(is_live(record.get()));  // still the host's
     record->url = TESSEL_W("http://h/");
     record->proxy = proxy_info(proxy_http, TESSEL_W("gate"), 3128, TESSEL_W("me"), TESSEL_W(""));
-    record->method = http_method_get;
     record->auto_delete = true;
     EXPECT_EQ(init_session(record.get()), 0U);
     session_context* const live = record.release();

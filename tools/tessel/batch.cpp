@@ -2,7 +2,6 @@
 
 #include "text.h"
 
-#include <algorithm>
 #include <memory>
 #include <utility>
 
@@ -88,37 +87,18 @@ void batch::start(std::size_t index) {
 
 http::session_context* batch::start_request(std::size_t index) const {
     kro::tessel::set_last_error(0);
-    if (!m_options.proxy_host.empty()) {
-        return start_through_proxy(index);
-    }
     const std::string& body = m_options.body;
-    return http::invoke2(from_utf8(m_options.urls[index]), from_utf8(m_options.headers), body.data(),
-                         body.size(), flags(), on_complete, index, m_options.method);
-}
-
-http::session_context* batch::start_through_proxy(std::size_t index) const {
-    auto context = std::make_unique<http::session_context>();
-    context->url = from_utf8(m_options.urls[index]);
-    context->method = m_options.method;
-    // Such a context is sent as it is: what invoke2 adds by itself is added here.
-    context->headers = m_options.headers.empty()
-                           ? TESSEL_W("Content-Type: application/x-www-form-urlencoded;charset:utf-8")
-                           : from_utf8(m_options.headers);
-    if (m_options.accept_gzip) {
-        context->headers += TESSEL_W("\r\nAccept-Encoding: gzip, deflate");
+    std::unique_ptr<http::session_context> context(
+        http::prepare_session(from_utf8(m_options.urls[index]), from_utf8(m_options.headers), body.data(),
+                              body.size(), flags(), on_complete, index, m_options.method));
+    if (context == nullptr) {
+        return nullptr;
     }
-    if (!m_options.body.empty()) {
-        auto* data = new unsigned char[m_options.body.size()];
-        std::copy(m_options.body.begin(), m_options.body.end(), data);
-        context->data = data;
-        context->data_len = static_cast<std::uint32_t>(m_options.body.size());
+    if (!m_options.proxy_host.empty()) {
+        context->proxy.set_type(http::proxy_http);
+        context->proxy.set_server(from_utf8(m_options.proxy_host));
+        context->proxy.set_port(m_options.proxy_port);
     }
-    context->accept_gzip = m_options.accept_gzip;
-    context->auto_decode_gzip = m_options.decode_gzip;
-    context->proxy = http::proxy_info(http::proxy_http, from_utf8(m_options.proxy_host), m_options.proxy_port,
-                                      kro::tessel::CTString(), kro::tessel::CTString());
-    context->complete_proc = on_complete;
-    context->user_context = static_cast<decltype(context->user_context)>(index);
     const std::uint32_t error = http::init_session(context.get());
     if (error != 0) {
         kro::tessel::set_last_error(error);

@@ -55,7 +55,6 @@ private:
     void finish(job& ended, std::uint32_t error);
     void hand_over();
     kro::tessel::http::session_context* start_request(std::size_t index) const;
-    kro::tessel::http::session_context* start_through_proxy(std::size_t index) const;
     unsigned long flags() const;
 
     const request_options& m_options;

@@ -15,7 +15,7 @@ const char* hint(std::uint32_t error) {
         case 8:
             return "the body doesn't fit into the memory that is free";
         case 1223:
-            return "credentials are asked for by the program that TESSEL_ASKPASS names";
+            return "nobody was there to ask for credentials";
         case 12002:
             return "the server took too long; try again, or ask whether it is overloaded";
         case 12005:

@@ -45,11 +45,17 @@ TESSEL_API session_context* invoke2(const CTString& url, const CTString& headers
                                     unsigned long flags, complete_procedure complete_proc,
                                     unsigned long user_context, http_method_t method);
 
-/// Starts a context that the host filled in itself (made with `new`), or a live one again. This is the way
-/// to set `proxy`, `preconfig`, `error_sink` or `auto_delete` before the request runs.
+/// Makes the context that invoke2 would start, without starting it: for hosts that set more of it (`proxy`,
+/// `preconfig`, `error_sink`, `auto_delete`) and then call `init_session`. Arguments and failures as
+/// invoke2's. Returns: a context of the caller's (until init_session takes it over, or for `delete`).
+TESSEL_API session_context* prepare_session(const CTString& url, const CTString& headers, const void* data,
+                                            unsigned long data_len, unsigned long flags,
+                                            complete_procedure complete_proc, unsigned long user_context,
+                                            http_method_t method);
+
+/// Starts a context that the host prepared, or a live one again.
 /// Returns: 0, and the manager owns the context from then on; else the error number, and a context that
-/// wasn't
-///          live before is still the caller's.
+///          wasn't live before is still the caller's.
 TESSEL_API std::uint32_t init_session(session_context* context);
 
 /// Starts a live request again from the beginning (set_url may have changed its URL).

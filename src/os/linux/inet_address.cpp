@@ -1,6 +1,7 @@
 #include "os/linux/inet_address.h"
 
-#include <curl/curl.h>
+#include "os/linux/curl_url.h"
+
 #include <unicode/uidna.h>
 
 #include <algorithm>
@@ -49,19 +50,7 @@ std::optional<std::string> idna(wide_view host) {
     return narrow({ascii, static_cast<std::size_t>(length)});
 }
 
-using url_handle = std::unique_ptr<CURLU, void (*)(CURLU*)>;
-
-std::string part_of(CURLU* url, CURLUPart part, unsigned flags = 0) {
-    char* text = nullptr;
-    if (curl_url_get(url, part, &text, flags) != CURLUE_OK) {
-        return {};
-    }
-    std::string result(text);
-    curl_free(text);
-    return result;
-}
-
-inet_address address_of(CURLU* url, bool secure) {
+inet_address address_of(const url_handle& url, bool secure) {
     inet_address address;
     address.secure = secure;
     address.host = lowered(part_of(url, CURLUPART_HOST));
@@ -141,7 +130,7 @@ std::string escaped_target(wide_view object) {
 }
 
 located resolve_location(const inet_address& base, std::string_view location) {
-    const url_handle url(curl_url(), curl_url_cleanup);
+    const url_handle url = make_url();
     constexpr unsigned flags = CURLU_NON_SUPPORT_SCHEME | CURLU_URLENCODE | CURLU_ALLOW_SPACE;
     const std::string text(trimmed(location));
     if (url == nullptr || lacks_host(text) ||
@@ -149,11 +138,11 @@ located resolve_location(const inet_address& base, std::string_view location) {
         curl_url_set(url.get(), CURLUPART_URL, text.c_str(), flags) != CURLUE_OK) {
         return {};
     }
-    const std::string scheme = lowered(part_of(url.get(), CURLUPART_SCHEME));
+    const std::string scheme = lowered(part_of(url, CURLUPART_SCHEME));
     if (scheme != "http" && scheme != "https") {
         return {location_kind::other_scheme, {}};
     }
-    located result{location_kind::followable, address_of(url.get(), scheme == "https")};
+    located result{location_kind::followable, address_of(url, scheme == "https")};
     if (result.address.host.empty()) {
         return {};
     }

@@ -1,10 +1,9 @@
 #include "os/linux/inet_proxy.h"
 
-#include <curl/curl.h>
+#include "os/linux/curl_url.h"
 
 #include <algorithm>
 #include <cstdlib>
-#include <memory>
 
 namespace kro::tessel::os {
 namespace {
@@ -114,25 +113,16 @@ void proxy_rules::add_proxy(std::string_view entry) {
 }
 
 void proxy_rules::add_url(route& where, const char* text) {
-    const std::unique_ptr<CURLU, void (*)(CURLU*)> url(curl_url(), curl_url_cleanup);
+    const url_handle url = make_url();
     if (text == nullptr || url == nullptr ||
         curl_url_set(url.get(), CURLUPART_URL, text, CURLU_GUESS_SCHEME | CURLU_NON_SUPPORT_SCHEME) !=
             CURLUE_OK) {
         return;
     }
-    const auto part = [&url](CURLUPart which, unsigned flags) {
-        char* value = nullptr;
-        if (curl_url_get(url.get(), which, &value, flags) != CURLUE_OK) {
-            return std::string();
-        }
-        std::string result(value);
-        curl_free(value);
-        return result;
-    };
-    const std::string port = part(CURLUPART_PORT, 0);
-    where.proxy = part(CURLUPART_HOST, 0) + ':' + (port.empty() ? "80" : port);
-    where.account.user = part(CURLUPART_USER, CURLU_URLDECODE);
-    where.account.password = part(CURLUPART_PASSWORD, CURLU_URLDECODE);
+    const std::string port = part_of(url, CURLUPART_PORT);
+    where.proxy = part_of(url, CURLUPART_HOST) + ':' + (port.empty() ? "80" : port);
+    where.account.user = part_of(url, CURLUPART_USER, CURLU_URLDECODE);
+    where.account.password = part_of(url, CURLUPART_PASSWORD, CURLU_URLDECODE);
 }
 
 void proxy_rules::add_bypass(std::string_view entry) {

@@ -2,8 +2,6 @@
 
 #include "os/code_page.h"
 
-#include <unicode/ustring.h>
-
 #include <algorithm>
 
 namespace kro::tessel::os {
@@ -18,6 +16,18 @@ bool is_ascii(wide_view text) noexcept {
 }
 
 constexpr std::size_t k_most_bytes_a_unit = 4;  // of all code pages, GB 18030 takes most
+
+std::string in_code_page(std::uint32_t page, wide_view text) {
+    if (is_ascii(text)) {
+        return narrow(text);
+    }
+    std::string bytes(text.size() * k_most_bytes_a_unit, '\0');
+    const std::int32_t length =
+        code_pages().to_narrow(page, 0, text.data(), static_cast<std::int32_t>(text.size()), bytes.data(),
+                               static_cast<std::int32_t>(bytes.size()), nullptr, nullptr);
+    bytes.resize(static_cast<std::size_t>(length));
+    return bytes;
+}
 
 }  // namespace
 
@@ -36,38 +46,19 @@ std::string narrow(wide_view text) {
 }
 
 std::string to_utf8(wide_view text) {
-    if (is_ascii(text)) {
-        return narrow(text);
-    }
-    std::string bytes(text.size() * 3, '\0');
-    std::int32_t length = 0;
-    UErrorCode status = U_ZERO_ERROR;
-    u_strToUTF8WithSub(bytes.data(), static_cast<std::int32_t>(bytes.size()), &length, text.data(),
-                       static_cast<std::int32_t>(text.size()), 0xFFFD, nullptr, &status);
-    bytes.resize(U_SUCCESS(status) ? static_cast<std::size_t>(length) : 0);
-    return bytes;
+    return in_code_page(k_code_page_utf8, text);
 }
 
 std::string to_ansi(wide_view text) {
-    if (is_ascii(text)) {
-        return narrow(text);
-    }
-    const auto units = static_cast<std::int32_t>(text.size());
-    std::string bytes(text.size() * k_most_bytes_a_unit, '\0');
-    const std::int32_t length =
-        code_pages().to_narrow(k_code_page_ansi, 0, text.data(), units, bytes.data(),
-                               static_cast<std::int32_t>(bytes.size()), nullptr, nullptr);
-    bytes.resize(static_cast<std::size_t>(length));
-    return bytes;
+    return in_code_page(k_code_page_ansi, text);
 }
 
 wide_string from_utf8(std::string_view text) {
     wide_string units(text.size(), 0);
-    std::int32_t length = 0;
-    UErrorCode status = U_ZERO_ERROR;
-    u_strFromUTF8WithSub(units.data(), static_cast<std::int32_t>(units.size()), &length, text.data(),
-                         static_cast<std::int32_t>(text.size()), 0xFFFD, nullptr, &status);
-    units.resize(U_SUCCESS(status) ? static_cast<std::size_t>(length) : 0);
+    const std::int32_t length =
+        code_pages().to_wide(k_code_page_utf8, 0, text.data(), static_cast<std::int32_t>(text.size()),
+                             units.data(), static_cast<std::int32_t>(units.size()));
+    units.resize(static_cast<std::size_t>(length));
     return units;
 }
 
