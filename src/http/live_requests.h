@@ -30,6 +30,7 @@ struct request_slot {
     // Guarded by `step`.
     _buffer_content* next_chunk = nullptr;  ///< being read into; joins the chain when bytes have arrived
     std::uint64_t received = 0;             ///< bytes of the body so far
+    std::uint64_t expected = 0;             ///< bytes that the system was told to expect
 
     // Guarded by the mutex of live_requests.
     bool live = false;

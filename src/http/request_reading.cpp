@@ -1,4 +1,6 @@
 // Reading the body into the chain: straight into the chunks, one copy of each byte.
+#include "os/memory.h"
+
 #include "http/buffer_chain.h"
 #include "http/request_machine.h"
 #include "tessel/base/trace.h"
@@ -7,6 +9,10 @@
 
 namespace kro::tessel::http {
 namespace {
+
+// A body of unknown length that has come to k_long_body is taken to go on for k_likely_rest at least.
+constexpr std::uint64_t k_long_body = 0x200000;
+constexpr std::uint64_t k_likely_rest = 0x1000000;
 
 constexpr std::uint64_t k_max_body = 0xFFFFFFFEU;  // sizes have 32 bits, and one byte is kept for the zero
 
@@ -95,6 +101,10 @@ bool request_machine::take_bytes(std::uint32_t count, std::uint32_t& error) {
         m_context.buffers.dwBufferLength = static_cast<std::uint32_t>(end - position);
         return true;
     }
+    if (m_slot->received >= k_long_body && m_slot->received >= m_slot->expected) {
+        m_slot->expected = m_slot->received + k_likely_rest;
+        os::expect_blocks(k_likely_rest);
+    }
     m_slot->next_chunk =
         m_slot->received > k_max_body ? nullptr : make_chunk_with_room_for_zero(k_chunk_capacity);
     if (m_slot->next_chunk == nullptr) {
@@ -133,7 +143,7 @@ void request_machine::drop_response() {
     free_chain(std::exchange(m_context.content, nullptr));
     free_chain(std::exchange(m_slot->next_chunk, nullptr));
     m_context.current_chunk = nullptr;
-    m_slot->received = 0;
+    m_slot->received = m_slot->expected = 0;
 }
 
 }  // namespace kro::tessel::http

@@ -101,19 +101,22 @@ window desktop_window() {
 /// Delivers what was posted. Its members belong to whoever turns the context.
 ///
 /// The sender of a message wakes the context only if its loop may be asleep: a wake-up costs a hundred times
-/// as much as a message. The loop is taken to be asleep from a `prepare` that found nothing.
+/// as much as a message. The loop is taken to be asleep from a `prepare` or `check` that found nothing.
 class window_place::message_deliverer {
 public:
     explicit message_deliverer(const target_window& target) : m_target(target) {}
 
     bool prepare(int& timeout) noexcept {
-        const bool waiting = !m_batch.empty() || m_target.place.has_posted(m_target.generation);
+        const bool waiting = check();
         timeout = waiting ? 0 : -1;
         return waiting;
     }
 
-    /// Takes at most one batch. To look again at once would find the few messages that came meanwhile, and
-    /// keep getting into the senders' way for them.
+    bool check() noexcept { return !m_batch.empty() || m_target.place.has_posted(m_target.generation); }
+
+    /// Takes one batch, and what the procedure posts to its own window meanwhile: that saves the loop a turn
+    /// for each. To look again for other threads' messages would find the few that have just come, and keep
+    /// getting into the senders' way for them.
     void dispatch() noexcept {
         if (m_batch.empty()) {
             m_target.place.take_posted(m_target.generation, m_batch);
@@ -125,6 +128,9 @@ public:
             m_target.procedure(m_target.value, next.number, next.wparam, next.lparam);
             if (!m_target.place.is_open(m_target.generation) || limits.reached()) {
                 return;
+            }
+            if (m_batch.empty()) {
+                m_target.place.take_own_posts(m_target.generation, m_batch);
             }
         }
     }
@@ -154,6 +160,8 @@ public:
         }
         return false;
     }
+
+    bool check() noexcept { return false; }  // its wake-up time says it all
 
     void dispatch() noexcept {
         m_pause = pause::none;
@@ -279,10 +287,10 @@ std::uint32_t window_place::post(std::uint32_t generation, const posted_message&
         g_queues_filled.fetch_add(1, std::memory_order_relaxed);
     }
     m_contents.posted.push(message);
+    m_contents.has_own_posts = m_contents.has_own_posts || m_contents.owner == current_thread_id();
     if (!m_contents.is_looked_after) {
         m_contents.is_looked_after = true;
-        m_contents.is_woken = true;
-        m_contents.messages.wake_at(0);
+        m_contents.messages.wake();
     }
     return 0;
 }
@@ -329,13 +337,17 @@ bool window_place::has_posted(std::uint32_t generation) {
 
 void window_place::take_posted(std::uint32_t generation, message_queue& batch) {
     const std::lock_guard lock(m_mutex);
-    if (!is_open(generation)) {
-        return;
+    if (is_open(generation)) {
+        batch.swap(m_contents.posted);
+        m_contents.has_own_posts = false;
     }
-    if (std::exchange(m_contents.is_woken, false)) {
-        m_contents.messages.wake_at(k_never);
+}
+
+void window_place::take_own_posts(std::uint32_t generation, message_queue& batch) {
+    const std::lock_guard lock(m_mutex);
+    if (is_open(generation) && std::exchange(m_contents.has_own_posts, false)) {
+        batch.swap(m_contents.posted);
     }
-    batch.swap(m_contents.posted);
 }
 
 std::optional<std::uintptr_t> window_place::take_tick(std::uint32_t generation, std::int64_t now) {

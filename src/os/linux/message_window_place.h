@@ -73,8 +73,8 @@ private:
         std::uint32_t owner = 0;
         void* user_data = nullptr;
         message_queue posted;
+        bool has_own_posts = false;    // the owner put some of `posted` there
         bool is_looked_after = false;  // the owner looks at `posted` before its loop sleeps again
-        bool is_woken = false;         // the wake-up time of `messages` is set
         window_timers timers;
         context_source messages;
         context_source ticks;  // its wake-up time is the next tick's
@@ -88,6 +88,7 @@ private:
     void lose_context(std::uint32_t generation) noexcept;
     bool has_posted(std::uint32_t generation);
     void take_posted(std::uint32_t generation, message_queue& batch);
+    void take_own_posts(std::uint32_t generation, message_queue& batch);
     std::optional<std::uintptr_t> take_tick(std::uint32_t generation, std::int64_t now);
     bool pause_ticks(std::uint32_t generation);
     void resume_ticks(std::uint32_t generation);

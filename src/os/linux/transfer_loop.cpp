@@ -171,7 +171,7 @@ bool transfer_loop::open_descriptors() {
         }
     }
     epoll_event event{};
-    event.events = EPOLLIN;
+    event.events = EPOLLIN | EPOLLET;  // every write is an event, and none needs to be read
     event.data.fd = m_alarm;
     return opened && ::epoll_ctl(m_epoll, EPOLL_CTL_ADD, m_alarm, &event) == 0;
 }
@@ -265,8 +265,6 @@ void transfer_loop::handle_events() {
 
 void transfer_loop::handle_event(int socket, std::uint32_t events) {
     if (socket == m_alarm) {
-        eventfd_t count = 0;
-        ::eventfd_read(m_alarm, &count);
         return;
     }
     watched& entry = entry_of(socket);
