@@ -37,7 +37,7 @@ public:
         start();
         answer("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhello");
         start();
-        http_session::mgr().detach(start());
+        http_session::mgr().detach(detached = start());
         kro::tessel::message_loop::pump();
     }
 
@@ -62,6 +62,7 @@ public:
 
     test_server server;
     std::vector<server_connection> clients;
+    session_context* detached = nullptr;  // ours, and still there at the end
 };
 
 void exit_from_a_completion() {
@@ -111,7 +112,8 @@ TEST(EngineExitDeathTest, EndsInEveryWayWithRequestsInEveryPhase) {
         SCOPED_TRACE(row.what);
         EXPECT_EXIT(
             {
-                new busy_engine;
+                static auto* const engine = new busy_engine;
+                EXPECT_FALSE(engine->clients.empty());
                 row.end();
             },
             testing::ExitedWithCode(k_ended_as_asked), "");
