@@ -2,6 +2,7 @@
 
 #include "base/trace_sink.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstring>
@@ -72,10 +73,7 @@ trace_message::trace_message(int level)  // NOLINT(cppcoreguidelines-pro-type-me
     *this << prefix_of(level);
 }
 
-trace_message::~trace_message() {
-    if (!m_wanted) {
-        return;
-    }
+void trace_message::write() {
     if (m_long.empty()) {
         m_inline[m_size] = 0;
         current_trace_sink().write(m_level, m_inline);
@@ -85,12 +83,11 @@ trace_message::~trace_message() {
 }
 
 void trace_message::append(const wchar* text, std::size_t count) {
-    if (!m_wanted || count == 0) {
-        return;
-    }
     if (m_long.empty() && count < k_inline_units - m_size) {  // one unit stays for the zero
-        std::memcpy(m_inline + m_size, text, count * sizeof(wchar));
-        m_size += count;
+        if (count != 0) {
+            std::memcpy(m_inline + m_size, text, count * sizeof(wchar));
+            m_size += count;
+        }
         return;
     }
     if (m_long.empty()) {
@@ -100,64 +97,61 @@ void trace_message::append(const wchar* text, std::size_t count) {
     m_long.append(text, count);
 }
 
-trace_message& trace_message::operator<<(const CTString& text) {
+void trace_message::add(const CTString& text) {
     if (text.size() <= k_max_traced_text) {
         append(text.data(), text.size());
     } else {
         append(text.data(), k_max_traced_text);
         append(k_cut_marker.data(), k_cut_marker.size());
     }
-    return *this;
 }
 
-trace_message& trace_message::operator<<(std::basic_string_view<wchar> text) {
+void trace_message::add(std::basic_string_view<wchar> text) {
     append(text.data(), text.size());
-    return *this;
 }
 
-trace_message& trace_message::operator<<(const wchar* text) {
-    return text == nullptr ? *this : *this << std::basic_string_view<wchar>(text);
+void trace_message::add(const wchar* text) {
+    if (text != nullptr) {
+        add(std::basic_string_view<wchar>(text));
+    }
 }
 
 #if defined(TESSEL_HAS_FOREIGN_WCHAR_T)
-trace_message& trace_message::operator<<(const wchar_t* text) {
-    return *this << std::basic_string_view<wchar>(from_wchar_t(text));
+void trace_message::add(const wchar_t* text) {
+    add(std::basic_string_view<wchar>(from_wchar_t(text)));
 }
 #endif
 
 namespace {
 
-template <class Number>
-void insert_number(trace_message& message, Number number, int base, bool marked) {
-    std::array<char, 24> digits{};
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number, base).ptr;
+struct number_text {
     std::array<wchar, 26> units{};
     std::size_t count = 0;
-    if (marked) {
-        units[count++] = TESSEL_W('0');
-        units[count++] = TESSEL_W('x');
+
+    template <class Number>
+    number_text(Number number, int base, std::basic_string_view<wchar> mark) {
+        std::array<char, 24> digits{};
+        const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number, base).ptr;
+        const auto after_mark = std::copy(mark.begin(), mark.end(), units.begin());
+        count = static_cast<std::size_t>(std::copy(digits.data(), end, after_mark) - units.begin());
     }
-    for (const char* digit = digits.data(); digit != end; ++digit) {
-        units[count++] = static_cast<wchar>(*digit);
-    }
-    message << std::basic_string_view<wchar>(units.data(), count);
-}
+};
 
 }  // namespace
 
-trace_message& trace_message::operator<<(long long number) {
-    insert_number(*this, number, 10, false);
-    return *this;
+void trace_message::add(long long number) {
+    const number_text text(number, 10, {});
+    append(text.units.data(), text.count);
 }
 
-trace_message& trace_message::operator<<(unsigned long long number) {
-    insert_number(*this, number, 10, false);
-    return *this;
+void trace_message::add(unsigned long long number) {
+    const number_text text(number, 10, {});
+    append(text.units.data(), text.count);
 }
 
-trace_message& trace_message::operator<<(const void* pointer) {
-    insert_number(*this, reinterpret_cast<std::uintptr_t>(pointer), 16, true);
-    return *this;
+void trace_message::add(const void* pointer) {
+    const number_text text(reinterpret_cast<std::uintptr_t>(pointer), 16, TESSEL_W("0x"));
+    append(text.units.data(), text.count);
 }
 
 trace_scope::trace_scope(const CTString& name) : m_name(name) {

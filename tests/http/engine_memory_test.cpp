@@ -108,7 +108,7 @@ TEST(EngineMemory, StaysFlatOverAHundredThousandRequests) {
     many_requests requests(server.port());
     const std::size_t early = requests.run(10000);
     const std::size_t late = requests.run(90000);
-    EXPECT_LT(late, early + 64 * 1024);
+    EXPECT_LT(late, early + 0x10000);
     requests.start(TESSEL_W("/stop"));
     kro::tessel::message_loop::run();
     player.join();

@@ -70,37 +70,47 @@ public:
     explicit trace_message(int level);
     trace_message(const trace_message&) = delete;
     trace_message& operator=(const trace_message&) = delete;
-    ~trace_message();
+    ~trace_message() {
+        if (m_wanted) {
+            write();
+        }
+    }
 
-    trace_message& operator<<(const CTString& text);
-    trace_message& operator<<(std::basic_string_view<wchar> text);
-    trace_message& operator<<(const wide_string& text) {
-        return *this << std::basic_string_view<wchar>(text);
+    template <class Part>
+    trace_message& operator<<(const Part& part) {
+        if (m_wanted) {
+            add(part);
+        }
+        return *this;
     }
-    trace_message& operator<<(const wchar* text);
-#if defined(TESSEL_HAS_FOREIGN_WCHAR_T)
-    trace_message& operator<<(const wchar_t* text);
-#endif
-    trace_message& operator<<(int number) {
-        return *this << static_cast<long long>(number);
-    }
-    trace_message& operator<<(long number) {
-        return *this << static_cast<long long>(number);
-    }
-    trace_message& operator<<(long long number);
-    trace_message& operator<<(unsigned number) {
-        return *this << static_cast<unsigned long long>(number);
-    }
-    trace_message& operator<<(unsigned long number) {
-        return *this << static_cast<unsigned long long>(number);
-    }
-    trace_message& operator<<(unsigned long long number);
-    trace_message& operator<<(const void* pointer);
-    /// Narrow text has no code page here: convert it first.
-    trace_message& operator<<(const char*) = delete;
 
 private:
+    void add(const CTString& text);
+    void add(std::basic_string_view<wchar> text);
+    void add(const wide_string& text) { add(std::basic_string_view<wchar>(text)); }
+    void add(const wchar* text);
+#if defined(TESSEL_HAS_FOREIGN_WCHAR_T)
+    void add(const wchar_t* text);
+#endif
+    void add(int number) {
+        add(static_cast<long long>(number));
+    }
+    void add(long number) {
+        add(static_cast<long long>(number));
+    }
+    void add(long long number);
+    void add(unsigned number) {
+        add(static_cast<unsigned long long>(number));
+    }
+    void add(unsigned long number) {
+        add(static_cast<unsigned long long>(number));
+    }
+    void add(unsigned long long number);
+    void add(const void* pointer);
+    void add(const char*) = delete;  // narrow text has no code page here: convert it first
+
     void append(const wchar* text, std::size_t count);
+    void write();
 
     // Most messages fit the inline buffer; a longer one moves to m_long. Either begins with the prefix.
     static constexpr std::size_t k_inline_units = 240;

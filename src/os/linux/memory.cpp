@@ -25,10 +25,10 @@ void expect_to_fill(void* block, std::size_t bytes) noexcept {
             MADV_HUGEPAGE);  // fails where there are none
 }
 
-// The C library cuts small blocks from the end of its heap and lets that grow by 128 KiB at a time, so that no
-// large page ever fits. A block as large as all of them makes it grow at once, and freed it stays the heap's
-// end for them. The first such block may get a mapping of its own; having freed it, the library takes the
-// next one of its size from the heap.
+// The C library cuts small blocks from the end of its heap and lets that grow by 128 KiB at a time, so that
+// no large page ever fits. A block as large as all of them makes it grow at once, and freed it stays the
+// heap's end for them. The first such block may get a mapping of its own; having freed it, the library takes
+// the next one of its size from the heap.
 void expect_blocks(std::size_t bytes) noexcept {
     for (int i = 0; i < 2; ++i) {
         void* const all = std::malloc(bytes);

@@ -12,9 +12,9 @@ namespace kro::tessel::os {
 /// Owns one reference of a source of a context; destroys the source with itself, from any thread. A
 /// dispatch that is running then goes on to its end, and `Deliverer` lives until it has.
 ///
-/// Deliverer: bool prepare(int& timeout) noexcept and bool check() noexcept, as GLib's functions of these names,
-///            called on the thread that turns the context, like void dispatch() noexcept; nested loops dispatch
-///            it again.
+/// Deliverer: bool prepare(int& timeout) noexcept and bool check() noexcept, as GLib's functions of these
+///            names, called on the thread that turns the context, like void dispatch() noexcept; nested loops
+///            dispatch it again.
 ///            void destroyed() noexcept, when the source is destroyed, by whoever: the context does it too,
 ///            when it is freed.
 class context_source {
