@@ -8,7 +8,7 @@ namespace kro::tessel::os {
 /// Puts a prompt in force; null for none. Any thread.
 void set_prompt(credentials_prompt prompt) noexcept;
 
-/// The prompt in force; null means that every question is answered with "cancelled".
+/// The prompt in force; null means the system's own.
 credentials_prompt current_prompt() noexcept;
 
 }  // namespace kro::tessel::os

@@ -66,8 +66,10 @@ void report::add(const request_result& result) {
     } else {
         if (status_of(result) >= k_first_bad_status) {
             m_bad_status = true;
-            fmt::print(stderr, "tessel: {}: the server answered with HTTP status {}\n",
-                       m_options.urls[result.index], status_of(result));
+            const bool wants_login = status_of(result) == 401 || status_of(result) == 407;
+            fmt::print(stderr, "tessel: {}: the server answered with HTTP status {}{}\n",
+                       m_options.urls[result.index], status_of(result),
+                       wants_login ? " (TESSEL_ASKPASS names a program that asks for the login)" : "");
         }
         if (!m_options.output.empty()) {
             file = write_to_file(result);

@@ -1,5 +1,6 @@
 #include "os/linux/inet_dialog.h"
 
+#include "os/linux/askpass.h"
 #include "os/prompt.h"
 
 #include <algorithm>
@@ -33,18 +34,22 @@ bool is_certificate_question(std::uint32_t error) noexcept {
            error == k_error_inet_invalid_ca;
 }
 
-std::uint32_t ask_for_credentials(inet_request& request, const inet_request::challenge& challenge) {
-    const credentials_prompt prompt = current_prompt();
-    if (prompt == nullptr) {
-        return k_error_cancelled_by_user;
+bool ask(credentials_request& question) {
+    if (const credentials_prompt prompt = current_prompt()) {
+        return prompt(question);
     }
+    const std::string program = askpass_program();
+    return !program.empty() && ask_with_program(program, k_askpass_limit_ms, question);
+}
+
+std::uint32_t ask_for_credentials(inet_request& request, const inet_request::challenge& challenge) {
     credentials_request question;
     question.for_proxy = challenge.status == 407;
     const auto whose = question.for_proxy ? inet_credentials::proxy : inet_credentials::server;
     question.host = widen(challenge.host);
     question.realm = from_utf8(realm_of(challenge.text));
     question.user = request.connection->account(whose).user;
-    if (!prompt(question)) {
+    if (!ask(question)) {
         return k_error_cancelled_by_user;
     }
     request.connection->set_account(whose, &question.user, &question.password);
