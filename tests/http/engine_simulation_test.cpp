@@ -1,7 +1,7 @@
 // The engine between a service and a host that do at each moment what dice say: every request ends as often
 // as it should and as it should, whatever is removed, detached, started again or ended in whatever order.
 //
-// TESSEL_SEEDS says how many games are played, TESSEL_SEED plays one of them again.
+// TESSEL_SEEDS says how many games are played (2000), TESSEL_SEED plays one of them again.
 #include "http/engine_state.h"
 #include "http/simulated_inet.h"
 #include "support/manual_message_windows.h"
@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <memory>
@@ -35,7 +37,7 @@ public:
     }
     game(const game&) = delete;
     game& operator=(const game&) = delete;
-    ~game() { s_self = nullptr; }
+    virtual ~game() { s_self = nullptr; }
 
     // Returns what went wrong, empty when nothing did.
     std::string play() {
@@ -307,11 +309,24 @@ std::uint32_t number_from(const char* variable, std::uint32_t otherwise) {
     return value == nullptr ? otherwise : static_cast<std::uint32_t>(std::strtoul(value, nullptr, 10));
 }
 
+volatile std::sig_atomic_t g_seed = 0;
+
+// A crash says which game it was; played alone, the game leaves the signal to a sanitizer or debugger.
+void tell_seed(int signal) {
+    std::fprintf(stderr, "crashed, again: TESSEL_SEED=%d\n", static_cast<int>(g_seed));
+    std::signal(signal, SIG_DFL);
+}
+
 TEST(EngineSimulation, EveryRequestEndsAsItShould) {
     const std::uint32_t only = number_from("TESSEL_SEED", 0);
     const std::uint32_t first = only != 0 ? only : 1;
     const std::uint32_t count = only != 0 ? 1 : number_from("TESSEL_SEEDS", 2000);
+    if (only == 0) {
+        std::signal(SIGSEGV, tell_seed);
+        std::signal(SIGABRT, tell_seed);
+    }
     for (std::uint32_t seed = first; seed != first + count; ++seed) {
+        g_seed = static_cast<std::sig_atomic_t>(seed);
         const std::string faults = game(seed).play();
         ASSERT_EQ("", faults) << "again: TESSEL_SEED=" << seed;
     }
