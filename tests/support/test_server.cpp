@@ -4,16 +4,24 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 #include <stdexcept>
 #include <utility>
 
 namespace tessel_test {
 namespace {
 
-constexpr int k_patience_ms = 20'000;
+// How long an event may take. The variable is for systems where many a test waits for what doesn't come.
+int patience_ms() {
+    static const int milliseconds = [] {
+        const char* const text = std::getenv("TESSEL_TEST_PATIENCE_MS");
+        return text != nullptr ? std::atoi(text) : 20'000;
+    }();
+    return milliseconds;
+}
 
 void wait_for(int socket, socket_event event, const char* what) {
-    if (!wait_for_socket(socket, event, k_patience_ms)) {
+    if (!wait_for_socket(socket, event, patience_ms())) {
         throw std::runtime_error(std::string("test server: no ") + what);
     }
 }

@@ -9,6 +9,20 @@ namespace {
 
 using wide_view = std::basic_string_view<wchar>;
 
+// The service's number for one of the sockets below it, some of which come through.
+std::uint32_t number_of_service(std::uint32_t error) {
+    switch (error) {
+        case WSAETIMEDOUT:
+            return k_error_inet_timeout;
+        case WSAECONNRESET:
+            return k_error_inet_connection_reset;
+        case WSAECONNABORTED:
+            return k_error_inet_connection_aborted;
+        default:
+            return error;
+    }
+}
+
 }  // namespace
 
 inet_record::inet_record(inet_kind kind, std::uintptr_t id, std::shared_ptr<inet_record> parent,
@@ -119,7 +133,7 @@ inet_status inet_record::fill() {
         m_buffers.lpvBuffer = m_destination + m_filled;
         m_buffers.dwBufferLength = m_capacity - m_filled;
         if (::InternetReadFileExW(m_handle, &m_buffers, IRF_NO_WAIT, m_id) == FALSE) {
-            return {last_error()};
+            return {number_of_service(last_error())};
         }
         if (m_buffers.dwBufferLength == 0) {
             break;
@@ -172,7 +186,7 @@ void inet_record::system_completed(const INTERNET_ASYNC_RESULT& outcome) {
             return;
         }
     }
-    complete({error == 0 ? 1U : 0U, error, m_filled});
+    complete({error == 0 ? 1U : 0U, number_of_service(error), m_filled});
 }
 
 void inet_record::complete(inet_async_result result) {
