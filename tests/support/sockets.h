@@ -1,4 +1,5 @@
-// The few operations on loopback sockets that the test server needs, for each system. A socket is a number, -1 for none.
+// The few operations on loopback sockets that the test server needs, for each system. A socket is a number,
+// -1 for none.
 #pragma once
 
 #include <cstddef>

@@ -47,10 +47,9 @@ public:
         BOOL used = FALSE;
         // UTF-8 lacks no character: a default for it has no use, and older systems refuse it.
         const bool may_lack = page != k_code_page_utf8;
-        const std::int32_t written =
-            ::WideCharToMultiByte(page, flags, source, source_units < 0 ? -1 : source_units, out, capacity,
-                                  may_lack ? default_char : nullptr,
-                                  may_lack && used_default != nullptr ? &used : nullptr);
+        const std::int32_t written = ::WideCharToMultiByte(
+            page, flags, source, source_units < 0 ? -1 : source_units, out, capacity,
+            may_lack ? default_char : nullptr, may_lack && used_default != nullptr ? &used : nullptr);
         if (used_default != nullptr) {
             *used_default = used != FALSE;
         }

@@ -181,9 +181,9 @@ inet_handle windows_inet::connect(inet_handle session, wide_view host, std::uint
     }
     const HINTERNET parent_handle = parent->handle();
     const auto record = records().announce(inet_kind::connection, std::move(parent), context);
-    return opened(record, ::InternetConnectW(parent_handle, wide_string(host).c_str(), port,
-                                             optional_text(user).get(), optional_text(password).get(),
-                                             INTERNET_SERVICE_HTTP, 0, record->id()));
+    return opened(
+        record, ::InternetConnectW(parent_handle, wide_string(host).c_str(), port, optional_text(user).get(),
+                                   optional_text(password).get(), INTERNET_SERVICE_HTTP, 0, record->id()));
 }
 
 inet_handle windows_inet::open_request(inet_handle connection, wide_view verb, wide_view object,
@@ -194,9 +194,9 @@ inet_handle windows_inet::open_request(inet_handle connection, wide_view verb, w
     }
     const HINTERNET parent_handle = parent->handle();
     const auto record = records().announce(inet_kind::request, std::move(parent), context);
-    const inet_handle handle =
-        opened(record, ::HttpOpenRequestW(parent_handle, optional_text(verb).get(), optional_text(object).get(),
-                                          nullptr, nullptr, nullptr, flags, record->id()));
+    const inet_handle handle = opened(
+        record, ::HttpOpenRequestW(parent_handle, optional_text(verb).get(), optional_text(object).get(),
+                                   nullptr, nullptr, nullptr, flags, record->id()));
     if (handle != nullptr) {
         apply_timeouts(*record);
     }
@@ -212,8 +212,8 @@ void windows_inet::apply_timeouts(inet_record& request) {
     }
 }
 
-inet_status windows_inet::send(inet_handle request, wide_view headers, const void* body, std::uint32_t body_bytes,
-                               inet_send_mode mode, std::uintptr_t context) {
+inet_status windows_inet::send(inet_handle request, wide_view headers, const void* body,
+                               std::uint32_t body_bytes, inet_send_mode mode, std::uintptr_t context) {
     const auto target = records().find(request, inet_kind::request);
     return noted(target == nullptr ? inet_status{k_error_inet_incorrect_handle_type}
                                    : target->send(headers, body, body_bytes, mode, context));
@@ -323,7 +323,8 @@ inet_status windows_inet::set_connection_limit(std::uint32_t count) {
     return noted(status);
 }
 
-std::uint32_t windows_inet::dialog(void* parent, inet_handle request, std::uint32_t error, std::uint32_t flags) {
+std::uint32_t windows_inet::dialog(void* parent, inet_handle request, std::uint32_t error,
+                                   std::uint32_t flags) {
     const bool is_stale = request != nullptr && records().find(request) == nullptr;
     const std::uint32_t answer =
         is_stale ? k_error_invalid_handle

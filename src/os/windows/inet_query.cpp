@@ -15,7 +15,8 @@ inet_status status_of(BOOL ok) {
 
 }  // namespace
 
-inet_status query_header_text(HINTERNET request, std::uint32_t what, std::uint32_t& index, wide_string& text) {
+inet_status query_header_text(HINTERNET request, std::uint32_t what, std::uint32_t& index,
+                              wide_string& text) {
     wide_string room(std::max(k_first_guess, text.size() + 1), wchar(0));
     for (;;) {
         std::copy(text.begin(), text.end(), room.begin());  // a custom header's name

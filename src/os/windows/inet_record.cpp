@@ -74,8 +74,8 @@ inet_status inet_record::begun(bool ok) {
     return {error};
 }
 
-inet_status inet_record::send(wide_view headers, const void* body, std::uint32_t body_bytes, inet_send_mode mode,
-                              std::uintptr_t context) {
+inet_status inet_record::send(wide_view headers, const void* body, std::uint32_t body_bytes,
+                              inet_send_mode mode, std::uintptr_t context) {
     const std::lock_guard lock(m_gate);
     if (!begin(inet_operation::send, context)) {
         return {k_error_inet_request_pending};
@@ -106,7 +106,7 @@ inet_status inet_record::end(std::uintptr_t context) {
     if (!begin(inet_operation::end, context)) {
         return {k_error_inet_request_pending};
     }
-    return begun(::HttpEndRequestW(m_handle, nullptr, 0, m_id) != FALSE);
+    return begun(::HttpEndRequestW(m_handle, nullptr, HSR_INITIATE, m_id) != FALSE);
 }
 
 inet_read_status inet_record::read(void* destination, std::uint32_t capacity, std::uintptr_t context) {

@@ -33,7 +33,8 @@ enum class inet_operation { none, send, end, read, available };
 /// only while one of our calls is inside it, and tells the host of the end itself, inside the close.
 class inet_record {
 public:
-    inet_record(inet_kind kind, std::uintptr_t id, std::shared_ptr<inet_record> parent, std::uintptr_t context);
+    inet_record(inet_kind kind, std::uintptr_t id, std::shared_ptr<inet_record> parent,
+                std::uintptr_t context);
     inet_record(const inet_record&) = delete;
     inet_record& operator=(const inet_record&) = delete;
 
@@ -74,8 +75,8 @@ private:
     const std::uintptr_t m_context;
     HINTERNET m_handle = nullptr;  // set once, before anybody else knows the record
 
-    // Held while a callback runs, so that notices come one at a time and whoever closes waits; recursive, since
-    // callbacks call back. Guards all below.
+    // Held while a callback runs, so that notices come one at a time and whoever closes waits; recursive,
+    // since callbacks call back. Guards all below.
     std::recursive_mutex m_gate;
     inet_callback m_callback = nullptr;
     std::array<std::optional<std::uint32_t>, 3> m_timeouts;

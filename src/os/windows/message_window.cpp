@@ -68,8 +68,8 @@ public:
             kept.set(k_error_no_window_class);
             return nullptr;
         }
-        const HWND made = ::CreateWindowExW(0, class_name, title, 0, CW_USEDEFAULT, CW_USEDEFAULT, CW_USEDEFAULT,
-                                            CW_USEDEFAULT, nullptr, nullptr, nullptr, nullptr);
+        const HWND made = ::CreateWindowExW(0, class_name, title, 0, CW_USEDEFAULT, CW_USEDEFAULT,
+                                            CW_USEDEFAULT, CW_USEDEFAULT, nullptr, nullptr, nullptr, nullptr);
         if (made == nullptr) {
             kept.set(last_error());
             return nullptr;
@@ -105,8 +105,8 @@ public:
     bool post(window target, std::uint32_t message, std::uintptr_t wparam, std::intptr_t lparam) override {
         kept_last_error kept;
         // A null window would mean the calling thread.
-        const bool posted = target != nullptr && ::PostMessageW(static_cast<HWND>(target), message, wparam,
-                                                                lparam) != FALSE;
+        const bool posted =
+            target != nullptr && ::PostMessageW(static_cast<HWND>(target), message, wparam, lparam) != FALSE;
         return succeeded(posted, target, last_error(), kept);
     }
 
@@ -153,7 +153,8 @@ private:
 }  // namespace
 
 message_window_service& system_message_windows() {
-    // Never destroyed: threads that still run while the process ends find their windows gone, not the service.
+    // Never destroyed: threads that still run while the process ends find their windows gone, not the
+    // service.
     static auto& service = *new system_windows;
     return service;
 }

@@ -14,8 +14,8 @@ wide_string text_of_module(std::uint32_t error) {
     wchar* text = nullptr;
     constexpr DWORD k_from_module =
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_IGNORE_INSERTS;
-    const DWORD units = ::FormatMessageW(k_from_module, service, error, 0, reinterpret_cast<wchar*>(&text), 0,
-                                         nullptr);
+    const DWORD units =
+        ::FormatMessageW(k_from_module, service, error, 0, reinterpret_cast<wchar*>(&text), 0, nullptr);
     wide_string copy(text == nullptr ? TESSEL_W("") : text, units);
     ::LocalFree(text);
     return copy;
@@ -33,7 +33,8 @@ std::basic_string_view<wchar> inet_error_text(std::uint32_t error) {
         return known->second;
     }
     wide_string text = text_of_module(error);
-    return text.empty() ? std::basic_string_view<wchar>() : texts.emplace(error, std::move(text)).first->second;
+    return text.empty() ? std::basic_string_view<wchar>()
+                        : texts.emplace(error, std::move(text)).first->second;
 }
 
 }  // namespace kro::tessel::os
