@@ -20,6 +20,7 @@ endif()
 # The objects of the library, with what their headers and link need: for tests of its insides.
 function(tessel_use_insides target)
   target_link_libraries(${target} PRIVATE tessel_objects tessel_warnings ${ARGN})
+  target_compile_definitions(${target} PRIVATE TESSEL_BUILDING)
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/tests)
 endfunction()
 
@@ -32,6 +33,11 @@ function(tessel_test name)
   string(REPLACE "/" "_" target ${target})
   add_executable(${target} ${PROJECT_SOURCE_DIR}/tests/${name}_test.cpp ${arg_SUPPORT})
   tessel_use_insides(${target} ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
+  if(CMAKE_CROSSCOMPILING)
+    # One process a program: starting one takes longer there than most tests. tools/dev/windows_tests.py runs them.
+    set_property(GLOBAL APPEND PROPERTY TESSEL_TEST_PROGRAMS ${target})
+    return()
+  endif()
   gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
     PROPERTIES LABELS "${area};${arg_LABELS}" TIMEOUT 120)
 endfunction()

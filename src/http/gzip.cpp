@@ -62,8 +62,8 @@ private:
 class output_chain {
 public:
     explicit output_chain(std::size_t input_bytes)
-        : m_capacity(
-              std::min(input_bytes * std::uint64_t{k_gzip_output_factor}, std::uint64_t{k_max_gzip_chunk})) {}
+        : m_capacity(static_cast<std::size_t>(std::min(input_bytes * std::uint64_t{k_gzip_output_factor},
+                                                       std::uint64_t{k_max_gzip_chunk}))) {}
 
     bool add_chunk() {
         _buffer_content* const chunk = make_chunk_to_fill(m_capacity + 1);

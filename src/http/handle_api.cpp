@@ -71,8 +71,10 @@ session_context* refuse(std::uint32_t error) {
     return nullptr;
 }
 
+constexpr std::size_t k_max_body = std::numeric_limits<std::uint32_t>::max();
+
 bool is_bad_body(const void* data, unsigned long data_len) {
-    return data_len > std::numeric_limits<std::uint32_t>::max() || (data == nullptr && data_len != 0);
+    return data_len > k_max_body || (data == nullptr && data_len != 0);
 }
 
 }  // namespace
@@ -128,7 +130,11 @@ session_context* invoke2(const CTString& url, const CTString& headers, const CTS
                          unsigned long flags, complete_procedure complete_proc, unsigned long user_context,
                          http_method_t method) try {
     const std::string bytes = narrow(os::k_code_page_utf8, body);
-    return invoke2(url, headers, bytes.data(), bytes.size(), flags, complete_proc, user_context, method);
+    if (bytes.size() > k_max_body) {
+        return refuse(os::k_error_invalid_parameter);
+    }
+    return invoke2(url, headers, bytes.data(), static_cast<unsigned long>(bytes.size()), flags, complete_proc,
+                   user_context, method);
 } catch (const std::bad_alloc&) {
     return refuse(os::k_error_not_enough_memory);
 }

@@ -102,7 +102,7 @@ TEST(ContentText, IsConvertedFromTheDeclaredPageOrTheAnsiOne) {
     EXPECT_EQ(text_of("encoding=\"BIG5\" \xA4\xA4"), CTString(TESSEL_W("encoding=\"BIG5\" \u4e2d")));
     EXPECT_EQ(text_of("encoding=\"koi8-r\" \xE9\x80"),
               CTString(TESSEL_W("encoding=\"koi8-r\" \u00e9\u20ac")));
-    EXPECT_EQ(text_of("a\0b\0"s), CTString(kro::tessel::wide_string(u"a\0b\0", 4)));
+    EXPECT_EQ(text_of("a\0b\0"s), CTString(kro::tessel::wide_string(TESSEL_W("a\0b\0"), 4)));
     EXPECT_EQ(text_of(""), CTString());
     EXPECT_EQ(buffer_content_to_string(nullptr, false), CTString());
     const _buffer_content without_data{nullptr, 5, nullptr};

@@ -46,8 +46,9 @@ public:
                     unsigned long flags = 0, const std::string& body = {}) {
         std::thread player([&] { serve(server); });
         result got;
-        session_context* const request = invoke2(url(), {}, body.data(), body.size(), flags, record,
-                                                 reinterpret_cast<unsigned long>(&got), method);
+        session_context* const request =
+            invoke2(url(), {}, body.data(), static_cast<unsigned long>(body.size()), flags, record,
+                    number_of(got), method);
         EXPECT_NE(request, nullptr);
         EXPECT_TRUE(kro::tessel::message_loop::run_until([&] { return got.state >= 0; }, k_patience_ms));
         player.join();
@@ -63,8 +64,14 @@ public:
         }
     }
 
+    // A user context hasn't room for a pointer on every system.
+    static unsigned long number_of(result& got) {
+        s_results.push_back(&got);
+        return static_cast<unsigned long>(s_results.size() - 1);
+    }
+
     static void record(unsigned long user_context, session_context* context) {
-        result& got = *reinterpret_cast<result*>(user_context);  // NOLINT(performance-no-int-to-ptr)
+        result& got = *s_results.at(user_context);
         for (const auto* chunk = context->content; chunk != nullptr; chunk = chunk->next) {
             got.content.append(static_cast<const char*>(chunk->data), chunk->size);
         }
@@ -75,6 +82,7 @@ public:
     }
 
     test_server server;
+    static inline std::vector<result*> s_results;
 };
 
 TEST_F(EngineWire, DeliversEachKindOfBodyOnTheThreadOfHttpInit) {
@@ -179,7 +187,7 @@ TEST_F(EngineWire, RemovesRequestsInEveryPhase) {
         });
         result got;
         session_context* const request =
-            invoke2(url(), {}, nullptr, 0, 0, record, reinterpret_cast<unsigned long>(&got), http_method_get);
+            invoke2(url(), {}, nullptr, 0, 0, record, number_of(got), http_method_get);
         pump_until([&] { return answered.load(); });
         EXPECT_TRUE(http_session::mgr().remove(request));
         EXPECT_FALSE(http_session::mgr().is_session_valid(request));

@@ -24,8 +24,10 @@ TEST_F(HandleApi, WhatCannotStartGivesNullWithItsNumber) {
     EXPECT_TRUE(trace_recorder::lines().empty());
     EXPECT_EQ(start(TESSEL_W("http://h/"), nullptr, 5, on_complete), nullptr);
     EXPECT_EQ(kro::tessel::get_last_error(), 87U);
-    EXPECT_EQ(start(TESSEL_W("http://h/"), "x", 0x100000000UL, on_complete), nullptr);
-    EXPECT_EQ(kro::tessel::get_last_error(), 87U);
+    if constexpr (sizeof(unsigned long) > 4) {
+        EXPECT_EQ(start(TESSEL_W("http://h/"), "x", ~0UL, on_complete), nullptr);
+        EXPECT_EQ(kro::tessel::get_last_error(), 87U);
+    }
 }
 
 TEST_F(HandleApi, MethodsCarryTheBodyButForThree) {

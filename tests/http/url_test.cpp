@@ -69,7 +69,9 @@ TEST(FormatInetMessage, GivesTheTextOrTracesTheNumber) {
     EXPECT_EQ(FormatInetMessage(12002).substr(FormatInetMessage(12002).size() - 2), TESSEL_W("\r\n"));
     EXPECT_TRUE(trace_recorder::lines().empty());
     EXPECT_TRUE(FormatInetMessage(1).empty());
-    EXPECT_TRUE(FormatInetMessage(~0UL - 0xFFFFFFFFUL + 12002).empty());  // not 12002, where it has 64 bits
+    if constexpr (sizeof(unsigned long) > 4) {
+        EXPECT_TRUE(FormatInetMessage(~0UL - 0xFFFFFFFFUL + 12002).empty());  // its low 32 bits are 12002
+    }
     ASSERT_GE(trace_recorder::lines().size(), 1U);
     EXPECT_EQ(
         trace_recorder::lines()[0],

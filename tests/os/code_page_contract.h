@@ -261,11 +261,11 @@ TEST(CodePageContract, ReplacesUnpairedSurrogates) {
         wide_string text;
         const char* bytes;
     } rows[] = {
-        {"first half alone", u"\xD83D", "\xEF\xBF\xBD"},
-        {"second half alone", u"x\xDE00x", "x\xEF\xBF\xBDx"},
-        {"the wrong way round", u"\xDE00\xD83D", "\xEF\xBF\xBD\xEF\xBF\xBD"},
-        {"two first halves", u"\xD83D\xD83D\xDE00", "\xEF\xBF\xBD\xF0\x9F\x98\x80"},
-        {"a pair", u"\xD83D\xDE00", "\xF0\x9F\x98\x80"},
+        {"first half alone", TESSEL_W("\xD83D"), "\xEF\xBF\xBD"},
+        {"second half alone", TESSEL_W("x\xDE00x"), "x\xEF\xBF\xBDx"},
+        {"the wrong way round", TESSEL_W("\xDE00\xD83D"), "\xEF\xBF\xBD\xEF\xBF\xBD"},
+        {"two first halves", TESSEL_W("\xD83D\xD83D\xDE00"), "\xEF\xBF\xBD\xF0\x9F\x98\x80"},
+        {"a pair", TESSEL_W("\xD83D\xDE00"), "\xF0\x9F\x98\x80"},
     };
     for (const auto& row : rows) {
         const narrowed result = to_narrow(65001, row.text, 0, "!");
@@ -276,7 +276,7 @@ TEST(CodePageContract, ReplacesUnpairedSurrogates) {
                   !valid);
         EXPECT_EQ(last_error(), valid ? 0U : 1113U) << row.what;
     }
-    EXPECT_EQ(to_narrow(1252, u"\xD83D\xDE00|\xD83D").bytes, "??|?") << "one for each unit";
+    EXPECT_EQ(to_narrow(1252, TESSEL_W("\xD83D\xDE00|\xD83D")).bytes, "??|?") << "one for each unit";
 }
 
 TEST(CodePageContract, ReplacesBadPairs) {

@@ -6,8 +6,8 @@ namespace {
 
 using testing::ElementsAre;
 
-INSTANTIATE_TEST_SUITE_P(Linux, InetContract,
-                         testing::Values(inet_under_test{"linux", [] { return &os::inet(); }}));
+INSTANTIATE_TEST_SUITE_P(System, InetContract,
+                         testing::Values(inet_under_test{"system", [] { return &os::inet(); }}));
 
 TEST(Inet, CarriesARequestFromConnectToTheLastByte) {
     test_server server;

@@ -87,7 +87,8 @@ TEST(UrlContract, BreaksWebUrlsIntoTheirPieces) {
         {"a URL in the query", W("http://h/?u=http://x@y:1/"), 3, 80, W("h"), NO, NO, W("/"),
          W("?u=http://x@y:1/")},
         {"a line end behind it", W("http://h/p\r\n"), 3, 80, W("h"), NO, NO, W("/p"), NO},
-        {"an unpaired surrogate", u"http://h/\xD800x", 3, 80, W("h"), NO, NO, u"/\xD800x", NO},
+        {"an unpaired surrogate", TESSEL_W("http://h/\xD800x"), 3, 80, W("h"), NO, NO, TESSEL_W("/\xD800x"),
+         NO},
     };
     for (const cracked_row& row : rows) {
         expect_cracked(row);

@@ -1,25 +1,27 @@
 #include "support/test_server.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include "support/sockets.h"
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 #include <stdexcept>
 #include <utility>
 
 namespace tessel_test {
 namespace {
 
-constexpr int k_patience_ms = 20'000;
+// How long an event may take. The variable is for systems where many a test waits for what doesn't come.
+int patience_ms() {
+    static const int milliseconds = [] {
+        const char* const text = std::getenv("TESSEL_TEST_PATIENCE_MS");
+        return text != nullptr ? std::atoi(text) : 20'000;
+    }();
+    return milliseconds;
+}
 
-void wait_for(int socket, short events, const char* what) {
-    pollfd entry{socket, events, 0};
-    if (::poll(&entry, 1, k_patience_ms) <= 0) {
+void wait_for(int socket, socket_event event, const char* what) {
+    if (!wait_for_socket(socket, event, patience_ms())) {
         throw std::runtime_error(std::string("test server: no ") + what);
     }
 }
@@ -53,9 +55,9 @@ server_connection& server_connection::operator=(server_connection&& other) noexc
 }
 
 bool server_connection::fill() {
-    wait_for(m_socket, POLLIN, "bytes from the client");
+    wait_for(m_socket, socket_event::readable, "bytes from the client");
     char bytes[65536];
-    const ssize_t count = ::recv(m_socket, bytes, sizeof bytes, 0);
+    const std::ptrdiff_t count = receive_bytes(m_socket, bytes, sizeof bytes);
     if (count <= 0) {
         return false;
     }
@@ -94,14 +96,13 @@ bool server_connection::wait_for_close() {
 }
 
 bool server_connection::has_bytes() const {
-    pollfd entry{m_socket, POLLIN, 0};
-    return !m_read.empty() || ::poll(&entry, 1, 0) == 1;
+    return !m_read.empty() || wait_for_socket(m_socket, socket_event::readable, 0);
 }
 
 void server_connection::send(std::string_view bytes) {
     while (!bytes.empty()) {
-        wait_for(m_socket, POLLOUT, "room to send");
-        const ssize_t count = ::send(m_socket, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        wait_for(m_socket, socket_event::writable, "room to send");
+        const std::ptrdiff_t count = send_bytes(m_socket, bytes.data(), bytes.size());
         check(count > 0, "the client does not take bytes");
         bytes.remove_prefix(static_cast<std::size_t>(count));
     }
@@ -114,25 +115,18 @@ void server_connection::answer(std::string_view body) {
 
 void server_connection::close() {
     if (m_socket >= 0) {
-        ::close(std::exchange(m_socket, -1));
+        close_socket(std::exchange(m_socket, -1));
     }
 }
 
 void server_connection::reset() {
-    const linger at_once{1, 0};
-    ::setsockopt(m_socket, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
-    close();
+    if (m_socket >= 0) {
+        reset_socket(std::exchange(m_socket, -1));
+    }
 }
 
-test_server::test_server() : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    check(::bind(m_socket, reinterpret_cast<sockaddr*>(&address), size) == 0, "bind");
-    check(::listen(m_socket, 256) == 0, "listen");
-    check(::getsockname(m_socket, reinterpret_cast<sockaddr*>(&address), &size) == 0, "getsockname");
-    m_port = ntohs(address.sin_port);
+test_server::test_server() : m_socket(listen_on_loopback(m_port)) {
+    check(m_socket >= 0, "listen");
 }
 
 test_server::~test_server() {
@@ -140,22 +134,19 @@ test_server::~test_server() {
 }
 
 server_connection test_server::accept() {
-    wait_for(m_socket, POLLIN, "client");
-    const int socket = ::accept4(m_socket, nullptr, nullptr, SOCK_CLOEXEC);
+    wait_for(m_socket, socket_event::readable, "client");
+    const int socket = accept_client(m_socket);
     check(socket >= 0, "accept");
-    const int on = 1;
-    ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     return server_connection(socket);
 }
 
 bool test_server::has_client() const {
-    pollfd entry{m_socket, POLLIN, 0};
-    return ::poll(&entry, 1, 0) == 1;
+    return wait_for_socket(m_socket, socket_event::readable, 0);
 }
 
 void test_server::stop_listening() {
     if (m_socket >= 0) {
-        ::close(std::exchange(m_socket, -1));
+        close_socket(std::exchange(m_socket, -1));
     }
 }
 

@@ -60,8 +60,8 @@ public:
     void stop_listening();
 
 private:
-    int m_socket = -1;
     std::uint16_t m_port = 0;
+    int m_socket = -1;
 };
 
 }  // namespace tessel_test

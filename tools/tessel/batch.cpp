@@ -90,7 +90,8 @@ http::session_context* batch::start_request(std::size_t index) const {
     const std::string& body = m_options.body;
     std::unique_ptr<http::session_context> context(
         http::prepare_session(from_utf8(m_options.urls[index]), from_utf8(m_options.headers), body.data(),
-                              body.size(), flags(), on_complete, index, m_options.method));
+                              static_cast<unsigned long>(body.size()), flags(), on_complete,
+                              static_cast<unsigned long>(index), m_options.method));
     if (context == nullptr) {
         return nullptr;
     }

@@ -9,10 +9,12 @@
 
 #include <fmt/core.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <system_error>
@@ -97,6 +99,9 @@ request_options completed(const raw_options& raw) {
     }
     if (!request.body.empty() && !carries_body(request.method)) {
         bad_usage("this method sends no body");
+    }
+    if (request.body.size() > std::numeric_limits<std::uint32_t>::max()) {
+        bad_usage("a body has at most 4294967295 bytes");
     }
     if (!raw.proxy.empty()) {
         split_proxy(raw.proxy, request);

@@ -1,5 +1,6 @@
 // tessel: requests, URLs, error numbers and timers of the library from a shell.
 #include "command.h"
+#include "standard_streams.h"
 
 #include <fmt/core.h>
 
@@ -35,6 +36,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    command::pass_bytes_on();
     try {
         return run(argc, argv);
     } catch (const std::exception& error) {

@@ -1,7 +1,8 @@
 #include "progress.h"
 
+#include "standard_streams.h"
+
 #include <fmt/core.h>
-#include <unistd.h>
 
 #include <cstdio>
 
@@ -15,7 +16,7 @@ constexpr double k_mebibyte = 1024.0 * 1024.0;
 }  // namespace
 
 progress_line::progress_line(const batch& requests)
-    : m_requests(requests), m_shown(isatty(STDERR_FILENO) != 0) {
+    : m_requests(requests), m_shown(errors_go_to_a_terminal()) {
     if (m_shown) {
         const kro::tessel::delegate::FastDelegate1<unsigned int> repaint(this, &progress_line::paint);
         kro::tessel::timer::_addtimer(k_timer_id, k_period_ms, repaint);

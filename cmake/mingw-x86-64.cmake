@@ -1,0 +1,3 @@
+# Toolchain: 64-bit Windows from Linux.
+set(CMAKE_SYSTEM_PROCESSOR x86_64)
+include(${CMAKE_CURRENT_LIST_DIR}/mingw/toolchain.cmake)
