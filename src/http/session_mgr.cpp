@@ -1,5 +1,6 @@
 #include "os/inet.h"
 #include "os/system_services.h"
+#include "os/thread.h"
 
 #include "http/buffer_chain.h"
 #include "http/engine_state.h"
@@ -12,7 +13,11 @@ namespace {
 // Ends the requests in flight at exit. The manager itself is never freed: threads that still run then may
 // go on calling it, and get refusals.
 struct exit_guard {
-    ~exit_guard() { engine().shut_down(true); }
+    ~exit_guard() {
+        if (!os::process_was_forked()) {
+            engine().shut_down(true);
+        }
+    }
 };
 
 // Bytes may be read into the chunk that waits to join the chain, until the request is closed: the new

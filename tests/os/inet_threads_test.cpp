@@ -4,8 +4,10 @@
 #include "os/linux/transfer_loop.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <netdb.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -284,6 +286,72 @@ TEST(InetThreads, ClosingRacesWithEverything) {
 }
 
 // The process may end with requests in every state; the look-up that hangs must not hold it up.
+TEST(InetThreads, AForkedProcessRefusesRequestsAndEnds) {
+    test_server server;
+    inet_client client(os::inet(), server.port());
+    const auto under_way = client.sent();
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const auto refused = client.net.send(client.request(), {}, nullptr, 0, os::inet_send_mode::begin,
+                                             client.log.context());
+        std::exit(refused.error == 12047 ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(child, ::waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
+    auto peer = server.accept();
+    peer.read_request();
+    peer.answer("unharmed");
+    EXPECT_EQ(0U, client.end(under_way));
+}
+
+// Takes every descriptor that the process may still open, until it is told to give them back.
+class all_descriptors {
+public:
+    all_descriptors() {
+        ::getrlimit(RLIMIT_NOFILE, &m_limit);
+        rlimit low = m_limit;
+        low.rlim_cur = 256;
+        ::setrlimit(RLIMIT_NOFILE, &low);
+        for (int taken = 0; (taken = ::open("/dev/null", O_RDONLY)) >= 0;) {
+            m_taken.push_back(taken);
+        }
+    }
+    all_descriptors(const all_descriptors&) = delete;
+    all_descriptors& operator=(const all_descriptors&) = delete;
+    ~all_descriptors() {
+        give_back();
+        ::setrlimit(RLIMIT_NOFILE, &m_limit);
+    }
+    void give_back() {
+        std::for_each(m_taken.begin(), m_taken.end(), ::close);
+        m_taken.clear();
+    }
+
+private:
+    rlimit m_limit{};
+    std::vector<int> m_taken;
+};
+
+TEST(InetThreads, RequestsWaitForDescriptors) {
+    test_server warm_server;
+    test_server server;
+    inet_client warm(os::inet(), warm_server.port());
+    warm.sent();  // the service thread has its own descriptors
+    inet_client client(os::inet(), server.port());
+    all_descriptors taken;
+    client.log.on_notice = [&taken](const notice& one) {
+        if (one.code == os::k_notice_connecting) {  // told when the first try is over
+            taken.give_back();
+        }
+    };
+    const auto request = client.sent();
+    auto peer = server.accept();
+    peer.read_request();
+    peer.answer("late");
+    EXPECT_EQ(0U, client.end(request));
+}
+
 TEST(InetThreadsDeathTest, TheProcessEndsWithRequestsUnderWay) {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
     EXPECT_EXIT(

@@ -174,7 +174,11 @@ glib_message_windows& glib_windows() {
 
 /// When the library is unloaded no loop may go on calling into it.
 struct windows_end_with_the_library {
-    ~windows_end_with_the_library() { glib_windows().destroy_all(); }
+    ~windows_end_with_the_library() {
+        if (!process_was_forked()) {
+            glib_windows().destroy_all();
+        }
+    }
 };
 windows_end_with_the_library g_windows_end_with_the_library;
 

@@ -1,9 +1,11 @@
 #include "os/thread.h"
 
+#include <pthread.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -12,6 +14,9 @@ namespace kro::tessel::os {
 namespace {
 
 thread_local std::uint32_t t_last_error = 0;
+
+std::atomic<bool> g_forked{false};
+[[maybe_unused]] const int g_watches_forks = ::pthread_atfork(nullptr, nullptr, [] { g_forked = true; });
 
 class condition_event final : public manual_reset_event {
 public:
@@ -52,6 +57,10 @@ std::uint32_t current_thread_id() noexcept {
 
 void* current_thread_handle() noexcept {
     return reinterpret_cast<void*>(static_cast<std::intptr_t>(-2));  // NOLINT(performance-no-int-to-ptr)
+}
+
+bool process_was_forked() noexcept {
+    return g_forked.load(std::memory_order_relaxed);
 }
 
 std::uint32_t tick_count() noexcept {

@@ -7,6 +7,7 @@
 #include <openssl/ssl.h>
 #include <sys/socket.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -144,7 +145,7 @@ bool curl_exchange::begin(std::shared_ptr<curl_transfer> what) {
     m_body_offset = 0;
     m_block.clear();
     m_in_block = m_resolving = m_connecting_told = m_stages_over = m_connected = false;
-    m_sent_told = m_headers_told = m_paused = m_out_of_memory = false;
+    m_sent_told = m_headers_told = m_paused = m_out_of_memory = m_starved = false;
     if (!set(m_easy, CURLOPT_URL, m_transfer->request.url.c_str())) {
         return false;
     }
@@ -486,7 +487,9 @@ curl_socket_t curl_exchange::on_open_socket(void* self, curlsocktype /*purpose*/
             exchange.m_connecting_told = true;
             exchange.report_stage(transfer_stage::connecting, text_of(address->addr));
         }
-        return exchange.m_host.open_socket(*address);
+        const int socket = exchange.m_host.open_socket(*address);
+        exchange.m_starved = socket < 0 && (errno == EMFILE || errno == ENFILE);
+        return socket;
     });
 }
 

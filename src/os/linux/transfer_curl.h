@@ -90,6 +90,8 @@ public:
     std::uint64_t deadline() const noexcept { return m_deadline; }
     /// Whether the handle may serve again; one that failed or knows an account isn't worth the risk.
     bool reusable() const noexcept { return m_reusable; }
+    /// Whether it failed because the process has no descriptor left.
+    bool starved() const noexcept { return m_starved; }
 
 private:
     enum class kind { get, head, upload };
@@ -145,6 +147,7 @@ private:
     std::string m_block;  // the response head that is being received
     bool m_in_block = false;
     bool m_resolving = false;
+    bool m_starved = false;
     bool m_connecting_told = false;
     bool m_stages_over = false;  // later connections of the same exchange are libcurl's own affair
     bool m_connected = false;

@@ -1,6 +1,7 @@
 #include "os/linux/transfer_loop.h"
 
 #include "os/inet.h"
+#include "os/thread.h"
 
 #include <openssl/ssl.h>
 #include <pthread.h>
@@ -29,6 +30,9 @@ constexpr int k_rounds_a_turn = 4;
 // "Sent" waits so long for the response's headers to come along: with a near server both are told at once,
 // which saves waking whoever waits for them a second time. Nobody can do anything with it before.
 constexpr std::uint64_t k_sent_delay_ms = 1;
+
+// Descriptors that ran out come back from here, by idle connections that end, or from the host: nobody tells.
+constexpr std::uint64_t k_starved_ms = 50;
 
 void prepare_libraries() {
     static const bool prepared = [] {
@@ -126,6 +130,9 @@ void transfer_loop::set_connection_limit(std::uint32_t count) {
 }
 
 bool transfer_loop::post(command what) {
+    if (process_was_forked()) {
+        return false;
+    }
     std::unique_lock lock(m_mutex);
     if (m_stopping || (!m_started && !start_thread())) {
         return false;
@@ -177,6 +184,9 @@ bool transfer_loop::open_descriptors() {
 }
 
 void transfer_loop::stop() noexcept {
+    if (process_was_forked()) {
+        return;
+    }
     std::thread ending;
     {
         const std::lock_guard lock(m_mutex);
@@ -205,6 +215,7 @@ void transfer_loop::run() {
         handle_events();
         drive();
         check_deadlines();
+        start_starved();
         report_sent();
         hand_over();
     }
@@ -231,7 +242,7 @@ int transfer_loop::sleep_limit() const noexcept {
         return 0;
     }
     const std::uint64_t due =
-        std::min({m_multis[0].timer_due, m_multis[1].timer_due, m_next_check, m_next_sent});
+        std::min({m_multis[0].timer_due, m_multis[1].timer_due, m_next_check, m_next_sent, m_next_start});
     if (due == k_never) {
         return -1;
     }
@@ -430,7 +441,7 @@ void transfer_loop::enqueue(std::shared_ptr<curl_transfer> what) {
 
 void transfer_loop::start_waiting(origin& from) {
     const std::uint32_t limit = m_limit.load(std::memory_order_relaxed);
-    while (from.running < limit && !from.waiting.empty()) {
+    while (m_next_start == k_never && from.running < limit && !from.waiting.empty()) {
         const std::shared_ptr<curl_transfer> next = std::move(from.waiting.front());
         from.waiting.pop_front();
         if (next->sink == nullptr) {
@@ -564,12 +575,35 @@ bool transfer_loop::collect_ended() {
             void* owner = nullptr;
             curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &owner);
             auto& exchange = *static_cast<curl_exchange*>(owner);
+            if (exchange.starved() && message->data.result != CURLE_OK &&
+                exchange.current()->sink != nullptr) {
+                put_back(exchange);
+                continue;
+            }
             exchange.end(message->data.result);
             curl_multi_remove_handle(set.handle, exchange.easy());
             release(exchange, exchange.reusable());
         }
     }
     return any;
+}
+
+// It waits again, in front of those that came after it.
+void transfer_loop::put_back(curl_exchange& which) {
+    m_next_start = m_now + k_starved_ms;
+    which.place.from->waiting.push_front(which.current());
+    curl_multi_remove_handle(which.place.set->handle, which.easy());
+    which.detach();
+    release(which, which.reusable());
+}
+
+void transfer_loop::start_starved() {
+    if (m_next_start <= m_now) {
+        m_next_start = k_never;
+        for (auto& [name, from] : m_origins) {
+            start_waiting(from);
+        }
+    }
 }
 
 void transfer_loop::check_deadlines() {

@@ -108,6 +108,8 @@ private:
     void release(curl_exchange& which, bool reusable);
     void drive();
     bool collect_ended();
+    void put_back(curl_exchange& which);
+    void start_starved();
     void check_deadlines();
     void report_sent();
     void hand_over();
@@ -140,6 +142,7 @@ private:
     std::uint64_t m_turn = 1;
     std::uint64_t m_next_check = k_never;
     std::uint64_t m_next_sent = k_never;
+    std::uint64_t m_next_start = k_never;  // nothing starts before: there were no descriptors
     bool m_unfinished = false;  // the turn ended with exchanges to be looked after
 };
 

@@ -40,6 +40,10 @@ void* current_thread_handle() noexcept {
     return ::GetCurrentThread();
 }
 
+bool process_was_forked() noexcept {
+    return false;
+}
+
 std::uint32_t tick_count() noexcept {
     return ::GetTickCount();
 }
