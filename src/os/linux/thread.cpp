@@ -16,7 +16,7 @@ namespace {
 thread_local std::uint32_t t_last_error = 0;
 
 std::atomic<bool> g_forked{false};
-[[maybe_unused]] const int g_watches_forks = ::pthread_atfork(nullptr, nullptr, [] { g_forked = true; });
+[[maybe_unused]] const int k_watches_forks = ::pthread_atfork(nullptr, nullptr, [] { g_forked = true; });
 
 class condition_event final : public manual_reset_event {
 public:
