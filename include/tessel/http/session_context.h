@@ -66,6 +66,7 @@ struct INTERNET_BUFFERSW {
     std::uint32_t dwOffsetLow;
     std::uint32_t dwOffsetHigh;
 };
+static_assert(sizeof(INTERNET_BUFFERSW) == (sizeof(void*) == 8 ? 56 : 40));
 
 /// Called once when a request has ended, on the user-interface thread.
 using complete_procedure = void (*)(unsigned long user_context, session_context* context);
