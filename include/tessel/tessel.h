@@ -4,6 +4,7 @@
 #include <tessel/base/string.h>
 #include <tessel/base/trace.h>
 #include <tessel/base/types.h>
+#include <tessel/codec/base64.h>
 #include <tessel/http/buffer_content.h>
 #include <tessel/http/engine.h>
 #include <tessel/http/method.h>
