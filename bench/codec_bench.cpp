@@ -1,16 +1,22 @@
 // The coders beside the libraries that a program would otherwise use for them.
 #include "support/beside.h"
 #include "tessel/codec/base64.h"
+#include "tessel/codec/url_coding.h"
 
 #include <benchmark/benchmark.h>
+#include <curl/curl.h>
 #include <openssl/evp.h>
 
 #include <algorithm>
+#include <iterator>
 #include <random>
 #include <string>
+#include <utility>
 
 namespace {
 
+using kro::tessel::CTString;
+using kro::tessel::CTStringA;
 using tessel_bench::compare;
 
 std::string random_bytes(std::size_t count) {
@@ -51,6 +57,70 @@ void base64_decode(benchmark::State& state) {
 
 BENCHMARK(base64_encode)->Arg(16 << 20)->Arg(100)->UseManualTime();
 BENCHMARK(base64_decode)->Arg(16 << 20)->Arg(100)->UseManualTime();
+
+// ---- URL coding beside libcurl's escape functions
+
+// Prose in no pattern that a processor could learn by heart.
+std::string form_text(std::size_t bytes) {
+    constexpr const char* k_words[] = {"the ",      "of ",    "Newtown, ", "a ",      "it's ",
+                                       "street & ", "house ", "answer: ",  "yes ",    "12 ",
+                                       "second ",   "in ",    "(left) ",   "name\r\n"};
+    std::mt19937 random(5);
+    std::string text = "To: Mrs. Smith, 12 High Street & Newtown";
+    while (text.size() < bytes) {
+        text += k_words[random() % std::size(k_words)];
+    }
+    text.resize(bytes);
+    return text;
+}
+
+void escape_with_curl(const std::string& text) {
+    curl_free(curl_easy_escape(nullptr, text.data(), static_cast<int>(text.size())));
+}
+
+void unescape_with_curl(const std::string& text) {
+    int size = 0;
+    curl_free(curl_easy_unescape(nullptr, text.data(), static_cast<int>(text.size()), &size));
+}
+
+CTString widened(const std::string& text) {
+    return kro::tessel::wide_string(text.begin(), text.end());
+}
+
+void url_encode(benchmark::State& state) {
+    const std::string text = form_text(static_cast<std::size_t>(state.range(0)));
+    const CTString units = widened(text);
+    compare(
+        state, text.size(), [&] { escape_with_curl(text); },
+        [&] { benchmark::DoNotOptimize(URLEncoder::Encode(units)); });
+}
+
+void url_encode_narrow(benchmark::State& state) {
+    const CTStringA text = form_text(static_cast<std::size_t>(state.range(0)));
+    compare(
+        state, text.size(), [&] { escape_with_curl(text); },
+        [&] { benchmark::DoNotOptimize(URLEncoder::EncodeA(text)); });
+}
+
+void url_decode(benchmark::State& state) {
+    const CTStringA text = URLEncoder::EncodeA(form_text(static_cast<std::size_t>(state.range(0))));
+    const CTString units = widened(text);
+    compare(
+        state, text.size(), [&] { unescape_with_curl(text); },
+        [&] { benchmark::DoNotOptimize(URLDecoder::Decode(units)); });
+}
+
+void url_decode_narrow(benchmark::State& state) {
+    const CTStringA text = URLEncoder::EncodeA(form_text(static_cast<std::size_t>(state.range(0))));
+    compare(
+        state, text.size(), [&] { unescape_with_curl(text); },
+        [&] { benchmark::DoNotOptimize(URLDecoder::DecodeA(text)); });
+}
+
+BENCHMARK(url_encode)->Arg(1 << 20)->Arg(40)->UseManualTime();
+BENCHMARK(url_encode_narrow)->Arg(1 << 20)->Arg(40)->UseManualTime();
+BENCHMARK(url_decode)->Arg(1 << 20)->Arg(40)->UseManualTime();
+BENCHMARK(url_decode_narrow)->Arg(1 << 20)->Arg(40)->UseManualTime();
 
 }  // namespace
 

@@ -5,6 +5,7 @@
 #include <tessel/base/trace.h>
 #include <tessel/base/types.h>
 #include <tessel/codec/base64.h>
+#include <tessel/codec/url_coding.h>
 #include <tessel/http/buffer_content.h>
 #include <tessel/http/engine.h>
 #include <tessel/http/method.h>
