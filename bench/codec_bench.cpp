@@ -1,5 +1,6 @@
 // The coders beside the libraries that a program would otherwise use for them.
 #include "support/beside.h"
+#include "tessel/codec/aes_string.h"
 #include "tessel/codec/base64.h"
 #include "tessel/codec/url_coding.h"
 
@@ -9,6 +10,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <memory>
 #include <random>
 #include <string>
 #include <utility>
@@ -121,6 +123,56 @@ BENCHMARK(url_encode)->Arg(1 << 20)->Arg(40)->UseManualTime();
 BENCHMARK(url_encode_narrow)->Arg(1 << 20)->Arg(40)->UseManualTime();
 BENCHMARK(url_decode)->Arg(1 << 20)->Arg(40)->UseManualTime();
 BENCHMARK(url_decode_narrow)->Arg(1 << 20)->Arg(40)->UseManualTime();
+
+// ---- AES strings beside the cipher alone on the same bytes, its context and key kept
+
+class evp_alone {
+public:
+    explicit evp_alone(bool encrypts) {
+        constexpr unsigned char k_key[32] = {1};
+        EVP_CipherInit_ex2(m_context.get(), EVP_aes_256_cbc(), k_key, m_vector, encrypts ? 1 : 0, nullptr);
+        EVP_CIPHER_CTX_set_padding(m_context.get(), 0);
+    }
+
+    void run(std::string& bytes) {
+        int done = 0;
+        EVP_CipherInit_ex2(m_context.get(), nullptr, nullptr, m_vector, -1, nullptr);
+        EVP_CipherUpdate(m_context.get(), bytes_of(bytes), &done, bytes_of(bytes),
+                         static_cast<int>(bytes.size()));
+    }
+
+private:
+    struct closer {
+        void operator()(EVP_CIPHER_CTX* context) const { EVP_CIPHER_CTX_free(context); }
+    };
+    std::unique_ptr<EVP_CIPHER_CTX, closer> m_context{EVP_CIPHER_CTX_new()};
+    unsigned char m_vector[16] = {};
+};
+
+void aes_encrypt(benchmark::State& state) {
+    std::string bytes = form_text(static_cast<std::size_t>(state.range(0)));
+    const CTString text = widened(bytes);
+    CTString digits;
+    RZV_AES_Encrypt(text, digits, 1);
+    bytes.resize(digits.size() / 2);
+    evp_alone evp(true);
+    compare(
+        state, bytes.size(), [&] { evp.run(bytes); }, [&] { RZV_AES_Encrypt(text, digits, 1); });
+}
+
+void aes_decrypt(benchmark::State& state) {
+    const CTString text = widened(form_text(static_cast<std::size_t>(state.range(0))));
+    CTString digits;
+    RZV_AES_Encrypt(text, digits, 1);
+    std::string bytes(digits.size() / 2, '\0');
+    CTString out;
+    evp_alone evp(false);
+    compare(
+        state, bytes.size(), [&] { evp.run(bytes); }, [&] { RZV_AES_Encrypt(digits, out, 0); });
+}
+
+BENCHMARK(aes_encrypt)->Arg(40)->Arg(1 << 10)->Arg(1 << 20)->UseManualTime();
+BENCHMARK(aes_decrypt)->Arg(40)->Arg(1 << 10)->Arg(1 << 20)->UseManualTime();
 
 }  // namespace
 

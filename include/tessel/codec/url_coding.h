@@ -27,7 +27,7 @@ public:
     static kro::tessel::CTStringA EncodeA(const kro::tessel::CTStringA& s);
 
     /// The printable ASCII characters up to "z" that are escaped.
-    static const kro::tessel::CTString csUnsafeString;
+    static const kro::tessel::CTString csUnsafeString;  // NOLINT(readability-identifier-naming): its name
 };
 
 /// Reads what URLEncoder writes: "%" and two hexadecimal digits, of either case, become one unit (a byte in
