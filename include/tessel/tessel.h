@@ -6,6 +6,7 @@
 #include <tessel/base/types.h>
 #include <tessel/codec/aes_string.h>
 #include <tessel/codec/base64.h>
+#include <tessel/codec/html_text.h>
 #include <tessel/codec/url_coding.h>
 #include <tessel/http/buffer_content.h>
 #include <tessel/http/engine.h>
