@@ -2,18 +2,22 @@
 #include "support/beside.h"
 #include "tessel/codec/aes_string.h"
 #include "tessel/codec/base64.h"
+#include "tessel/codec/html_text.h"
 #include "tessel/codec/url_coding.h"
 
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
+#include <gumbo.h>
 #include <openssl/evp.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <iterator>
 #include <memory>
 #include <random>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -173,6 +177,71 @@ void aes_decrypt(benchmark::State& state) {
 
 BENCHMARK(aes_encrypt)->Arg(40)->Arg(1 << 10)->Arg(1 << 20)->UseManualTime();
 BENCHMARK(aes_decrypt)->Arg(40)->Arg(1 << 10)->Arg(1 << 20)->UseManualTime();
+
+// ---- HTML to text beside gumbo's parse alone, its memory kept
+
+class kept_arena {
+public:
+    void reset() { m_used = 0; }
+
+    static void* take(void* self, std::size_t bytes) {
+        auto& arena = *static_cast<kept_arena*>(self);
+        void* const taken = arena.m_memory.data() + arena.m_used;
+        arena.m_used += (bytes + 15) / 16 * 16;
+        if (arena.m_used > arena.m_memory.size()) {
+            std::abort();
+        }
+        return taken;
+    }
+    static void give_back(void* /*self*/, void* /*memory*/) {}
+
+private:
+    std::vector<char> m_memory = std::vector<char>(std::size_t{64} << 20U);
+    std::size_t m_used = 0;
+};
+
+// A message as a server sends it: headings, paragraphs with inline markup, lists, a table.
+std::string html_document(std::size_t bytes) {
+    const std::string prose = form_text(bytes);
+    std::string html =
+        "<!DOCTYPE html><html><head><title>News</title><style>p { margin: 0 }</style></head><body>";
+    for (std::size_t at = 0; html.size() < bytes; at = (at + 900) % (prose.size() - 900)) {
+        const auto piece = [&](std::size_t from, std::size_t count) {
+            std::string text = prose.substr(at + from, count);
+            for (std::size_t mark = text.find('&'); mark != std::string::npos;
+                 mark = text.find('&', mark + 1)) {
+                text.insert(mark + 1, "amp;");
+            }
+            return text;
+        };
+        html += "<h2 class=\"title\">" + piece(0, 40) + "</h2>\n<p id=\"p1\" class=\"text wide\">" +
+                piece(40, 200) + "<b>" + piece(240, 20) + "</b> " + piece(260, 150) +
+                "<a href=\"http://www.example.com/page?id=17\" target=\"_blank\">" + piece(410, 30) + "</a>" +
+                piece(440, 100) + "</p>\n<ul>\n  <li>" + piece(540, 60) + "</li>\n  <li><span>" +
+                piece(600, 60) + "</span></li>\n</ul>\n<table border=\"0\"><tr><td align=\"left\">" +
+                piece(660, 30) + "</td><td>" + piece(690, 30) + "</td></tr></table><br>\n";
+    }
+    return html + "</body></html>";
+}
+
+void html_text(benchmark::State& state) {
+    const std::string html = html_document(static_cast<std::size_t>(state.range(0)));
+    const CTString units = widened(html);
+    kept_arena arena;
+    GumboOptions options = kGumboDefaultOptions;
+    options.allocator = &kept_arena::take;
+    options.deallocator = &kept_arena::give_back;
+    options.userdata = &arena;
+    compare(
+        state, html.size(),
+        [&] {
+            arena.reset();
+            benchmark::DoNotOptimize(gumbo_parse_with_options(&options, html.data(), html.size()));
+        },
+        [&] { benchmark::DoNotOptimize(kro::tessel::_gethtml_puretext(units)); });
+}
+
+BENCHMARK(html_text)->Arg(200 << 10)->UseManualTime();
 
 }  // namespace
 

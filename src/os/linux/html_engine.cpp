@@ -58,10 +58,6 @@ private:
     std::jmp_buf m_out_of_memory;
 };
 
-bool puts_into_quirks_mode(tree_builder& builder, std::string_view doctype) {
-    return builder.parse(doctype).document->v.document.doc_type_quirks_mode == GUMBO_DOCTYPE_QUIRKS;
-}
-
 struct read_marks {
     element_marks marks;
     bool continued = false;
@@ -168,8 +164,7 @@ bool collect(std::string_view markup, inner_text& text) {
         }
     });
     html_reader reader(markup);
-    return nesting.run(reader,
-                       [&](std::string_view doctype) { return puts_into_quirks_mode(builder, doctype); });
+    return nesting.run(reader);
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "html_nesting.h"
 
+#include "html_quirks.h"
+
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -342,7 +344,7 @@ void html_nesting::cut_when_large() {
 
 // ---- Start tags
 
-bool html_nesting::run(html_reader& reader, const std::function<bool(std::string_view doctype)>& is_quirky) {
+bool html_nesting::run(html_reader& reader) {
     start_piece();
     m_has_content = false;
     for (;;) {
@@ -366,7 +368,7 @@ bool html_nesting::run(html_reader& reader, const std::function<bool(std::string
                 break;
             case html_token::kind::doctype:
                 if (!m_has_content) {
-                    m_quirks = is_quirky(token.text);
+                    m_quirks = is_quirky_doctype(token.text);
                 }
                 m_left_out = true;
                 break;
@@ -565,7 +567,9 @@ void html_nesting::start_in_body(const html_token& token) {
     } else if (is_one_of(tag, {GUMBO_TAG_LI, GUMBO_TAG_DD, GUMBO_TAG_DT})) {
         start_list_item(token);
     } else if (tag == GUMBO_TAG_SVG) {
-        start_replaced(token);
+        html_token graphic = token;
+        graphic.marks.hidden = false;  // an attribute of HTML's elements
+        start_replaced(graphic);
         if (!token.self_closing) {
             push(token, nullptr);
         }
@@ -578,6 +582,8 @@ void html_nesting::start_in_body(const html_token& token) {
         html_token hidden = token;
         hidden.marks.style_display = html_marks::display::none;
         push(hidden, "audio");
+    } else if (tag == GUMBO_TAG_FORM) {
+        push(token, "div");  // gumbo moves a form's last text behind it
     } else if (has(tag, k_written)) {
         push(token, gumbo_normalized_tagname(tag));
     } else if (has(tag, k_special)) {
@@ -647,6 +653,9 @@ void html_nesting::end_form() {
 void html_nesting::end(const html_token& token) {
     const GumboTag tag = token.tag;
     std::size_t index = 0;
+    while (top() == GUMBO_TAG_SVG && (tag == GUMBO_TAG_P || tag == GUMBO_TAG_BR)) {
+        pop();
+    }
     if (tag == GUMBO_TAG_BR) {
         if (!hides_its_text()) {
             write_replaced("br");

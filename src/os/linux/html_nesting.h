@@ -38,9 +38,9 @@ public:
 
     explicit html_nesting(piece_handler take) : m_take(std::move(take)) {}
 
-    /// Reads up to the end. is_quirky: whether a doctype, given whole, puts a document into quirks mode.
+    /// Reads up to the end.
     /// Returns: false for a document with a frameset in place of its body.
-    bool run(html_reader& reader, const std::function<bool(std::string_view doctype)>& is_quirky);
+    bool run(html_reader& reader);
 
 private:
     struct element {
