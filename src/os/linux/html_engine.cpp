@@ -154,27 +154,35 @@ tree_builder& builder_of_thread() {
     return t_builder;
 }
 
-// False when there is no body.
-bool collect(std::string_view markup, inner_text& text) {
+// The text in UTF-8; false when there is no body.
+bool collect(std::string_view markup, std::string& text) {
     tree_builder& builder = builder_of_thread();
+    inner_text collected;
     html_nesting nesting([&](std::string& piece) {
         const GumboNode* const body = body_of(builder.parse(piece));
         if (body != nullptr) {
-            body_walk(text).run(*body);
+            body_walk(collected).run(*body);
         }
     });
     html_reader reader(markup);
-    return nesting.run(reader);
+    if (!nesting.run(reader)) {
+        return false;
+    }
+    text = collected.take_result();
+    if (nesting.has_controls()) {
+        html_nesting::restore_controls(text);
+    }
+    return true;
 }
 
 }  // namespace
 
 bool inner_text_of_html(std::basic_string_view<wchar> html, wide_string& text) noexcept try {
-    inner_text collected;
+    std::string collected;
     if (!collect(narrow(k_utf8, html), collected)) {
         return false;
     }
-    text = widen(k_utf8, collected.result());
+    text = widen(k_utf8, collected);
     return true;
 } catch (const std::exception&) {  // no memory, or more than a string can hold
     return false;

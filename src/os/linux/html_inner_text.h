@@ -7,6 +7,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace kro::tessel::os {
@@ -26,7 +27,7 @@ public:
     void text(std::string_view content);
 
     /// The text in UTF-8, with CR LF for each line end.
-    const std::string& result() const { return m_text; }
+    std::string take_result() { return std::move(m_text); }
 
 private:
     // How an element is displayed, as far as the rules tell displays apart.

@@ -46,9 +46,9 @@ constexpr traits_table traits_of_tags() {
         {GUMBO_TAG_P, GUMBO_TAG_FORM, GUMBO_TAG_H1, GUMBO_TAG_H2, GUMBO_TAG_H3, GUMBO_TAG_H4, GUMBO_TAG_H5,
          GUMBO_TAG_H6, GUMBO_TAG_HR, GUMBO_TAG_XMP, GUMBO_TAG_PLAINTEXT});
     add(table, k_special | k_written,
-        {GUMBO_TAG_LI, GUMBO_TAG_DD, GUMBO_TAG_DT, GUMBO_TAG_BUTTON, GUMBO_TAG_SELECT, GUMBO_TAG_TABLE,
-         GUMBO_TAG_CAPTION, GUMBO_TAG_TBODY, GUMBO_TAG_THEAD, GUMBO_TAG_TFOOT, GUMBO_TAG_TR, GUMBO_TAG_TD,
-         GUMBO_TAG_TH, GUMBO_TAG_OBJECT, GUMBO_TAG_APPLET, GUMBO_TAG_MARQUEE});
+        {GUMBO_TAG_BR, GUMBO_TAG_LI, GUMBO_TAG_DD, GUMBO_TAG_DT, GUMBO_TAG_BUTTON, GUMBO_TAG_SELECT,
+         GUMBO_TAG_TABLE, GUMBO_TAG_CAPTION, GUMBO_TAG_TBODY, GUMBO_TAG_THEAD, GUMBO_TAG_TFOOT, GUMBO_TAG_TR,
+         GUMBO_TAG_TD, GUMBO_TAG_TH, GUMBO_TAG_OBJECT, GUMBO_TAG_APPLET, GUMBO_TAG_MARQUEE});
     add(table, k_written,
         {GUMBO_TAG_LEGEND, GUMBO_TAG_OPTION, GUMBO_TAG_OPTGROUP, GUMBO_TAG_VIDEO, GUMBO_TAG_AUDIO,
          GUMBO_TAG_CANVAS, GUMBO_TAG_PROGRESS, GUMBO_TAG_METER, GUMBO_TAG_DATALIST, GUMBO_TAG_RP});
@@ -127,7 +127,8 @@ std::uint32_t hash_of(std::string_view name) {
     return hash;
 }
 
-// Newer elements, which the tag table doesn't know, as an older one with the same rules.
+// With what is hidden by its kind marked so, and newer elements, which the tag table doesn't know, as an
+// older one with the same rules.
 html_token known(html_token token) {
     if (token.tag == GUMBO_TAG_UNKNOWN && equals_ignoring_case(token.name, "search")) {
         token.tag = GUMBO_TAG_SECTION;
@@ -136,8 +137,29 @@ html_token known(html_token token) {
         token.marks.hidden = token.marks.hidden || !token.marks.open;
     } else if (token.tag == GUMBO_TAG_IMAGE) {
         token.tag = GUMBO_TAG_IMG;
+    } else if (token.tag == GUMBO_TAG_TEMPLATE) {
+        token.marks.style_display = html_marks::display::none;
+    } else if (token.tag == GUMBO_TAG_AUDIO) {
+        token.marks.hidden = token.marks.hidden || !token.marks.controls;
     }
     return token;
+}
+
+// The private characters U+10FF00 to U+10FFFF begin so in UTF-8; the third byte is BC to BF.
+constexpr std::string_view k_control_begin = "\xF4\x8F";
+
+// A byte that is a control character but white space, or begins one of U+0080 to U+009F.
+bool may_be_control(char character) {
+    const auto byte = static_cast<unsigned char>(character);
+    return (byte < 0x20 && !is_html_space(character)) || byte == 0x7F || byte == 0xC2;
+}
+
+// The name of an element in the output, null for those that aren't in it.
+const char* written_name(GumboTag tag) {
+    if (tag == GUMBO_TAG_FORM || tag == GUMBO_TAG_TEMPLATE) {
+        return "div";  // gumbo moves a form's last text behind it; a template's content is elsewhere
+    }
+    return has(tag, k_written) ? gumbo_normalized_tagname(tag) : nullptr;
 }
 
 }  // namespace
@@ -296,10 +318,55 @@ void html_nesting::text(std::string_view content) {
         m_piece.append("&lt;");
         return;
     }
-    for (std::size_t zero = 0; !content.empty(); content.remove_prefix(std::min(zero + 1, content.size()))) {
-        zero = std::min(content.find('\0'), content.size());
-        m_piece.append(content.substr(0, zero));
+    while (!content.empty()) {
+        const auto* const odd = std::find_if(content.begin(), content.end(), may_be_control);
+        const auto plain = static_cast<std::size_t>(odd - content.begin());
+        m_piece.append(content.substr(0, plain));
+        content.remove_prefix(plain);
+        content.remove_prefix(write_control(content));
     }
+}
+
+// gumbo makes U+FFFD of control characters, so they go by as private ones. A zero vanishes.
+// Returns: the bytes of `content` that it wrote or left out.
+std::size_t html_nesting::write_control(std::string_view content) {
+    if (content.empty()) {
+        return 0;
+    }
+    const auto first = static_cast<unsigned char>(content[0]);
+    const bool is_c1 = first == 0xC2 && content.size() > 1 && static_cast<unsigned char>(content[1]) < 0xA0;
+    if (first == 0xC2 && !is_c1) {
+        m_piece += content[0];
+        return 1;
+    }
+    if (first != 0) {
+        const unsigned control = is_c1 ? static_cast<unsigned char>(content[1]) : first;
+        m_piece.append(k_control_begin);
+        m_piece += static_cast<char>(0xBC + (control >> 6U));
+        m_piece += static_cast<char>(0x80 + (control & 63U));
+        m_has_controls = true;
+    }
+    return is_c1 ? 2 : 1;
+}
+
+void html_nesting::restore_controls(std::string& text) {
+    std::size_t to = 0;
+    for (std::size_t from = 0; from < text.size(); ++from) {
+        const bool is_private = text.compare(from, k_control_begin.size(), k_control_begin) == 0 &&
+                                static_cast<unsigned char>(text[from + 2]) >= 0xBC;
+        if (!is_private) {
+            text[to++] = text[from];
+            continue;
+        }
+        const unsigned control = (static_cast<unsigned char>(text[from + 2]) - 0xBCU) << 6U |
+                                 (static_cast<unsigned char>(text[from + 3]) & 63U);
+        if (control >= 0x80) {
+            text[to++] = static_cast<char>(0xC2);
+        }
+        text[to++] = static_cast<char>(control);
+        from += 3;
+    }
+    text.resize(to);
 }
 
 void html_nesting::start_piece() {
@@ -434,7 +501,7 @@ bool html_nesting::start_in_select(const html_token& token) {
         if (token.tag == GUMBO_TAG_OPTGROUP && top() == GUMBO_TAG_OPTGROUP) {
             pop();
         }
-        push(token, gumbo_normalized_tagname(token.tag));
+        push(token, written_name(token.tag));
         return true;
     }
     return !is_one_of(token.tag, {GUMBO_TAG_SCRIPT, GUMBO_TAG_TEMPLATE});
@@ -454,8 +521,8 @@ bool html_nesting::start_table_part(const html_token& token) {
     }
     if (is_section) {
         clear_to({GUMBO_TAG_TABLE});
-        if (has(token.tag, k_written)) {
-            push(token, gumbo_normalized_tagname(token.tag));
+        if (has(token.tag, k_written)) {  // not the columns
+            push(token, written_name(token.tag));
         }
         return true;
     }
@@ -470,7 +537,7 @@ bool html_nesting::start_table_part(const html_token& token) {
     if (is_cell && top() != GUMBO_TAG_TR) {
         push_implied(GUMBO_TAG_TR, "tr");
     }
-    push(token, gumbo_normalized_tagname(token.tag));
+    push(token, written_name(token.tag));
     return true;
 }
 
@@ -484,7 +551,7 @@ bool html_nesting::start_raw(html_reader& reader, const html_token& token) {
         start_replaced(token);
     } else if (has(token.tag, k_written)) {
         close_p();
-        push(token, gumbo_normalized_tagname(token.tag));
+        push(token, written_name(token.tag));
         m_piece.append(content);
         if (token.tag == GUMBO_TAG_XMP) {
             pop();
@@ -502,23 +569,44 @@ void html_nesting::start_replaced(const html_token& token) {
     }
 }
 
+void html_nesting::start_svg(const html_token& token) {
+    html_token graphic = token;
+    graphic.marks.hidden = false;  // an attribute of HTML's elements
+    start_replaced(graphic);
+    if (!token.self_closing) {
+        push(token, nullptr);
+    }
+}
+
+void html_nesting::start_empty(const html_token& token) {
+    if (has(token.tag, k_replaced)) {
+        start_replaced(token);
+    } else if (has(token.tag, k_written) && !token.marks.hides()) {
+        write_replaced(written_name(token.tag));
+    }
+}
+
 // What must be closed before an element of its kind begins.
 void html_nesting::close_before(GumboTag tag) {
     if (has(tag, k_closes_p) || (tag == GUMBO_TAG_TABLE && !m_quirks)) {
         close_p();
     }
     std::size_t index = 0;
-    const bool is_ruby_part = is_one_of(tag, {GUMBO_TAG_RB, GUMBO_TAG_RP, GUMBO_TAG_RT, GUMBO_TAG_RTC});
-    if ((is_heading(tag) && is_heading(top())) || (is_ruby_part && top() == GUMBO_TAG_RP)) {
+    if (ends_current(tag)) {
         pop();
     } else if (tag == GUMBO_TAG_BUTTON && find_in_scope({GUMBO_TAG_BUTTON}, k_scope, index)) {
         pop_through(index);
-    } else if ((tag == GUMBO_TAG_OPTION || tag == GUMBO_TAG_OPTGROUP) && top() == GUMBO_TAG_OPTION) {
-        pop();
     } else if (tag == GUMBO_TAG_TABLE && is_table_context(top())) {
         clear_to({GUMBO_TAG_TABLE});
         pop();
     }
+}
+
+// Whether the innermost open element ends where one of this kind begins.
+bool html_nesting::ends_current(GumboTag tag) const {
+    const bool is_ruby_part = is_one_of(tag, {GUMBO_TAG_RB, GUMBO_TAG_RP, GUMBO_TAG_RT, GUMBO_TAG_RTC});
+    return (is_heading(tag) && is_heading(top())) || (is_ruby_part && top() == GUMBO_TAG_RP) ||
+           ((tag == GUMBO_TAG_OPTION || tag == GUMBO_TAG_OPTGROUP) && top() == GUMBO_TAG_OPTION);
 }
 
 void html_nesting::start_list_item(const html_token& token) {
@@ -535,7 +623,7 @@ void html_nesting::start_list_item(const html_token& token) {
         }
     }
     close_p();
-    push(token, gumbo_normalized_tagname(token.tag));
+    push(token, written_name(token.tag));
 }
 
 // Only while one that hides is open are the others counted, so that each end tag finds its own.
@@ -556,38 +644,14 @@ void html_nesting::start_in_body(const html_token& token) {
         return;
     }
     close_before(tag);
-    if (has(tag, k_replaced)) {
-        start_replaced(token);
-    } else if (tag == GUMBO_TAG_BR || tag == GUMBO_TAG_HR) {
-        if (!token.marks.hides()) {
-            write_replaced(gumbo_normalized_tagname(tag));
-        }
-    } else if (has(tag, k_void)) {
-        return;
+    if (has(tag, k_void | k_replaced)) {
+        start_empty(token);
     } else if (is_one_of(tag, {GUMBO_TAG_LI, GUMBO_TAG_DD, GUMBO_TAG_DT})) {
         start_list_item(token);
     } else if (tag == GUMBO_TAG_SVG) {
-        html_token graphic = token;
-        graphic.marks.hidden = false;  // an attribute of HTML's elements
-        start_replaced(graphic);
-        if (!token.self_closing) {
-            push(token, nullptr);
-        }
-    } else if (tag == GUMBO_TAG_TEMPLATE) {
-        // Its content is never shown.
-        html_token hidden = token;
-        hidden.marks.style_display = html_marks::display::none;
-        push(hidden, "div");
-    } else if (tag == GUMBO_TAG_AUDIO && !token.marks.controls) {
-        html_token hidden = token;
-        hidden.marks.style_display = html_marks::display::none;
-        push(hidden, "audio");
-    } else if (tag == GUMBO_TAG_FORM) {
-        push(token, "div");  // gumbo moves a form's last text behind it
-    } else if (has(tag, k_written)) {
-        push(token, gumbo_normalized_tagname(tag));
-    } else if (has(tag, k_special)) {
-        push(token, nullptr);
+        start_svg(token);
+    } else if (has(tag, k_written | k_special)) {
+        push(token, written_name(tag));
     } else {
         start_inline(token);
     }

@@ -42,6 +42,10 @@ public:
     /// Returns: false for a document with a frameset in place of its body.
     bool run(html_reader& reader);
 
+    /// Control characters go by in other ones, which have to be taken back in the text.
+    bool has_controls() const { return m_has_controls; }
+    static void restore_controls(std::string& text);
+
 private:
     struct element {
         GumboTag tag = GUMBO_TAG_UNKNOWN;
@@ -56,10 +60,13 @@ private:
     void start_in_body(const html_token& token);
     bool start_table_part(const html_token& token);
     bool start_raw(html_reader& reader, const html_token& token);
+    void start_svg(const html_token& token);
+    void start_empty(const html_token& token);
     void start_replaced(const html_token& token);
     void start_inline(const html_token& token);
     void start_list_item(const html_token& token);
     void close_before(GumboTag tag);
+    bool ends_current(GumboTag tag) const;
     void end(const html_token& token);
     void end_in_scope(GumboTag tag);
     void end_inline(const element& wanted);
@@ -82,6 +89,7 @@ private:
 
     void write_start(const element& opened, bool is_continued);
     void write_replaced(const char* name);
+    std::size_t write_control(std::string_view content);
     void keep_apart();
     bool ends_in_reference() const;
     std::size_t first_uncuttable() const;
@@ -97,6 +105,7 @@ private:
     bool m_left_out = false;    // something, since what was written last
     bool m_behind_pre = false;  // a start tag behind which a line end is dropped was written last
     bool m_has_content = false;
+    bool m_has_controls = false;
 };
 
 }  // namespace kro::tessel::os
