@@ -1,12 +1,12 @@
-// Code pages against ICU's converters. Each iteration measures both on the same text, one after the other, so
-// that a busy machine slows both; the counter `ratio` says how many times as fast tessel is. The converter of
-// the reference stays open and keeps its state, which is the fastest way to use it.
+// Code pages against ICU's converters. The converter of the reference stays open and keeps its state, which
+// is the fastest way to use it.
 #include "os/code_page.h"
+
+#include "support/beside.h"
 
 #include <benchmark/benchmark.h>
 #include <unicode/ucnv.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -15,6 +15,7 @@
 namespace {
 
 using kro::tessel::os::code_pages;
+using tessel_bench::compare;
 
 struct closer {
     void operator()(UConverter* converter) const { ucnv_close(converter); }
@@ -49,15 +50,6 @@ std::u16string repeated(std::u16string_view sentence, std::size_t units) {
     return text;
 }
 
-class stopwatch {
-public:
-    double seconds() const { return std::chrono::duration<double>(clock::now() - m_start).count(); }
-
-private:
-    using clock = std::chrono::steady_clock;
-    clock::time_point m_start = clock::now();
-};
-
 std::string to_bytes(std::uint32_t page, const std::u16string& text) {
     std::string bytes(text.size() * 3, '\0');
     const std::int32_t count =
@@ -65,33 +57,6 @@ std::string to_bytes(std::uint32_t page, const std::u16string& text) {
                                static_cast<std::int32_t>(bytes.size()), nullptr, nullptr);
     bytes.resize(static_cast<std::size_t>(count));
     return bytes;
-}
-
-// Runs both `work` functions until the benchmark has enough, and reports the bytes of tessel and the ratio.
-template <class Reference, class Tessel>
-void compare(benchmark::State& state, std::size_t bytes, Reference reference, Tessel tessel) {
-    double reference_seconds = 0;
-    double tessel_seconds = 0;
-    // Short texts: many calls a measurement, or the clock would be measured.
-    const std::size_t calls = 1 + 65536 / bytes;
-    for ([[maybe_unused]] auto _ : state) {
-        const stopwatch of_reference;
-        for (std::size_t i = 0; i < calls; ++i) {
-            reference();
-            benchmark::ClobberMemory();
-        }
-        reference_seconds += of_reference.seconds();
-        const stopwatch of_tessel;
-        for (std::size_t i = 0; i < calls; ++i) {
-            tessel();
-            benchmark::ClobberMemory();
-        }
-        const double seconds = of_tessel.seconds();
-        tessel_seconds += seconds;
-        state.SetIterationTime(seconds);
-    }
-    state.SetBytesProcessed(static_cast<std::int64_t>(bytes * calls) * state.iterations());
-    state.counters["ratio"] = reference_seconds / tessel_seconds;
 }
 
 void to_text(benchmark::State& state, std::uint32_t page, const char* reference,

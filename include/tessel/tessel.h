@@ -4,6 +4,10 @@
 #include <tessel/base/string.h>
 #include <tessel/base/trace.h>
 #include <tessel/base/types.h>
+#include <tessel/codec/aes_string.h>
+#include <tessel/codec/base64.h>
+#include <tessel/codec/html_text.h>
+#include <tessel/codec/url_coding.h>
 #include <tessel/http/buffer_content.h>
 #include <tessel/http/engine.h>
 #include <tessel/http/method.h>

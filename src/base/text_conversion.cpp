@@ -14,6 +14,7 @@ namespace {
 constexpr std::size_t k_short_units = 512;
 constexpr std::size_t k_longest = std::numeric_limits<std::int32_t>::max();
 constexpr std::uint32_t k_error_not_enough_memory = 8;
+constexpr std::uint32_t k_error_insufficient_buffer = 122;
 constexpr std::uint32_t k_error_arithmetic_overflow = 534;
 
 [[noreturn]] void refuse_length() {
@@ -38,30 +39,45 @@ void throw_last_error() {
     }
 }
 
+// Most texts need no more room than they have units or bytes; whoever needs more is measured first.
+template <class String, class Convert>
+String converted_long(std::int32_t length, Convert convert) {
+    String text(static_cast<std::size_t>(length), 0);
+    const std::uint32_t error_before = os::last_error();
+    std::int32_t units = convert(text.data(), length);
+    if (units == 0 && os::last_error() == k_error_insufficient_buffer) {
+        os::set_last_error(error_before);
+        units = convert(nullptr, 0);
+        text.resize(static_cast<std::size_t>(units));
+        if (units != 0) {
+            convert(text.data(), units);
+        }
+    }
+    if (units == 0) {
+        throw_last_error();
+    }
+    text.resize(static_cast<std::size_t>(units));
+    return text;
+}
+
 // convert(out, capacity): the conversion's result.
 template <class String, std::size_t k_units_each, class Convert>
 String converted(std::int32_t length, Convert convert) {
     if (length == 0) {
         return {};
     }
+    if (static_cast<std::size_t>(length) > k_short_units) {
+        return converted_long<String>(length, convert);
+    }
     typename String::value_type on_stack[k_short_units * k_units_each];
-    const bool is_short = static_cast<std::size_t>(length) <= k_short_units;
-    const auto room = static_cast<std::int32_t>(std::size(on_stack));
-    const std::int32_t units = is_short ? convert(on_stack, room) : convert(nullptr, 0);
+    const std::int32_t units = convert(on_stack, static_cast<std::int32_t>(std::size(on_stack)));
     if (units == 0) {
         throw_last_error();
     }
-    String text;
-    if (is_short) {
-        text.assign(on_stack, static_cast<std::size_t>(units));
-    } else if (units != 0) {
-        text.resize(static_cast<std::size_t>(units));
-        convert(text.data(), units);
-    }
-    return text;
+    return String(on_stack, static_cast<std::size_t>(units));
 }
 
-// Asked for once: the two passes of a long text must not see different pages.
+// Asked for once: two passes over a text must not see different pages.
 std::uint32_t resolved(std::uint32_t page) {
     return page == os::k_code_page_ansi ? os::code_pages().ansi_code_page() : page;
 }

@@ -31,6 +31,7 @@ echo slow > "$work/www/slow.txt"
 head -c 20000 /dev/urandom >> "$work/www/slow.txt"
 echo fast > "$work/www/fast.txt"
 cp "$work/www/fast.txt" "$work/www/again/fast.txt"
+printf '<title>no</title><h1>Title</h1><p>a &amp; <b>b</b><pre>&uuml;\n</pre>' > "$work/www/page.html"
 echo folder > "$work/www/index.html"
 printf 'a\0b\r\n\xff' > "$work/body"
 start_nginx "$work" 'server {
@@ -62,6 +63,9 @@ URL get
 body request --method get --data x $site
 --data get --data x $site
 --data-file post --data-file $work/none $site
+subcommand encode
+--key encode aes --key nobody x
+--nosuch text --nosuch
 folder get --output $work/one $site/fast.txt $site/slow.txt
 END
 
@@ -75,6 +79,32 @@ out_has '12007: '
 expect 1 error 4711
 expect 0 timer --every 10 --count 3
 out_has 'tick 3 after '
+
+# Coders: a line for each argument; a file comes back from a pipe byte by byte.
+expect 0 encode url 'a b&c' 中
+out_has 'a%20b%26c'
+out_has '%4E2D'
+expect 0 decode base64 Zm9v 'Zg=='
+printf 'foo\nf\n' | cmp - "$work/out" || complain "decode base64"
+for coding in base64 'url --bytes'; do
+    # shellcheck disable=SC2086 # a list of words
+    "$tessel" encode $coding --file "$work/body" | "$tessel" decode $coding | cmp - "$work/body" ||
+        complain "encode and decode $coding"
+done
+LC_ALL=C "$tessel" encode aes --key avscan 'Grüße, 中' | LC_ALL=C "$tessel" decode aes --key avscan > "$work/out"
+printf 'Grüße, 中' | cmp - "$work/out" || complain "encode and decode aes"
+expect 1 decode aes 1234
+err_has 'multiple of 16'
+
+# Text of documents from a file, a pipe and a server.
+expect 0 text --json "$work/www/page.html"
+out_has '"text":"Title\n\na & b\n\nü\n"'
+expect 0 text "$site/page.html"
+printf 'Title\n\na & b\n\nü\n' | cmp - "$work/out" || complain "text of a URL"
+"$tessel" text < "$work/www/page.html" | cmp - "$work/out" || complain "text of a pipe"
+expect 3 text "$site/none"
+expect 1 text "$work/none"
+err_has "can't be read"
 
 # The slow one is first, so it comes first; all of it is there.
 expect 0 get "$site/slow.txt" "$site/fast.txt"

@@ -14,6 +14,8 @@ enum exit_code : int {
 };
 
 void add_request_verbs(CLI::App& program, int& exit_code);  ///< get head post put delete request
+void add_coders(CLI::App& program, int& exit_code);         ///< encode decode
+void add_text(CLI::App& program, int& exit_code);
 void add_url(CLI::App& program, int& exit_code);
 void add_error(CLI::App& program, int& exit_code);
 void add_timer(CLI::App& program, int& exit_code);

@@ -1,4 +1,4 @@
-// tessel: requests, URLs, error numbers and timers of the library from a shell.
+// tessel: what the library does, from a shell.
 #include "command.h"
 #include "standard_streams.h"
 
@@ -16,6 +16,8 @@ int run(int argc, char** argv) {
     program.set_version_flag("--version", "tessel " TESSEL_VERSION);
     command::add_request_verbs(program, code);
     command::add_url(program, code);
+    command::add_coders(program, code);
+    command::add_text(program, code);
     command::add_error(program, code);
     command::add_timer(program, code);
     try {

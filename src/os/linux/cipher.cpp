@@ -1,0 +1,80 @@
+#include "os/cipher.h"
+
+#include <openssl/crypto.h>
+#include <openssl/evp.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace kro::tessel::os {
+namespace {
+
+// EVP counts in int; a multiple of the block.
+constexpr std::size_t k_most_at_once = std::size_t{1} << 30U;
+
+// Fetching looks through all providers: once. Never freed: other threads may encrypt while the process ends.
+const EVP_CIPHER* cipher() {
+    static const EVP_CIPHER* const fetched = EVP_CIPHER_fetch(nullptr, "AES-256-CBC", nullptr);
+    return fetched;
+}
+
+// A thread's context for one direction. The key schedule stays for as long as the key does: making it takes
+// as long as some hundred bytes.
+class keyed_context {
+public:
+    explicit keyed_context(cipher_direction direction) : m_encrypts(direction == cipher_direction::encrypt) {}
+    keyed_context(const keyed_context&) = delete;
+    keyed_context& operator=(const keyed_context&) = delete;
+    ~keyed_context() {
+        EVP_CIPHER_CTX_free(m_context);  // wipes what it holds
+        OPENSSL_cleanse(m_key, sizeof(m_key));
+    }
+
+    bool start(const unsigned char* key, const unsigned char* vector) {
+        if (m_is_keyed && std::memcmp(key, m_key, sizeof(m_key)) == 0) {
+            return EVP_CipherInit_ex2(m_context, nullptr, nullptr, vector, m_encrypts ? 1 : 0, nullptr) == 1;
+        }
+        m_is_keyed = set_key(key, vector);
+        return m_is_keyed;
+    }
+
+    bool run(unsigned char* data, std::size_t bytes) {
+        while (bytes != 0) {
+            const auto count = static_cast<int>(std::min(bytes, k_most_at_once));
+            int done = 0;
+            if (EVP_CipherUpdate(m_context, data, &done, data, count) != 1 || done != count) {
+                return false;
+            }
+            data += count;
+            bytes -= static_cast<std::size_t>(count);
+        }
+        return true;
+    }
+
+private:
+    bool set_key(const unsigned char* key, const unsigned char* vector) {
+        if (cipher() == nullptr || (m_context == nullptr && (m_context = EVP_CIPHER_CTX_new()) == nullptr)) {
+            return false;
+        }
+        std::memcpy(m_key, key, sizeof(m_key));
+        return EVP_CipherInit_ex2(m_context, cipher(), key, vector, m_encrypts ? 1 : 0, nullptr) == 1 &&
+               EVP_CIPHER_CTX_set_padding(m_context, 0) == 1;
+    }
+
+    const bool m_encrypts;
+    EVP_CIPHER_CTX* m_context = nullptr;
+    bool m_is_keyed = false;
+    unsigned char m_key[k_aes256_key] = {};
+};
+
+}  // namespace
+
+bool aes256_cbc(cipher_direction direction, const unsigned char* key, const unsigned char* vector,
+                unsigned char* data, std::size_t bytes) noexcept {
+    static thread_local keyed_context t_encryption(cipher_direction::encrypt);
+    static thread_local keyed_context t_decryption(cipher_direction::decrypt);
+    keyed_context& context = direction == cipher_direction::encrypt ? t_encryption : t_decryption;
+    return bytes == 0 || (context.start(key, vector) && context.run(data, bytes));
+}
+
+}  // namespace kro::tessel::os

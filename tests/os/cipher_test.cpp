@@ -1,0 +1,1 @@
+#include "os/cipher_contract.h"

@@ -1,0 +1,1 @@
+#include "os/html_engine_contract.h"
