@@ -18,3 +18,5 @@
 #include <tessel/platform/last_error.h>
 #include <tessel/platform/main_thread.h>
 #include <tessel/platform/timer.h>
+#include <tessel/xml/xml_handler.h>
+#include <tessel/xml/xml_parser.h>
