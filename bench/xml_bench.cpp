@@ -19,28 +19,48 @@ using kro::tessel::CTString;
 
 // The answer of an address book: records of texts and attributes, groups in groups, some of it in other
 // scripts.
-std::string address_book(std::size_t bytes) {
-    static const char* const k_words[] = {"meeting", "Müller", "the", "привет", "tomorrow", "please", "日本"};
-    std::mt19937 random(1);
-    const auto word = [&] { return std::string(k_words[random() % std::size(k_words)]); };
-    std::string text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<book>\n";
-    while (text.size() < bytes) {
-        text += "  <group name=\"" + word() + "\">\n";
-        for (auto contacts = 1 + random() % 20; contacts != 0; --contacts) {
-            const std::string number = std::to_string(random());
-            text += "    <contact id=\"" + number + "\" online=\"" + (random() % 2 != 0 ? "yes" : "no") +
-                    "\">\n      <name>" + word() + " " + word() + "</name>\n      <mail>" + number +
-                    "@example.com</mail>\n      <address><street>" + word() + "</street><city>" + word() +
-                    "</city></address>\n      <note>";
-            for (auto words = random() % 12; words != 0; --words) {
-                text += word() + " ";
+class address_book {
+public:
+    explicit address_book(std::size_t bytes) {
+        m_text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<book>\n";
+        while (m_text.size() < bytes) {
+            add("  <group name=\"", word(), "\">\n");
+            for (auto contacts = 1 + m_random() % 20; contacts != 0; --contacts) {
+                contact();
             }
-            text += "&amp; more</note>\n      <unread/>\n    </contact>\n";
+            add("  </group>\n");
         }
-        text += "  </group>\n";
+        add("</book>\n");
     }
-    return text + "</book>\n";
-}
+
+    const std::string& text() const { return m_text; }
+
+private:
+    template <class... Texts>
+    void add(const Texts&... texts) {
+        (m_text.append(texts), ...);
+    }
+
+    const char* word() {
+        static const char* const k_words[] = {"meeting",  "M\u00FCller", "the",         "\u043F\u0440\u0438",
+                                              "tomorrow", "please",      "\u65E5\u672C"};
+        return k_words[m_random() % std::size(k_words)];
+    }
+
+    void contact() {
+        const std::string number = std::to_string(m_random());
+        add("    <contact id=\"", number, "\" online=\"", m_random() % 2 != 0 ? "yes" : "no", "\">\n");
+        add("      <name>", word(), " ", word(), "</name>\n      <mail>", number, "@example.com</mail>\n");
+        add("      <address><street>", word(), "</street><city>", word(), "</city></address>\n      <note>");
+        for (auto words = m_random() % 12; words != 0; --words) {
+            add(word(), " ");
+        }
+        add("&amp; more</note>\n      <unread/>\n    </contact>\n");
+    }
+
+    std::mt19937 m_random{1};
+    std::string m_text;
+};
 
 /// A host that hears of every contact and keeps its texts.
 class listener : public EXPAT_EX::CXMLHandler {
@@ -134,7 +154,7 @@ void parse(const std::string& document, std::size_t registrations) {
 }
 
 void xml_events(benchmark::State& state) {
-    const std::string document = address_book(static_cast<std::size_t>(state.range(0)) << 20U);
+    const std::string document = address_book(static_cast<std::size_t>(state.range(0)) << 20U).text();
     std::vector<double> whole;
     std::vector<double> pieces;
     std::vector<double> few;

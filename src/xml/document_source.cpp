@@ -21,7 +21,9 @@ class byte_source final : public document_source {
 public:
     explicit byte_source(std::string_view bytes) : m_rest(bytes) {}
 
-    std::size_t room(std::size_t /*waiting*/) const override { return std::min(m_rest.size(), k_longest_piece); }
+    std::size_t room(std::size_t /*waiting*/) const override {
+        return std::min(m_rest.size(), k_longest_piece);
+    }
 
     std::size_t fill(char* out, std::size_t room) override {
         m_rest.copy(out, room);

@@ -89,9 +89,9 @@ void element_path::resolve(const path_index& index) {
     for (std::size_t begin = 0; begin < m_length; begin = end) {
         end = std::min(text().find(k_slash, begin + 1), m_length);
         const path_index::place parent = place();
-        open(index, begin,
-             parent == path_index::k_nowhere ? parent
-                                             : index.walk(parent, text().substr(begin, end - begin)));
+        open(
+            index, begin,
+            parent == path_index::k_nowhere ? parent : index.walk(parent, text().substr(begin, end - begin)));
     }
 }
 

@@ -48,9 +48,7 @@ private:
     void reserve(std::size_t units);
     void open(const path_index& index, std::size_t begin, path_index::place place);
     void find_top();
-    path_index::place place() const {
-        return m_open.empty() ? path_index::k_root : m_open.back().place;
-    }
+    path_index::place place() const { return m_open.empty() ? path_index::k_root : m_open.back().place; }
 
     std::vector<wchar> m_units;  // the path is the first m_length of them
     std::size_t m_length = 0;

@@ -69,9 +69,9 @@ private:
     std::vector<registration> m_pending;  // made inside events
     EXPAT_EX::CXMLHandler* m_handler = nullptr;
     std::shared_ptr<XML_ParserStruct> m_parser;
-    unsigned m_events = 0;   // events that are running, one inside the other
-    bool m_feeding = false;  // a parse is running
-    bool m_over = false;     // nobody is to hear of the rest of the document
+    unsigned m_events = 0;      // events that are running, one inside the other
+    bool m_feeding = false;     // a parse is running
+    bool m_over = false;        // nobody is to hear of the rest of the document
     bool m_takes_text = false;  // Expat has a callback for text
     bool m_stale = false;       // m_path doesn't know the latest registrations
 };

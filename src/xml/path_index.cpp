@@ -29,7 +29,8 @@ void path_index::for_each_name(wide_view path, Visit visit) {
 }
 
 path_index::place path_index::walk(place from, wide_view path) const {
-    for_each_name(path, [&](const hashed_name& name) { from = from == k_nowhere ? from : child(from, name); });
+    for_each_name(path,
+                  [&](const hashed_name& name) { from = from == k_nowhere ? from : child(from, name); });
     return from;
 }
 
@@ -52,9 +53,8 @@ path_index::place path_index::make_child(place parent, const hashed_name& name) 
     one.name.assign(name.text);
     m_nodes.push_back(std::move(one));
     enter({name.hash, at});
-    if (m_nodes.size() * 2 > m_table.size()) {
-        const std::vector<slot> before =
-            std::exchange(m_table, std::vector<slot>(m_table.size() * 2));
+    if (m_nodes.size() * 4 > m_table.size()) {
+        const std::vector<slot> before = std::exchange(m_table, std::vector<slot>(m_table.size() * 2));
         for (const slot& entry : before) {
             if (entry.at != k_nowhere) {
                 enter(entry);

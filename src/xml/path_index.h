@@ -5,6 +5,7 @@
 #include "tessel/base/string.h"
 #include "xml/short_text.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -49,7 +50,7 @@ struct hashed_name {
 class path_index {
 public:
     using place = std::uint32_t;
-    static constexpr place k_root = 0;             ///< the empty path
+    static constexpr place k_root = 0;              ///< the empty path
     static constexpr place k_nowhere = 0xFFFFFFFF;  ///< nothing is registered for this path or below it
 
     path_index();
@@ -75,7 +76,7 @@ private:
         place parent = k_nowhere;
         wide_string name;
         path_match match;
-        std::vector<unsigned> ids[k_listener_kinds];  // ascending
+        std::array<std::vector<unsigned>, k_listener_kinds> ids;  // ascending
         bool has_text = false;
     };
 
@@ -98,8 +99,8 @@ private:
     bool is_vacant(const node& one) const;
 
     std::vector<node> m_nodes;
-    std::vector<slot> m_table;  // open addressing, a power of two, at most half full
-    std::map<unsigned, place> m_listeners[k_listener_kinds];
+    std::vector<slot> m_table;  // open addressing, a power of two, at most a quarter full
+    std::array<std::map<unsigned, place>, k_listener_kinds> m_listeners;
     std::map<unsigned, std::uint32_t> m_bound_slots;  // by id, into m_bound
     std::vector<bound_attributes> m_bound;
     std::size_t m_vacated = 0;  // listeners that have left a place since the last tidy

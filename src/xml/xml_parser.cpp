@@ -70,8 +70,7 @@ void CXMLParser::AddTextSelecter(const CTString& path, CTString* target) {
     m_engine->enroll([=](path_index& index) { index.add_text(path, target); });
 }
 
-void CXMLParser::AddAttributeTextSelecter(unsigned int id, const CTString& attribute_name,
-                                          CTString* target) {
+void CXMLParser::AddAttributeTextSelecter(unsigned int id, const CTString& attribute_name, CTString* target) {
     m_engine->enroll([=](path_index& index) { index.add_attribute_text(id, attribute_name, target); });
 }
 
