@@ -29,8 +29,7 @@ std::string ascii(const wide_string& text) {
 }
 
 /// Every test begins with the registry as the process's last selection left it: names are the test's own.
-class LocaleTest : public testing::Test {
-protected:
+struct LocaleTest : testing::Test {
     struct data final : locale_data {
         explicit data(std::string its_name) : name(std::move(its_name)) {}
         wide_string get_string(const wide_string& key) override {

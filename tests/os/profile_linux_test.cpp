@@ -53,8 +53,12 @@ TEST(Profile, ReadsLinesOfAnyLength) {
         SCOPED_TRACE(length);
         const std::string filler(length, 'x');
         const std::string blanks(length, ' ');
-        const ini_file file("[text]\na=" + filler + "\nb='" + filler + "'" + blanks + "\nc=" + blanks +
-                            "v\n" + blanks + "d=v\n[text" + filler + "]\ne=" + filler);
+        std::string text;
+        for (const std::string& piece : {"[text]\na="s, filler, "\nb='"s, filler, "'"s, blanks, "\nc="s,
+                                         blanks, "v\n"s, blanks, "d=v\n[text"s, filler, "]\ne="s, filler}) {
+            text += piece;
+        }
+        const ini_file file(text);
         EXPECT_EQ(read_value(file.name(), TESSEL_W("a"), 16383), wide_string(16382, 'x'));
         EXPECT_EQ(read_value(file.name(), TESSEL_W("b"), 16384), wide_string(16383, 'x'));
         EXPECT_EQ(read_value(file.name(), TESSEL_W("c")), TESSEL_W("v"));

@@ -1,4 +1,4 @@
-// tessel: requests, URLs, error numbers and timers of the library from a shell.
+// tessel: requests, URLs, error numbers, timers, XML and localised texts of the library from a shell.
 #include "command.h"
 
 #include <fmt/core.h>
@@ -17,6 +17,8 @@ int run(int argc, char** argv) {
     command::add_url(program, code);
     command::add_error(program, code);
     command::add_timer(program, code);
+    command::add_xml(program, code);
+    command::add_locale(program, code);
     try {
         program.parse(argc, argv);
     } catch (const CLI::Success& wanted) {  // --help, --version

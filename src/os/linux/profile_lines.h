@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 namespace kro::tessel::os {
 
@@ -181,7 +182,7 @@ private:
     void swap(Unit* from, const Unit* end) const {
         if (m_swapped) {
             std::transform(static_cast<const Unit*>(from), end, from, [](Unit unit) {
-                const auto value = static_cast<std::uint16_t>(unit);
+                const auto value = static_cast<std::make_unsigned_t<Unit>>(unit);
                 return static_cast<Unit>(value >> 8U | value << 8U);
             });
         }
