@@ -69,7 +69,7 @@ void add_locale(CLI::App& program, int& exit_code) {
     verb->add_option("KEY", options->key)->required();
     verb->add_option("ARGS", options->values, "what stands for [0], [1], ...");
     auto* named = verb->add_option("--named", options->named, "what stands for another placeholder");
-    named->type_name("PLACEHOLDER=VALUE")->check(check_named)->take_all()->expected(1);
+    named->type_name("PLACEHOLDER=VALUE")->check(check_named)->allow_extra_args(false);
     verb->add_flag("--json", options->json, "as a line of JSON");
     verb->callback([options, &exit_code] { exit_code = show_locale(*options); });
 }

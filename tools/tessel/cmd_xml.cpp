@@ -189,9 +189,9 @@ void add_xml(CLI::App& program, int& exit_code) {
     auto options = std::make_shared<xml_options>();
     verb->add_option("FILE", options->file, "- is standard input")->required();
     auto* texts = verb->add_option("--text", options->texts, "the text of each element at this path");
-    texts->type_name("PATH")->check(check_path)->take_all()->expected(1);
+    texts->type_name("PATH")->check(check_path)->allow_extra_args(false);
     auto* attributes = verb->add_option("--attr", options->attributes, "the attribute of each such element");
-    attributes->type_name("PATH@NAME")->check(check_attribute)->take_all()->expected(1);
+    attributes->type_name("PATH@NAME")->check(check_attribute)->allow_extra_args(false);
     verb->add_flag("--events", options->events, "the events of these paths as well");
     verb->add_flag("--json", options->json, "as lines of JSON");
     verb->callback([options, &exit_code] {
