@@ -60,6 +60,9 @@ URL get
 --proxy get --proxy host:70000 $site
 --method request --method BREW $site
 --method request $site
+--attr xml --attr title $work/body
+--events xml --events $work/body
+KEY locale $work/body
 body request --method get --data x $site
 --data get --data x $site
 --data-file post --data-file $work/none $site
@@ -105,6 +108,20 @@ printf 'Title\n\na & b\n\nü\n' | cmp - "$work/out" || complain "text of a URL"
 expect 3 text "$site/none"
 expect 1 text "$work/none"
 err_has "can't be read"
+echo '<book><title lang="de">&#220;ber</title><title>Zwei</title></book>' > "$work/book.xml"
+expect 0 xml --text /book/title "$work/book.xml"
+[ "$(cat "$work/out")" = "$(printf 'Über\nZwei')" ] || complain "not the two titles"
+expect 0 xml --json --events --attr /book/title@lang "$work/book.xml"
+out_has '{"event":"OnStartNodeEvent","path":"/book/title"}'
+out_has '{"path":"/book/title","attribute":"lang","value":"de"}'
+expect 1 xml "$work/body"
+err_has 'no well-formed XML'
+expect 1 xml "$work/none"
+printf '[text]\nhello="[1], {user}: [0]"\n' > "$work/german.ini"
+expect 0 locale --json --named '{user}=Änn' "$work/german.ini" HELLO a b
+out_has '{"key":"HELLO","text":"b, Änn: a"}'
+expect 1 locale "$work/german.ini" none
+err_has 'no text for none'
 
 # The slow one is first, so it comes first; all of it is there.
 expect 0 get "$site/slow.txt" "$site/fast.txt"

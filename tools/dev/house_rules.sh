@@ -22,6 +22,8 @@ forbid "only the system's folder below src/os knows this library" \
     "^\s*#\s*include\s*[<\"]($libraries)" 'src/*' 'include/*' 'tools/*' ':!src/os/linux/*' ':!src/os/windows/*'
 forbid "above the seam, include the contract in src/os" \
     '^\s*#\s*include\s*"os/(linux|windows)/' 'src/*' ':!src/os/linux/*' ':!src/os/windows/*'
+forbid "Expat's two builds share this header: include xml/expat_wide.h" \
+    '^\s*#\s*include\s*<expat' 'src/*' 'include/*' 'tools/*' 'bench/*' 'fuzz/*' ':!src/xml/expat_wide.h'
 forbid "a public header includes <tessel/...> and the standard library only" \
     '^\s*#\s*include\s*("|<(?!tessel/)[^>]*[/.])' 'include/*'
 forbid "the system is told apart in tessel/base/types.h and in CMake only" \

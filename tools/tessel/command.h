@@ -19,5 +19,7 @@ void add_text(CLI::App& program, int& exit_code);
 void add_url(CLI::App& program, int& exit_code);
 void add_error(CLI::App& program, int& exit_code);
 void add_timer(CLI::App& program, int& exit_code);
+void add_xml(CLI::App& program, int& exit_code);
+void add_locale(CLI::App& program, int& exit_code);
 
 }  // namespace command

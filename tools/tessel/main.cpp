@@ -20,6 +20,8 @@ int run(int argc, char** argv) {
     command::add_text(program, code);
     command::add_error(program, code);
     command::add_timer(program, code);
+    command::add_xml(program, code);
+    command::add_locale(program, code);
     try {
         program.parse(argc, argv);
     } catch (const CLI::Success& wanted) {  // --help, --version

@@ -1,0 +1,1 @@
+#include "os/profile_contract.h"
