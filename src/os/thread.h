@@ -12,8 +12,9 @@ std::uint32_t current_thread_id() noexcept;
 /// The pseudo-handle that denotes whichever thread uses it: -2.
 void* current_thread_handle() noexcept;
 
-/// Whether this process is a copy that another one made of itself (a fork; never where there is none). Only the
-/// thread that made it runs in it, and locks that others held stay held: nothing of ours may wait for them.
+/// Whether this process is a copy that another one made of itself (a fork; never where there is none). Only
+/// the thread that made it runs in it, and locks that others held stay held: nothing of ours may wait for
+/// them.
 bool process_was_forked() noexcept;
 
 /// Milliseconds since the system started, modulo 2^32 (it wraps after 49.7 days; unsigned differences

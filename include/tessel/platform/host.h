@@ -49,10 +49,11 @@ struct credentials_request {
 using credentials_prompt = bool (*)(credentials_request& request);
 
 /// Sets the prompt behind the authentication dialogue on Linux; null brings the default back. That is the
-/// program named by the environment variable TESSEL_ASKPASS, else SSH_ASKPASS: it is run without a shell, with
-/// the question as its argument, once for the user name and once for the password, and writes the answer as a
-/// line of UTF-8; the loop turns meanwhile. No program, no answer, a status other than 0 or five minutes without
-/// an end count as "cancelled". On Windows the system's own dialogue is shown and the prompt isn't used.
+/// program named by the environment variable TESSEL_ASKPASS, else SSH_ASKPASS: it is run without a shell,
+/// with the question as its argument, once for the user name and once for the password, and writes the answer
+/// as a line of UTF-8; the loop turns meanwhile. No program, no answer, a status other than 0 or five minutes
+/// without an end count as "cancelled". On Windows the system's own dialogue is shown and the prompt isn't
+/// used.
 TESSEL_API void set_credentials_prompt(credentials_prompt prompt);
 
 /// A message loop for hosts that have none of their own. On Linux each function turns the GLib main

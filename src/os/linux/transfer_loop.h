@@ -143,7 +143,7 @@ private:
     std::uint64_t m_next_check = k_never;
     std::uint64_t m_next_sent = k_never;
     std::uint64_t m_next_start = k_never;  // nothing starts before: there were no descriptors
-    bool m_unfinished = false;  // the turn ended with exchanges to be looked after
+    bool m_unfinished = false;             // the turn ended with exchanges to be looked after
 };
 
 }  // namespace kro::tessel::os
