@@ -8,7 +8,6 @@
 #include <string>
 #include <string_view>
 #include <thread>
-#include <vector>
 
 namespace {
 
@@ -205,9 +204,9 @@ TEST(HtmlText, TakesHostileMarkup) {
 }
 
 TEST(HtmlText, WorksOnThreadsAtOnce) {
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([] {
+    std::thread threads[4];
+    for (std::thread& thread : threads) {
+        thread = std::thread([] {
             for (int run = 0; run < 50; ++run) {
                 EXPECT_EQ(text_of("<p>a<table><tr><td>b<td>c</table>"), "a\nb\tc");
             }
