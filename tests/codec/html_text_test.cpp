@@ -162,7 +162,7 @@ TEST(HtmlText, IsTheSameInPieces) {
 }
 
 std::string repeated(const std::string& unit) {
-    constexpr std::size_t k_size = std::size_t{1} << 20U;
+    constexpr std::size_t k_size = std::size_t{512} << 10U;
     std::string text;
     text.reserve(k_size + unit.size());
     while (text.size() < k_size) {
