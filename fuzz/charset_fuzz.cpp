@@ -1,6 +1,6 @@
 // Any bytes as a received body: they convert, in pieces of any size to the same text as in one.
+#include "base/text_pieces.h"
 #include "http/charset.h"
-#include "http/content_text.h"
 #include "tessel/http/buffer_content.h"
 
 #include <cstdint>
@@ -20,7 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                                    const_cast<char*>(bytes.data())};
     const auto text = http::buffer_content_to_string(&chunk, false);
     const std::uint32_t page = http::detect_code_page(bytes);
-    if (text.size() > bytes.size() || text != http::widen_in_pieces(page, bytes, piece)) {
+    if (text.size() > bytes.size() || text != kro::tessel::widen_in_pieces(page, bytes, piece)) {
         std::abort();
     }
     return 0;

@@ -3,8 +3,10 @@
 #include "os/cipher.h"
 
 #include "base/text_conversion.h"
+#include "base/text_pieces.h"
 #include "codec/hexadecimal.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <exception>
 #include <string>
@@ -51,6 +53,19 @@ void cut_at_zero(std::string& bytes) {
     }
 }
 
+// In pieces by way of the stack: the text isn't cleared before it is written.
+void append_digits(std::string_view bytes, wide_string& digits) {
+    constexpr std::size_t k_piece = 2048;
+    wchar room[2 * k_piece];
+    digits.reserve(2 * bytes.size());
+    while (!bytes.empty()) {
+        const std::size_t count = std::min(bytes.size(), k_piece);
+        write_hexadecimal(reinterpret_cast<const unsigned char*>(bytes.data()), count, room);
+        digits.append(room, 2 * count);
+        bytes.remove_prefix(count);
+    }
+}
+
 bool encrypt(wide_view text, int flag, const char* key, wide_string& digits) {
     std::string bytes = kro::tessel::narrow(k_ansi, text);
     cut_at_zero(bytes);
@@ -58,8 +73,7 @@ bool encrypt(wide_view text, int flag, const char* key, wide_string& digits) {
     if (!run_cipher(flag == k_encrypt ? cipher_direction::encrypt : cipher_direction::decrypt, key, bytes)) {
         return false;
     }
-    digits.resize(2 * bytes.size());
-    write_hexadecimal(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), digits.data());
+    append_digits(bytes, digits);
     return true;
 }
 
@@ -98,7 +112,7 @@ bool decrypt(wide_view digits, const char* key, wide_string& text) {
     }
     cipher.blocks.resize(cipher.count);
     cut_at_zero(cipher.blocks);
-    text = kro::tessel::widen(k_ansi, cipher.blocks);
+    text = kro::tessel::widen_in_pieces(k_ansi, cipher.blocks);
     return true;
 }
 

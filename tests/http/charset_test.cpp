@@ -2,8 +2,8 @@
 // searched bytes, or a text cut inside a character shows as garbage on the host's screen.
 #include "http/charset.h"
 
+#include "base/text_pieces.h"
 #include "http/buffer_chain.h"
-#include "http/content_text.h"
 #include "tessel/http/buffer_content.h"
 #include "tessel/platform/host.h"
 
@@ -19,11 +19,11 @@ namespace {
 
 using namespace std::string_literals;
 using kro::tessel::CTString;
+using kro::tessel::widen_in_pieces;
 using kro::tessel::http::_buffer_content;
 using kro::tessel::http::buffer_content_to_string;
 using kro::tessel::http::code_page_of_charset;
 using kro::tessel::http::detect_code_page;
-using kro::tessel::http::widen_in_pieces;
 
 struct ansi_page {
     explicit ansi_page(std::uint32_t number) { EXPECT_TRUE(kro::tessel::set_ansi_code_page(number)); }

@@ -1,121 +1,14 @@
 #include "html_nesting.h"
 
 #include "html_quirks.h"
+#include "html_tags.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <iterator>
 
 namespace kro::tessel::os {
 namespace {
-
-using traits = std::uint16_t;
-constexpr traits k_special = 1;   // an end tag of an inline element doesn't close across it
-constexpr traits k_closes_p = 2;  // its start tag ends an open p
-constexpr traits k_scope = 4;     // the boundaries of scopes
-constexpr traits k_button_scope = 8;
-constexpr traits k_list_scope = 16;
-constexpr traits k_table_scope = 32;
-constexpr traits k_written = 64;       // counts for the text
-constexpr traits k_void = 128;         // has no content
-constexpr traits k_implied_end = 256;  // is ended where something around it is
-constexpr traits k_replaced = 512;     // shows something else than its content
-constexpr traits k_raw = 1024;         // its content is text alone
-constexpr traits k_block_end = 2048;   // its end tag ends all that is open inside
-constexpr traits k_ends_svg = 4096;    // its start tag ends an svg
-
-using traits_table = std::array<traits, GUMBO_TAG_LAST + 1>;
-
-constexpr void add(traits_table& table, traits added, std::initializer_list<GumboTag> tags) {
-    for (const GumboTag tag : tags) {
-        table[tag] = static_cast<traits>(table[tag] | added);
-    }
-}
-
-constexpr traits_table traits_of_tags() {
-    traits_table table{};
-    // Blocks as most are: each has all the traits of one.
-    add(table, k_special | k_closes_p | k_written | k_block_end,
-        {GUMBO_TAG_ADDRESS, GUMBO_TAG_ARTICLE,    GUMBO_TAG_ASIDE,  GUMBO_TAG_BLOCKQUOTE, GUMBO_TAG_CENTER,
-         GUMBO_TAG_DETAILS, GUMBO_TAG_DIR,        GUMBO_TAG_DIV,    GUMBO_TAG_DL,         GUMBO_TAG_FIELDSET,
-         GUMBO_TAG_FIGURE,  GUMBO_TAG_FIGCAPTION, GUMBO_TAG_FOOTER, GUMBO_TAG_HEADER,     GUMBO_TAG_HGROUP,
-         GUMBO_TAG_MAIN,    GUMBO_TAG_MENU,       GUMBO_TAG_NAV,    GUMBO_TAG_OL,         GUMBO_TAG_SECTION,
-         GUMBO_TAG_SUMMARY, GUMBO_TAG_UL,         GUMBO_TAG_PRE,    GUMBO_TAG_LISTING});
-    add(table, k_special | k_closes_p | k_written,
-        {GUMBO_TAG_P, GUMBO_TAG_FORM, GUMBO_TAG_H1, GUMBO_TAG_H2, GUMBO_TAG_H3, GUMBO_TAG_H4, GUMBO_TAG_H5,
-         GUMBO_TAG_H6, GUMBO_TAG_HR, GUMBO_TAG_XMP, GUMBO_TAG_PLAINTEXT});
-    add(table, k_special | k_written,
-        {GUMBO_TAG_BR, GUMBO_TAG_LI, GUMBO_TAG_DD, GUMBO_TAG_DT, GUMBO_TAG_BUTTON, GUMBO_TAG_SELECT,
-         GUMBO_TAG_TABLE, GUMBO_TAG_CAPTION, GUMBO_TAG_TBODY, GUMBO_TAG_THEAD, GUMBO_TAG_TFOOT, GUMBO_TAG_TR,
-         GUMBO_TAG_TD, GUMBO_TAG_TH, GUMBO_TAG_OBJECT, GUMBO_TAG_APPLET, GUMBO_TAG_MARQUEE});
-    add(table, k_written,
-        {GUMBO_TAG_LEGEND, GUMBO_TAG_OPTION, GUMBO_TAG_OPTGROUP, GUMBO_TAG_VIDEO, GUMBO_TAG_AUDIO,
-         GUMBO_TAG_CANVAS, GUMBO_TAG_PROGRESS, GUMBO_TAG_METER, GUMBO_TAG_DATALIST, GUMBO_TAG_RP});
-    add(table, k_special, {GUMBO_TAG_NOSCRIPT, GUMBO_TAG_TEMPLATE});
-    add(table, k_block_end, {GUMBO_TAG_BUTTON, GUMBO_TAG_OBJECT, GUMBO_TAG_APPLET, GUMBO_TAG_MARQUEE});
-    add(table, k_scope | k_table_scope, {GUMBO_TAG_TABLE, GUMBO_TAG_TEMPLATE});
-    add(table, k_scope,
-        {GUMBO_TAG_CAPTION, GUMBO_TAG_TD, GUMBO_TAG_TH, GUMBO_TAG_OBJECT, GUMBO_TAG_APPLET, GUMBO_TAG_MARQUEE,
-         GUMBO_TAG_SVG, GUMBO_TAG_FOREIGNOBJECT});
-    add(table, k_button_scope, {GUMBO_TAG_BUTTON});
-    add(table, k_list_scope, {GUMBO_TAG_OL, GUMBO_TAG_UL});
-    add(table, k_implied_end,
-        {GUMBO_TAG_DD, GUMBO_TAG_DT, GUMBO_TAG_LI, GUMBO_TAG_OPTGROUP, GUMBO_TAG_OPTION, GUMBO_TAG_P,
-         GUMBO_TAG_RB, GUMBO_TAG_RP, GUMBO_TAG_RT, GUMBO_TAG_RTC});
-    add(table, k_void,
-        {GUMBO_TAG_AREA, GUMBO_TAG_BASE, GUMBO_TAG_BASEFONT, GUMBO_TAG_BGSOUND, GUMBO_TAG_BR, GUMBO_TAG_COL,
-         GUMBO_TAG_EMBED, GUMBO_TAG_FRAME, GUMBO_TAG_HR, GUMBO_TAG_IMG, GUMBO_TAG_IMAGE, GUMBO_TAG_INPUT,
-         GUMBO_TAG_KEYGEN, GUMBO_TAG_LINK, GUMBO_TAG_META, GUMBO_TAG_PARAM, GUMBO_TAG_SOURCE, GUMBO_TAG_TRACK,
-         GUMBO_TAG_WBR});
-    add(table, k_replaced,
-        {GUMBO_TAG_EMBED, GUMBO_TAG_IMG, GUMBO_TAG_IMAGE, GUMBO_TAG_INPUT, GUMBO_TAG_KEYGEN, GUMBO_TAG_IFRAME,
-         GUMBO_TAG_TEXTAREA});
-    add(table, k_raw,
-        {GUMBO_TAG_IFRAME, GUMBO_TAG_TEXTAREA, GUMBO_TAG_SCRIPT, GUMBO_TAG_STYLE, GUMBO_TAG_TITLE,
-         GUMBO_TAG_NOEMBED, GUMBO_TAG_NOFRAMES, GUMBO_TAG_XMP, GUMBO_TAG_PLAINTEXT});
-    add(table, k_ends_svg,
-        {GUMBO_TAG_B,      GUMBO_TAG_BIG,    GUMBO_TAG_BLOCKQUOTE, GUMBO_TAG_BODY,  GUMBO_TAG_BR,
-         GUMBO_TAG_CENTER, GUMBO_TAG_CODE,   GUMBO_TAG_DD,         GUMBO_TAG_DIV,   GUMBO_TAG_DL,
-         GUMBO_TAG_DT,     GUMBO_TAG_EM,     GUMBO_TAG_EMBED,      GUMBO_TAG_H1,    GUMBO_TAG_H2,
-         GUMBO_TAG_H3,     GUMBO_TAG_H4,     GUMBO_TAG_H5,         GUMBO_TAG_H6,    GUMBO_TAG_HEAD,
-         GUMBO_TAG_HR,     GUMBO_TAG_I,      GUMBO_TAG_IMG,        GUMBO_TAG_LI,    GUMBO_TAG_LISTING,
-         GUMBO_TAG_MENU,   GUMBO_TAG_META,   GUMBO_TAG_NOBR,       GUMBO_TAG_OL,    GUMBO_TAG_P,
-         GUMBO_TAG_PRE,    GUMBO_TAG_RUBY,   GUMBO_TAG_S,          GUMBO_TAG_SMALL, GUMBO_TAG_SPAN,
-         GUMBO_TAG_STRONG, GUMBO_TAG_STRIKE, GUMBO_TAG_SUB,        GUMBO_TAG_SUP,   GUMBO_TAG_TABLE,
-         GUMBO_TAG_TT,     GUMBO_TAG_U,      GUMBO_TAG_UL,         GUMBO_TAG_VAR});
-    return table;
-}
-
-constexpr traits_table k_traits = traits_of_tags();
-
-bool has(GumboTag tag, traits wanted) {
-    return (k_traits[tag] & wanted) != 0;
-}
-
-bool is_heading(GumboTag tag) {
-    return tag >= GUMBO_TAG_H1 && tag <= GUMBO_TAG_H6;
-}
-
-bool is_one_of(GumboTag tag, std::initializer_list<GumboTag> tags) {
-    return std::find(tags.begin(), tags.end(), tag) != tags.end();
-}
-
-bool is_table_context(GumboTag tag) {
-    return is_one_of(tag, {GUMBO_TAG_TABLE, GUMBO_TAG_TBODY, GUMBO_TAG_THEAD, GUMBO_TAG_TFOOT, GUMBO_TAG_TR});
-}
-
-bool is_table_part(GumboTag tag) {
-    return is_one_of(tag, {GUMBO_TAG_CAPTION, GUMBO_TAG_TBODY, GUMBO_TAG_THEAD, GUMBO_TAG_TFOOT, GUMBO_TAG_TR,
-                           GUMBO_TAG_TD, GUMBO_TAG_TH});
-}
-
-// Those that the standard closes around open blocks, which go on behind.
-bool is_formatting(GumboTag tag) {
-    return is_one_of(tag, {GUMBO_TAG_A, GUMBO_TAG_B, GUMBO_TAG_BIG, GUMBO_TAG_CODE, GUMBO_TAG_EM,
-                           GUMBO_TAG_FONT, GUMBO_TAG_I, GUMBO_TAG_NOBR, GUMBO_TAG_S, GUMBO_TAG_SMALL,
-                           GUMBO_TAG_STRIKE, GUMBO_TAG_STRONG, GUMBO_TAG_TT, GUMBO_TAG_U});
-}
 
 // FNV-1a over the lower-case name.
 std::uint32_t hash_of(std::string_view name) {
@@ -154,14 +47,6 @@ bool may_be_control(char character) {
     return (byte < 0x20 && !is_html_space(character)) || byte == 0x7F || byte == 0xC2;
 }
 
-// The name of an element in the output, null for those that aren't in it.
-const char* written_name(GumboTag tag) {
-    if (tag == GUMBO_TAG_FORM || tag == GUMBO_TAG_TEMPLATE) {
-        return "div";  // gumbo moves a form's last text behind it; a template's content is elsewhere
-    }
-    return has(tag, k_written) ? gumbo_normalized_tagname(tag) : nullptr;
-}
-
 }  // namespace
 
 // ---- The open elements
@@ -175,7 +60,7 @@ bool html_nesting::find_in_scope(std::initializer_list<GumboTag> wanted, std::ui
         if (is_one_of(m_open[index].tag, wanted)) {
             return true;
         }
-        if (has(m_open[index].tag, boundaries)) {
+        if (has_trait(m_open[index].tag, boundaries)) {
             return false;
         }
     }
@@ -461,7 +346,7 @@ bool html_nesting::start_in_svg(const html_token& token) {
     if (top() != GUMBO_TAG_SVG) {
         return false;
     }
-    if (has(token.tag, k_ends_svg)) {
+    if (has_trait(token.tag, k_ends_svg)) {
         while (top() == GUMBO_TAG_SVG) {
             pop();
         }
@@ -521,7 +406,7 @@ bool html_nesting::start_table_part(const html_token& token) {
     }
     if (is_section) {
         clear_to({GUMBO_TAG_TABLE});
-        if (has(token.tag, k_written)) {  // not the columns
+        if (has_trait(token.tag, k_written)) {  // not the columns
             push(token, written_name(token.tag));
         }
         return true;
@@ -542,14 +427,14 @@ bool html_nesting::start_table_part(const html_token& token) {
 }
 
 bool html_nesting::start_raw(html_reader& reader, const html_token& token) {
-    if (!has(token.tag, k_raw)) {
+    if (!has_trait(token.tag, k_raw)) {
         return false;
     }
     const std::string_view content =
         token.tag == GUMBO_TAG_PLAINTEXT ? reader.rest() : reader.raw_content(token.name);
-    if (has(token.tag, k_replaced)) {
+    if (has_trait(token.tag, k_replaced)) {
         start_replaced(token);
-    } else if (has(token.tag, k_written)) {
+    } else if (has_trait(token.tag, k_written)) {
         close_p();
         push(token, written_name(token.tag));
         m_piece.append(content);
@@ -579,16 +464,16 @@ void html_nesting::start_svg(const html_token& token) {
 }
 
 void html_nesting::start_empty(const html_token& token) {
-    if (has(token.tag, k_replaced)) {
+    if (has_trait(token.tag, k_replaced)) {
         start_replaced(token);
-    } else if (has(token.tag, k_written) && !token.marks.hides()) {
+    } else if (has_trait(token.tag, k_written) && !token.marks.hides()) {
         write_replaced(written_name(token.tag));
     }
 }
 
 // What must be closed before an element of its kind begins.
 void html_nesting::close_before(GumboTag tag) {
-    if (has(tag, k_closes_p) || (tag == GUMBO_TAG_TABLE && !m_quirks)) {
+    if (has_trait(tag, k_closes_p) || (tag == GUMBO_TAG_TABLE && !m_quirks)) {
         close_p();
     }
     std::size_t index = 0;
@@ -617,7 +502,7 @@ void html_nesting::start_list_item(const html_token& token) {
             pop_through(index);
             break;
         }
-        if (has(tag, k_special | k_scope) &&
+        if (has_trait(tag, k_special | k_scope) &&
             !is_one_of(tag, {GUMBO_TAG_ADDRESS, GUMBO_TAG_DIV, GUMBO_TAG_P})) {
             break;
         }
@@ -644,13 +529,13 @@ void html_nesting::start_in_body(const html_token& token) {
         return;
     }
     close_before(tag);
-    if (has(tag, k_void | k_replaced)) {
+    if (has_trait(tag, k_void | k_replaced)) {
         start_empty(token);
     } else if (is_one_of(tag, {GUMBO_TAG_LI, GUMBO_TAG_DD, GUMBO_TAG_DT})) {
         start_list_item(token);
     } else if (tag == GUMBO_TAG_SVG) {
         start_svg(token);
-    } else if (has(tag, k_written | k_special)) {
+    } else if (has_trait(tag, k_written | k_special)) {
         push(token, written_name(tag));
     } else {
         start_inline(token);
@@ -660,9 +545,9 @@ void html_nesting::start_in_body(const html_token& token) {
 // ---- End tags
 
 void html_nesting::end_in_scope(GumboTag tag) {
-    const traits boundaries = tag == GUMBO_TAG_P    ? k_scope | k_button_scope
-                              : tag == GUMBO_TAG_LI ? k_scope | k_list_scope
-                                                    : k_scope;
+    const html_traits boundaries = tag == GUMBO_TAG_P    ? k_scope | k_button_scope
+                                   : tag == GUMBO_TAG_LI ? k_scope | k_list_scope
+                                                         : k_scope;
     std::size_t index = 0;
     if (find_in_scope({tag}, boundaries, index)) {
         pop_through(index);
@@ -676,13 +561,13 @@ void html_nesting::end_inline(const element& wanted) {
     if (m_counts[wanted.tag] == 0) {
         return;
     }
-    const traits boundaries = is_formatting(wanted.tag) ? k_scope : k_special | k_scope;
+    const html_traits boundaries = is_formatting(wanted.tag) ? k_scope : k_special | k_scope;
     for (std::size_t index = m_open.size(); index-- != 0;) {
         if (m_open[index].tag == wanted.tag && m_open[index].name_hash == wanted.name_hash) {
             close_around(index);
             return;
         }
-        if (has(m_open[index].tag, boundaries)) {
+        if (has_trait(m_open[index].tag, boundaries)) {
             return;
         }
     }
@@ -693,7 +578,7 @@ void html_nesting::close_around(std::size_t index) {
     std::vector<element> blocks;
     std::copy_if(m_open.begin() + static_cast<std::ptrdiff_t>(index) + 1, m_open.end(),
                  std::back_inserter(blocks),
-                 [](const element& opened) { return has(opened.tag, k_special); });
+                 [](const element& opened) { return has_trait(opened.tag, k_special); });
     pop_through(index);
     for (const element& block : blocks) {
         open(block);
@@ -706,7 +591,7 @@ void html_nesting::end_form() {
     if (!find_in_scope({GUMBO_TAG_FORM}, k_scope, index)) {
         return;
     }
-    while (has(top(), k_implied_end)) {
+    while (has_trait(top(), k_implied_end)) {
         pop();
     }
     if (top() == GUMBO_TAG_FORM) {
@@ -737,12 +622,12 @@ void html_nesting::end(const html_token& token) {
     } else if (is_one_of(tag,
                          {GUMBO_TAG_TABLE, GUMBO_TAG_CAPTION, GUMBO_TAG_TBODY, GUMBO_TAG_THEAD,
                           GUMBO_TAG_TFOOT, GUMBO_TAG_TR, GUMBO_TAG_TD, GUMBO_TAG_TH, GUMBO_TAG_TEMPLATE})) {
-        if (find_in_scope({tag}, tag == GUMBO_TAG_TEMPLATE ? traits{0} : k_table_scope, index)) {
+        if (find_in_scope({tag}, tag == GUMBO_TAG_TEMPLATE ? html_traits{0} : k_table_scope, index)) {
             pop_through(index);
         }
     } else if (is_one_of(tag, {GUMBO_TAG_P, GUMBO_TAG_LI, GUMBO_TAG_DD, GUMBO_TAG_DT, GUMBO_TAG_SELECT,
                                GUMBO_TAG_SVG, GUMBO_TAG_FOREIGNOBJECT}) ||
-               has(tag, k_block_end)) {
+               has_trait(tag, k_block_end)) {
         end_in_scope(tag);
     } else {
         element wanted;

@@ -31,9 +31,8 @@ inline constexpr char k_mark_visible = 'v';    ///< v=1 visible, v=0 not
 
 class html_nesting {
 public:
-    /// take: gets each piece, in order. A piece that isn't the last ends in a wbr; the elements around that
-    /// are
-    ///       still open and open the next piece.
+    /// Gets each piece, in order. One that isn't the last ends in a wbr; the elements around that are still
+    /// open and open the next piece.
     using piece_handler = std::function<void(std::string& piece)>;
 
     explicit html_nesting(piece_handler take) : m_take(std::move(take)) {}

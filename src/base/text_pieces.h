@@ -1,4 +1,4 @@
-// Converting received bytes of any length to text.
+// Converting bytes of any length to text.
 #pragma once
 
 #include "tessel/base/string.h"
@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string_view>
 
-namespace kro::tessel::http {
+namespace kro::tessel {
 
 /// Bytes that are converted at a time: they and their text stay in the processor's nearest cache, and the
 /// text needs neither a first pass for its length nor memory that is cleared only to be written over.
@@ -18,4 +18,4 @@ inline constexpr std::size_t k_text_piece = 8192;
 /// Throws: std::bad_alloc, std::length_error.
 CTString widen_in_pieces(std::uint32_t page, std::string_view bytes, std::size_t piece = k_text_piece);
 
-}  // namespace kro::tessel::http
+}  // namespace kro::tessel
