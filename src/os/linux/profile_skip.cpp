@@ -10,8 +10,8 @@ namespace {
 /// Which of 32 bytes are CR or LF.
 std::uint32_t line_end_bits(const char* block) {
     std::uint32_t bits = 0;
-    for (int half = 0; half < 2; ++half) {
-        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block + 16 * half));
+    for (std::size_t half = 0; half < 2; ++half) {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block) + half);
         const __m128i ends = _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('\r')),
                                           _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\n')));
         bits |= static_cast<std::uint32_t>(_mm_movemask_epi8(ends)) << (16 * half);
