@@ -76,17 +76,17 @@ public:
                           [](wchar left, wchar right) { return folded(left) == right; });
     }
 
-    /// Whether a line can hold the name as its key; looks at a few units only.
-    template <class Unit>
-    bool may_begin(std::basic_string_view<Unit> line) const {
-        if (!m_is_ascii || m_folded.empty()) {
-            return true;
+    /// Lets sections pass and lines that can have the name as their key. It costs most lines a look at two
+    /// units.
+    line_filter filter() const {
+        line_filter pass;
+        if (m_is_ascii && !m_folded.empty()) {
+            const char last = static_cast<char>(m_folded.back());
+            pass.length = m_folded.size();
+            pass.upper = last;
+            pass.lower = last >= 'A' && last <= 'Z' ? static_cast<char>(last - 'A' + 'a') : last;
         }
-        const std::size_t length = m_folded.size();
-        if (line.size() < length || !begins_with_same(line[length - 1], length - 1)) {
-            return false;
-        }
-        return line.size() == length || !is_name_unit(line[length]) ? begins(line) : false;
+        return pass;
     }
 
 private:
@@ -105,11 +105,6 @@ private:
         return true;
     }
 
-    template <class Unit>
-    static bool is_name_unit(Unit unit) {
-        return unit != Unit('=') && unit != Unit(0) && !is_blank(unit);
-    }
-
     wide_string m_folded;
     bool m_is_ascii = true;
 };
@@ -124,13 +119,14 @@ public:
     std::optional<wide_string> find(const wanted_name& section, const wanted_name& key, std::size_t longest) {
         profile_line<Unit> line;
         bool inside = false;
-        while (m_lines.next(line)) {
+        const line_filter filter = key.filter();
+        while (m_lines.next(line, filter)) {
             if (!line.head.empty() && line.head.front() == Unit('[') && takes_section_name(line)) {
                 if (inside) {
                     break;
                 }
                 inside = section.equals(wide_view(m_section), m_how);
-            } else if (inside && key.may_begin(line.head) && is_key(line, key)) {
+            } else if (inside && is_key(line, key)) {
                 return value(line, longest);
             }
         }

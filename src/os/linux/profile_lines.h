@@ -3,7 +3,7 @@
 
 #include "os/profile.h"
 
-#include <emmintrin.h>
+#include "profile_skip.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -36,11 +36,6 @@ private:
 };
 
 template <class Unit>
-constexpr bool is_blank(Unit unit) {
-    return unit == Unit(' ') || unit == Unit('\t');
-}
-
-template <class Unit>
 std::basic_string_view<Unit> without_blanks_in_front(std::basic_string_view<Unit> text) {
     while (!text.empty() && is_blank(text.front())) {
         text.remove_prefix(1);
@@ -61,32 +56,13 @@ std::basic_string_view<Unit> without_blanks(std::basic_string_view<Unit> text) {
     return without_blanks_behind(without_blanks_in_front(text));
 }
 
-/// The first CR or LF, or `end`.
-template <class Unit>
-const Unit* find_line_end(const Unit* from, const Unit* end) {
-    constexpr bool k_wide = sizeof(Unit) == 2;
-    constexpr std::ptrdiff_t k_block = 16 / sizeof(Unit);
-    const __m128i cr = k_wide ? _mm_set1_epi16('\r') : _mm_set1_epi8('\r');
-    const __m128i lf = k_wide ? _mm_set1_epi16('\n') : _mm_set1_epi8('\n');
-    for (; end - from >= k_block; from += k_block) {
-        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
-        const __m128i ends = k_wide ? _mm_or_si128(_mm_cmpeq_epi16(block, cr), _mm_cmpeq_epi16(block, lf))
-                                    : _mm_or_si128(_mm_cmpeq_epi8(block, cr), _mm_cmpeq_epi8(block, lf));
-        const int mask = _mm_movemask_epi8(ends);
-        if (mask != 0) {
-            return from + static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask))) / sizeof(Unit);
-        }
-    }
-    return std::find_if(from, end, [](Unit unit) { return unit == Unit('\r') || unit == Unit('\n'); });
-}
-
 /// A line, without the blanks in front. Of one that doesn't fit into the window the rest is told only as far
 /// as it can matter.
 template <class Unit>
 struct profile_line {
     std::basic_string_view<Unit> head;
     Unit last_of_rest = 0;         ///< its last unit that is no blank; 0 when there is none
-    bool bracket_in_rest = false;  ///< whether it has a "]"
+    bool bracket_in_rest = false;  ///< whether it has a "]"; only where last_of_rest isn't 0
 };
 
 inline constexpr std::size_t k_profile_window = std::size_t{64} << 10U;  // bytes
@@ -104,15 +80,17 @@ public:
         swap(m_window, m_filled);
     }
 
-    /// The next line, valid until the next call; false at the end of the file.
-    bool next(profile_line<Unit>& line) {
+    /// The next line that passes, valid until the next call; false at the end of the file.
+    bool next(profile_line<Unit>& line, const line_filter& filter) {
         for (;;) {
+            m_at = skip_lines<Unit>(m_at, m_filled, filter);
             while (m_at != m_filled && is_blank(*m_at)) {
                 ++m_at;
             }
-            const Unit* const end = find_line_end(m_at, m_filled);
+            const Unit* const end = find_line_end<Unit>(m_at, m_filled);
             if (end != m_filled) {
-                line = {{m_at, static_cast<std::size_t>(end - m_at)}};
+                line.head = {m_at, static_cast<std::size_t>(end - m_at)};
+                line.last_of_rest = 0;
                 m_at = end + 1;
                 return true;
             }
@@ -164,8 +142,8 @@ private:
     void take_rest(profile_line<Unit>& line) {
         const Unit* end = m_filled;
         while (end == m_filled && refill()) {
-            end = find_line_end(m_at, m_filled);
-            std::basic_string_view<Unit> piece(m_at, static_cast<std::size_t>(end - m_at));
+            end = find_line_end<Unit>(m_at, m_filled);
+            std::basic_string_view<Unit> piece = {m_at, static_cast<std::size_t>(end - m_at)};
             if (has_bare_sign()) {
                 piece = without_blanks_in_front(piece);
             }
