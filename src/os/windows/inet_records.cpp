@@ -59,8 +59,8 @@ std::vector<inet_records::pointer> inet_records::take(inet_handle handle) {
     if (top == m_open.end()) {
         return taken;
     }
-    if (top->second->kind() ==
-        inet_kind::request) {  // nothing is below it: thousands may be closed one by one
+    // Nothing is below a request, and thousands may be closed one by one.
+    if (top->second->kind() == inet_kind::request) {
         taken.push_back(top->second);
         m_open.erase(top);
         return taken;
