@@ -120,7 +120,7 @@ public:
 
 private:
     void play(test_server& server, const std::vector<std::string>& answers) try {
-        for (std::string answer : answers) {
+        for (const std::string& answer : answers) {
             if (!m_connection.is_open()) {
                 m_connection = server.accept();
             }

@@ -59,6 +59,12 @@ std::vector<inet_records::pointer> inet_records::take(inet_handle handle) {
     if (top == m_open.end()) {
         return taken;
     }
+    // Nothing is below a request, and thousands may be closed one by one.
+    if (top->second->kind() == inet_kind::request) {
+        taken.push_back(top->second);
+        m_open.erase(top);
+        return taken;
+    }
     for (const auto& [value, record] : m_open) {
         if (is_below(record.get(), top->second.get())) {
             taken.push_back(record);
