@@ -69,6 +69,7 @@ inline constexpr std::uint32_t k_error_invalid_handle = 6;
 inline constexpr std::uint32_t k_error_not_enough_memory = 8;
 inline constexpr std::uint32_t k_error_invalid_parameter = 87;
 inline constexpr std::uint32_t k_error_insufficient_buffer = 122;
+inline constexpr std::uint32_t k_error_bad_arguments = 160;
 inline constexpr std::uint32_t k_error_io_pending = 997;
 inline constexpr std::uint32_t k_error_cancelled_by_user = 1223;
 inline constexpr std::uint32_t k_error_inet_timeout = 12002;
@@ -231,7 +232,7 @@ public:
                                         wide_string& password) = 0;
 
     /// How many connections one server may have at a time, process-wide; further requests wait in order.
-    /// 160 for 0.
+    /// Error 160 for 0.
     virtual inet_status set_connection_limit(std::uint32_t count) = 0;
 
     /// Shows the dialogue that an error of a request calls for. parent: must not be null (6) unless

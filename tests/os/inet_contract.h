@@ -69,6 +69,7 @@ TEST_P(InetContract, GivesEachWrongHandleItsNumber) {
          }},
         {"account of null", 12009,
          [&] { return !net().set_credentials(nullptr, os::inet_credentials::proxy, &text, nullptr).error; }},
+        {"a limit of no connections", 160, [&] { return !net().set_connection_limit(0).error; }},
         {"close of null", 6, [&] { return !net().close(nullptr).error; }},
         {"second close", 6, [&] { return !net().close(closed).error; }},
         {"a proxy session without a proxy", 87,

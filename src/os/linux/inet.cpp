@@ -16,7 +16,6 @@ namespace {
 constexpr std::uint32_t k_default_connect_ms = 60'000;
 constexpr std::uint32_t k_default_send_ms = 30'000;
 constexpr std::uint32_t k_default_receive_ms = 3'600'000;
-constexpr std::uint32_t k_limit_for_zero = 160;
 
 template <class Status>
 Status noted(Status status) noexcept {
@@ -280,7 +279,10 @@ std::uint32_t linux_inet::credentials_error(inet_handle handle) const {
 }
 
 inet_status linux_inet::set_connection_limit(std::uint32_t count) {
-    m_network.set_connection_limit(count == 0 ? k_limit_for_zero : count);
+    if (count == 0) {
+        return noted(inet_status{k_error_bad_arguments});
+    }
+    m_network.set_connection_limit(count);
     return noted(inet_status{});
 }
 

@@ -316,6 +316,9 @@ inet_status windows_inet::get_credentials(inet_handle handle, inet_credentials w
 }
 
 inet_status windows_inet::set_connection_limit(std::uint32_t count) {
+    if (count == 0) {
+        return noted(inet_status{k_error_bad_arguments});
+    }
     const inet_status status = set_option_number(nullptr, INTERNET_OPTION_MAX_CONNS_PER_SERVER, count);
     if (status.ok()) {
         set_option_number(nullptr, INTERNET_OPTION_MAX_CONNS_PER_1_0_SERVER, count);
