@@ -38,8 +38,17 @@ function(tessel_test name)
     set_property(GLOBAL APPEND PROPERTY TESSEL_TEST_PROGRAMS ${target})
     return()
   endif()
-  gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
-    PROPERTIES LABELS "${area};${arg_LABELS}" TIMEOUT 120)
+  gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES PROPERTIES LABELS ${area} TIMEOUT 120)
+  if(arg_LABELS)
+    # A list doesn't survive as a property above; the names of the tests are known when ctest starts.
+    set(labels ${CMAKE_CURRENT_BINARY_DIR}/${target}_labels.cmake)
+    file(CONFIGURE OUTPUT ${labels} @ONLY CONTENT
+      "if(@target@_TESTS)
+  set_tests_properties(\${@target@_TESTS} PROPERTIES LABELS \"@area@;@arg_LABELS@\")
+endif()
+")
+    set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${labels})
+  endif()
 endfunction()
 
 # tessel_bench(area): bench/area_bench.cpp, built by the target "benches" only.

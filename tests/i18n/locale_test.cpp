@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -186,7 +187,7 @@ TEST_F(LocaleTest, ListenersMayComeAndGoDuringTheCalls) {
 
 TEST_F(LocaleTest, IniFilesAreReadAtEachCall) {
     const auto path = std::filesystem::temp_directory_path() /
-                      ("tessel_locale_" + std::to_string(reinterpret_cast<std::uintptr_t>(this)) + ".ini");
+                      ("tessel_locale_" + std::to_string(std::random_device()()) + ".ini");
     inifile_locale_loader of_file(path.string<wchar>());
     register_locale_loader(TESSEL_W("A"), &of_file);
     register_locale_loader(TESSEL_W("B"), &of_file);

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <string>
 
 namespace tessel_test {
@@ -35,7 +36,7 @@ public:
 
     static std::filesystem::path unique_path() {
         static unsigned count = 0;
-        const auto base = reinterpret_cast<std::uintptr_t>(&count);
+        static const unsigned base = std::random_device()();  // other tests run at the same time
         return std::filesystem::temp_directory_path() /
                std::filesystem::u8path("tessel_\xC3\xA9_" + std::to_string(base) + "_" +
                                        std::to_string(++count) + ".ini");

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <random>
 #include <stdexcept>
 #include <string>
 
@@ -30,7 +31,7 @@ class temporary_file {
 public:
     explicit temporary_file(const std::string& bytes)
         : m_path(std::filesystem::temp_directory_path() /
-                 ("tessel_\xC3\xA9_" + std::to_string(reinterpret_cast<std::uintptr_t>(this)) + ".xml")) {
+                 ("tessel_\xC3\xA9_" + std::to_string(std::random_device()()) + ".xml")) {
         std::ofstream(m_path, std::ios::binary) << bytes;
     }
     ~temporary_file() { std::filesystem::remove(m_path); }
