@@ -61,7 +61,7 @@ public:
     void OnStartAttributeEvent(unsigned int id) override {
         show_event("OnStartAttributeEvent", id);
         for (asked_attribute& attribute : m_paths.at(id).attributes) {
-            attribute.value = k_untouched;
+            attribute.value = CTString(k_untouched);  // GCC 12 warns wrongly of the assignment of a literal
         }
     }
     void OnEndAttributeEvent(unsigned int id) override {
