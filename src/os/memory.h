@@ -12,8 +12,8 @@ namespace kro::tessel::os {
 void expect_to_fill(void* block, std::size_t bytes) noexcept;
 
 /// Says that many small blocks, `bytes` in all and less than 32 MiB, are going to be allocated one after
-/// another and filled. A hint like the other: the blocks are then likely to lie on large pages. Thread: the
-/// one that is going to allocate. The last error stays as it is.
+/// another and filled. A hint like the other: the blocks are then likely to lie on large pages.
+/// Thread: the one that is going to allocate. The last error stays as it is.
 void expect_blocks(std::size_t bytes) noexcept;
 
 }  // namespace kro::tessel::os

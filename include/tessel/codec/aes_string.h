@@ -13,9 +13,8 @@
 ///
 /// in:      with `flag` 0 digits of either case. A character that is no hexadecimal digit counts as 0.
 /// out:     replaced by the result, or left as it was on failure. May be `in`.
-/// flag:    1 encrypts, 0 decrypts. Any other value prepares and writes as for 1 but runs the cipher as for
-/// 0:
-///          the result means nothing.
+/// flag:    1 encrypts, 0 decrypts. Any other value prepares and writes as for 1 but runs the cipher as
+///          for 0: the result means nothing.
 /// Returns: 1, or 0 when
 ///          - there are digits to decrypt and their number is no multiple of 16 (not 32: half a block at the
 ///            end is decrypted as if zeros followed it),
