@@ -25,5 +25,6 @@
 #include <tessel/platform/last_error.h>
 #include <tessel/platform/main_thread.h>
 #include <tessel/platform/timer.h>
+#include <tessel/proxy/proxy_finder.h>
 #include <tessel/xml/xml_handler.h>
 #include <tessel/xml/xml_parser.h>
