@@ -80,6 +80,7 @@ TEST(AesString, EncryptsWholeBlocksAndComesBack) {
 }
 
 TEST(AesString, RefusesHalfAHalfBlockAndLeavesTheOutput) {
+    ASSERT_TRUE(kro::tessel::set_ansi_code_page(65001));  // a letter of two bytes is among the rows
     const CTString digits = digits_of(std::string(32, 'p'), k_functions[0].key);
     const struct {
         const char* what;
