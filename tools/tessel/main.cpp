@@ -13,6 +13,7 @@ int run(int argc, char** argv) {
     CLI::App program("Makes HTTP requests through the tessel library and shows what it knows.", "tessel");
     int code = command::exit_ok;
     program.require_subcommand(1);
+    program.allow_windows_style_options(false);  // a path may begin with a slash on every system
     program.set_version_flag("--version", "tessel " TESSEL_VERSION);
     command::add_request_verbs(program, code);
     command::add_url(program, code);
