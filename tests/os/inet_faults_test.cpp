@@ -191,6 +191,38 @@ INSTANTIATE_TEST_SUITE_P(Server, InetFaults, testing::ValuesIn(k_faults), [](con
     return name;
 });
 
+TEST(InetFault, TunnelsThatAProxyDoesNotOpenEndTheRequest) {
+    const struct {
+        const char* what;
+        const char* bytes;
+        then after;
+        std::uint32_t error;
+    } rows[] = {
+        {"closes before a byte", "", then::closes, 12030},
+        {"resets before a byte", "", then::resets, 12031},
+        {"closes in the status line", "HTTP/1.1 20", then::closes, 12030},
+        {"talks no HTTP", "SSH-2.0-server\r\n\r\n", then::closes, 12030},
+        {"opens it and closes", "HTTP/1.1 200 OK\r\n\r\n", then::closes, 12157},
+        {"opens it and talks no TLS", "HTTP/1.1 200 OK\r\n\r\nHTTP/1.1 200 OK\r\n\r\n", then::stays, 12157},
+        {"says nothing", "", then::stays, 12002},
+        {"stops inside the head", "HTTP/1.1 200 OK\r\nX: y", then::stays, 12002},
+        {"stops behind the head", "HTTP/1.1 200 OK\r\n\r\n", then::stays, 12002},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        test_server server;
+        inet_client client(os::inet(), server.port(), true);
+        client.net.set_timeout(client.connection, os::inet_timeout::connect,
+                               row.error == 12002 ? 300 : 20'000);
+        const auto request = client.request(TESSEL_W("GET"), TESSEL_W("/"), os::k_request_secure);
+        client.net.send(request, {}, nullptr, 0, os::inet_send_mode::begin, client.log.context());
+        const fault tunnel{row.what, row.bytes, row.after, 0, 0, "", 0};
+        const auto peer = misbehave(tunnel, server);
+        EXPECT_EQ(row.error, client.log.wait().error);
+        EXPECT_EQ(12017U, client.end(request)) << "an end after a failed send";
+    }
+}
+
 TEST(InetFault, RefusedConnectionsFailTheSend) {
     test_server server;
     server.stop_listening();

@@ -359,7 +359,8 @@ void curl_exchange::connected() {
 }
 
 void curl_exchange::end(CURLcode code) {
-    const bool refused_by_proxy = !m_connected && code != CURLE_OK && !m_block.empty() && !m_in_block;
+    const bool refused_by_proxy =
+        !m_connected && code != CURLE_OK && !m_block.empty() && !m_in_block && status_of(m_block) / 100 != 2;
     if (!m_headers_told && !m_block.empty() && !m_in_block && (code == CURLE_OK || refused_by_proxy)) {
         report_headers();
         if (refused_by_proxy) {
