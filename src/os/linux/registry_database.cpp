@@ -2,12 +2,15 @@
 
 #include "os/registry.h"
 
+#include <chrono>
+#include <filesystem>
 #include <new>
+#include <system_error>
 
 namespace kro::tessel::os {
 namespace {
 
-constexpr int k_busy_milliseconds = 5000;
+constexpr std::chrono::seconds k_patience{5};
 constexpr int k_application =
     0x74736C72;  // "tslr" in the file's header, so that other files can be told apart
 
@@ -65,6 +68,14 @@ constexpr const char* k_sql[static_cast<std::size_t>(registry_sql::count)] = {
     "UPDATE key SET values_version = values_version + 1 WHERE id = ?1",
     "DELETE FROM value WHERE key = ?1 AND folded = ?2"};
 
+// SQLite takes a file of a few bytes for an empty one, and would overwrite them.
+bool is_shorter_than_any(const std::string& name) {
+    constexpr std::uintmax_t k_smallest_page = 512;
+    std::error_code gone;
+    const std::uintmax_t size = std::filesystem::file_size(name, gone);
+    return !gone && size != 0 && size < k_smallest_page;
+}
+
 void check(int result) {
     if (result != SQLITE_OK) {
         throw failure_of(result);
@@ -79,13 +90,18 @@ registry_database::registry_database(const std::string& name) {
         ::sqlite3_open_v2(name.c_str(), &connection, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
     m_connection.reset(connection);
     check(opened);
-    ::sqlite3_busy_timeout(connection, k_busy_milliseconds);
+    ::sqlite3_busy_handler(connection, wait_for_lock, this);
     // Whatever is in the file can only be data: no program of its own runs.
     ::sqlite3_db_config(connection, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     ::sqlite3_db_config(connection, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
     ::sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
     ::sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
-    check_kind();
+    m_empty = number("PRAGMA page_count") == 0;
+    if (!m_empty) {
+        check_kind();
+    } else if (is_shorter_than_any(name)) {
+        throw registry_failure{k_registry_not_registry_file};
+    }
     // No mapping: a file that is cut while it is mapped ends the process. Deleted data, passwords among it,
     // is overwritten.
     run("PRAGMA mmap_size = 0; PRAGMA synchronous = FULL; PRAGMA secure_delete = ON");
@@ -96,27 +112,40 @@ registry_database::registry_database(const std::string& name) {
 
 // Looks before anything is written, so that what isn't ours stays as it is.
 void registry_database::check_kind() {
-    const std::int64_t application = number("PRAGMA application_id");
-    const std::int64_t version = number("PRAGMA user_version");
-    m_empty = application == 0 && version == 0 && number("SELECT count(*) FROM sqlite_schema") == 0;
-    if (!m_empty && application != k_application) {
+    if (number("PRAGMA application_id") != k_application) {
         throw registry_failure{k_registry_not_registry_file};
     }
-    if (version > k_registry_version) {
+    if (number("PRAGMA user_version") > k_registry_version) {
         throw registry_failure{k_registry_unknown_revision};
     }
 }
 
 void registry_database::make_tables() {
     registry_transaction all_or_nothing(*this);
-    check_kind();  // another process may have been first
-    if (m_empty) {
+    if (number("SELECT count(*) FROM sqlite_schema") == 0) {
         run(k_tables);
         run(("PRAGMA application_id = " + std::to_string(k_application)).c_str());
         run(("PRAGMA user_version = " + std::to_string(k_registry_version)).c_str());
         all_or_nothing.commit();
-        m_empty = false;
+    } else {
+        check_kind();  // another process was first
     }
+    m_empty = false;
+}
+
+// SQLite's own handler waits ever longer between its attempts, up to 100 ms: beside a process that writes
+// without a pause it can miss every gap.
+int registry_database::wait_for_lock(void* self, int attempts) noexcept {
+    auto& waiting_since = static_cast<registry_database*>(self)->m_waiting_since;
+    const auto now = std::chrono::steady_clock::now();
+    if (attempts == 0) {
+        waiting_since = now;
+    }
+    if (now - waiting_since >= k_patience) {
+        return 0;
+    }
+    ::sqlite3_sleep(1);
+    return 1;
 }
 
 bool registry_database::is_moved() const noexcept {

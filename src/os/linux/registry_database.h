@@ -7,6 +7,7 @@
 #include <sqlite3.h>
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -73,6 +74,7 @@ private:
         void operator()(sqlite3_stmt* statement) const noexcept { ::sqlite3_finalize(statement); }
     };
 
+    static int wait_for_lock(void* self, int attempts) noexcept;
     void run(const char* sql);
     std::int64_t number(const char* sql);
     void check_kind();
@@ -81,6 +83,7 @@ private:
     std::array<std::unique_ptr<sqlite3_stmt, finalizer>, static_cast<std::size_t>(registry_sql::count)>
         m_statements;
     bool m_empty = false;
+    std::chrono::steady_clock::time_point m_waiting_since;
 };
 
 /// One run of a statement: its arguments, its rows, and its end, which gives the file free.

@@ -59,12 +59,18 @@ public:
     std::int32_t enum_value(HKEY key, std::uint32_t index, wchar* name, std::uint32_t* name_units,
                             std::uint32_t* type, unsigned char* data, std::uint32_t* size) override {
         const kept_last_error kept;
+        if (name == nullptr || name_units == nullptr) {
+            return ERROR_INVALID_PARAMETER;
+        }
         return ::RegEnumValueW(key, index, name, number(name_units), nullptr, number(type), data,
                                number(size));
     }
 
     std::int32_t enum_key(HKEY key, std::uint32_t index, wchar* name, std::uint32_t* name_units) override {
         const kept_last_error kept;
+        if (name == nullptr || name_units == nullptr) {
+            return ERROR_INVALID_PARAMETER;
+        }
         return ::RegEnumKeyExW(key, index, name, number(name_units), nullptr, nullptr, nullptr, nullptr);
     }
 
