@@ -90,7 +90,9 @@ TEST(RegKey, ReadsTextFromTextAndBytes) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
-        ASSERT_EQ(key.write_value(TESSEL_W("v"), row.type, row.data.data(), row.data.size()), 0);
+        ASSERT_EQ(key.write_value(TESSEL_W("v"), row.type, row.data.data(),
+                                  static_cast<unsigned long>(row.data.size())),
+                  0);
         wide_string text = TESSEL_W("before");
         EXPECT_EQ(key.read_value(TESSEL_W("v"), text), row.text.has_value());
         EXPECT_EQ(text, row.text.value_or(TESSEL_W("before")));
