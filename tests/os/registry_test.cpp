@@ -84,6 +84,19 @@ TEST_F(RegistryFile, IsMadeByTheFirstWriteForTheUserAlone) {
     EXPECT_EQ(mode_of(name + "-journal"), 0600U);
 }
 
+TEST_F(RegistryFile, ForgetsWhatIsDeletedOrReplaced) {
+    const auto registry = open();
+    const std::string secret = "a password that was";
+    const bytes data(secret.begin(), secret.end());
+    write_to(*registry, TESSEL_W("deleted"), data);
+    write_to(*registry, TESSEL_W("replaced"), data);
+    ASSERT_NE(content().find(secret), std::string::npos);
+    ASSERT_EQ(registry->delete_value(HKEY_CURRENT_USER, TESSEL_W("deleted")), 0);
+    ASSERT_EQ(write_to(*registry, TESSEL_W("replaced"), {1}), 0);
+    EXPECT_EQ(content().find(secret), std::string::npos);
+    EXPECT_EQ(fs::file_size(file() + "-journal"), 0U);
+}
+
 TEST_F(RegistryFile, LeavesWhatIsNotItsOwnAlone) {
     write_to(*open(), TESSEL_W("v"), numbered_value(3));
     const std::string whole = content();
