@@ -65,6 +65,28 @@ wide_string text_of(unsigned long type, const std::vector<unsigned char>& data, 
     return text;
 }
 
+/// Makes an empty wrapper the owner of a handle.
+void adopt(reg_key& wrapper, HKEY adopted) noexcept {
+    if (adopted == nullptr) {
+        return;
+    }
+    wrapper.count = new (std::nothrow) long(1);
+    if (wrapper.count == nullptr) {
+        reg_key_deleter::del(adopted);  // it is ours already: without a count it would stay open
+        return;
+    }
+    wrapper.key = adopted;
+}
+
+void release(reg_key& wrapper) noexcept {
+    if (wrapper.count != nullptr && --*wrapper.count == 0) {
+        reg_key_deleter::del(wrapper.key);
+        delete wrapper.count;
+    }
+    wrapper.key = nullptr;
+    wrapper.count = nullptr;
+}
+
 }  // namespace
 
 void reg_key_deleter::del(HKEY key) noexcept {
@@ -72,11 +94,11 @@ void reg_key_deleter::del(HKEY key) noexcept {
 }
 
 reg_key::reg_key(HKEY parent, const wide_string& path, bool create) noexcept {
-    adopt(open_or_create(parent, path, create));
+    adopt(*this, open_or_create(parent, path, create));
 }
 
 reg_key::reg_key(HKEY adopted) noexcept {
-    adopt(adopted);
+    adopt(*this, adopted);
 }
 
 reg_key::reg_key(const reg_key& other) noexcept : key(other.key), count(other.count) {
@@ -87,7 +109,7 @@ reg_key::reg_key(const reg_key& other) noexcept : key(other.key), count(other.co
 
 reg_key& reg_key::operator=(const reg_key& other) noexcept {
     if (count != other.count) {
-        release();
+        release(*this);
         key = other.key;
         count = other.count;
         if (count != nullptr) {
@@ -98,28 +120,7 @@ reg_key& reg_key::operator=(const reg_key& other) noexcept {
 }
 
 reg_key::~reg_key() {
-    release();
-}
-
-void reg_key::adopt(HKEY adopted) noexcept {
-    if (adopted == nullptr) {
-        return;
-    }
-    count = new (std::nothrow) long(1);
-    if (count == nullptr) {
-        reg_key_deleter::del(adopted);  // it is ours already: without a count it would stay open
-        return;
-    }
-    key = adopted;
-}
-
-void reg_key::release() noexcept {
-    if (count != nullptr && --*count == 0) {
-        reg_key_deleter::del(key);
-        delete count;
-    }
-    key = nullptr;
-    count = nullptr;
+    release(*this);
 }
 
 long reg_key::read_value(const wide_string& name, unsigned long* type, unsigned char* data,

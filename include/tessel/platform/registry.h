@@ -132,10 +132,6 @@ public:
 
     HKEY key = nullptr;     ///< null: empty. Lent: the wrapper closes it.
     long* count = nullptr;  ///< how many copies share the handle; null: empty
-
-private:
-    void adopt(HKEY adopted) noexcept;
-    void release() noexcept;
 };
 
 }  // namespace kro::tessel::registry
