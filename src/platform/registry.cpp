@@ -7,6 +7,7 @@
 #include <exception>
 #include <limits>
 #include <new>
+#include <utility>
 #include <vector>
 
 namespace kro::tessel::registry {
@@ -108,14 +109,9 @@ reg_key::reg_key(const reg_key& other) noexcept : key(other.key), count(other.co
 }
 
 reg_key& reg_key::operator=(const reg_key& other) noexcept {
-    if (count != other.count) {
-        release(*this);
-        key = other.key;
-        count = other.count;
-        if (count != nullptr) {
-            ++*count;
-        }
-    }
+    reg_key shared(other);  // which then ends what this one held
+    std::swap(key, shared.key);
+    std::swap(count, shared.count);
     return *this;
 }
 

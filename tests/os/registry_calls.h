@@ -16,6 +16,7 @@ namespace tessel_test {
 using kro::tessel::wide_string;
 using bytes = std::vector<unsigned char>;
 
+// NOLINTNEXTLINE(performance-no-int-to-ptr): nobody follows it
 inline const HKEY k_never_a_key = reinterpret_cast<HKEY>(std::intptr_t{0x7FFF1234});
 
 inline kro::tessel::os::registry_service& keys() {

@@ -28,13 +28,16 @@ namespace fs = std::filesystem;
 
 /// A folder with a store in it that is not there yet.
 class RegistryFile : public ::testing::Test {
-protected:
+public:
     RegistryFile() {
         m_folder = (fs::temp_directory_path() / "tessel_store_XXXXXX").string();
         EXPECT_NE(::mkdtemp(m_folder.data()), nullptr);
     }
     ~RegistryFile() override { fs::remove_all(m_folder); }
+    RegistryFile(const RegistryFile&) = delete;
+    RegistryFile& operator=(const RegistryFile&) = delete;
 
+protected:
     const std::string& folder() const { return m_folder; }
     std::string file() const { return m_folder + "/registry.db"; }
     std::unique_ptr<kro::tessel::os::registry_service> open() const {

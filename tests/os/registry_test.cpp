@@ -186,12 +186,13 @@ TEST_F(RegistryFile, NeverCrashesOnDamage) {
         const auto registry = open();
         bytes data;
         wchar name[256];
-        std::uint32_t units = 256;
         HKEY key = nullptr;
         for (std::uint32_t i = 0; i < 40; ++i) {
-            registry->enum_key(HKEY_CURRENT_USER, i, name, &(units = 256));
+            std::uint32_t units = 256;
+            registry->enum_key(HKEY_CURRENT_USER, i, name, &units);
             std::uint32_t size = 0;
-            registry->enum_value(HKEY_CURRENT_USER, i, name, &(units = 256), nullptr, nullptr, &size);
+            units = 256;
+            registry->enum_value(HKEY_CURRENT_USER, i, name, &units, nullptr, nullptr, &size);
             read_from(*registry, wide_string(1, static_cast<wchar>('A' + i)).c_str(), data);
         }
         registry->create_key(HKEY_CURRENT_USER, TESSEL_W("new\\key"), &key);

@@ -10,7 +10,7 @@
 
 #include <cstdint>
 
-struct HKEY__;
+struct HKEY__;  // NOLINT(bugprone-reserved-identifier): the platform's
 /// An open key: an opaque value that nobody follows. Close each one once, by `reg_key_deleter::del`.
 using HKEY = HKEY__*;
 

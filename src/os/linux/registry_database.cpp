@@ -44,29 +44,52 @@ constexpr const char* k_tables = R"(
 )";
 
 // Data is only fetched where there is room for it: length() alone reads no more than the row's beginning.
-constexpr const char* k_sql[static_cast<std::size_t>(registry_sql::count)] = {
-    "BEGIN IMMEDIATE",
-    "COMMIT",
-    "ROLLBACK",
-    "SELECT id FROM key WHERE parent = ?1 AND folded = ?2",
-    "SELECT 1 FROM key WHERE id = ?1",
-    "SELECT type, length(data), CASE WHEN length(data) <= ?3 THEN data END FROM value"
-    " WHERE key = ?1 AND folded = ?2",
-    "SELECT (SELECT values_version FROM key WHERE id = ?1), id, name, type, length(data),"
-    " CASE WHEN length(data) <= ?4 THEN data END FROM value"
-    " WHERE key = ?1 AND id >= ?2 ORDER BY id LIMIT 1 OFFSET ?3",
-    "SELECT (SELECT keys_version FROM key WHERE id = ?1), folded, name FROM key"
-    " WHERE parent = ?1 AND folded >= ?2 ORDER BY folded LIMIT 1 OFFSET ?3",
-    "INSERT INTO key (parent, folded, name) VALUES (?1, ?2, ?3)",
-    "UPDATE key SET keys_version = keys_version + 1 WHERE id = ?1",
-    "SELECT parent FROM key WHERE id = ?1",
-    "SELECT 1 FROM key WHERE parent = ?1 LIMIT 1",
-    "DELETE FROM value WHERE key = ?1",
-    "DELETE FROM key WHERE id = ?1",
-    "UPDATE value SET type = ?3, data = ?4 WHERE key = ?1 AND folded = ?2",
-    "INSERT INTO value (key, folded, name, type, data) VALUES (?1, ?2, ?3, ?4, ?5)",
-    "UPDATE key SET values_version = values_version + 1 WHERE id = ?1",
-    "DELETE FROM value WHERE key = ?1 AND folded = ?2"};
+const char* text_of(registry_sql which) noexcept {
+    switch (which) {
+        case registry_sql::begin:
+            return "BEGIN IMMEDIATE";
+        case registry_sql::commit:
+            return "COMMIT";
+        case registry_sql::rollback:
+            return "ROLLBACK";
+        case registry_sql::find_key:
+            return "SELECT id FROM key WHERE parent = ?1 AND folded = ?2";
+        case registry_sql::key_exists:
+            return "SELECT 1 FROM key WHERE id = ?1";
+        case registry_sql::find_value:
+            return "SELECT type, length(data), CASE WHEN length(data) <= ?3 THEN data END FROM value"
+                   " WHERE key = ?1 AND folded = ?2";
+        case registry_sql::nth_value:
+            return "SELECT (SELECT values_version FROM key WHERE id = ?1), id, name, type, length(data),"
+                   " CASE WHEN length(data) <= ?4 THEN data END FROM value"
+                   " WHERE key = ?1 AND id >= ?2 ORDER BY id LIMIT 1 OFFSET ?3";
+        case registry_sql::nth_key:
+            return "SELECT (SELECT keys_version FROM key WHERE id = ?1), folded, name FROM key"
+                   " WHERE parent = ?1 AND folded >= ?2 ORDER BY folded LIMIT 1 OFFSET ?3";
+        case registry_sql::insert_key:
+            return "INSERT INTO key (parent, folded, name) VALUES (?1, ?2, ?3)";
+        case registry_sql::keys_changed:
+            return "UPDATE key SET keys_version = keys_version + 1 WHERE id = ?1";
+        case registry_sql::parent_of:
+            return "SELECT parent FROM key WHERE id = ?1";
+        case registry_sql::has_keys:
+            return "SELECT 1 FROM key WHERE parent = ?1 LIMIT 1";
+        case registry_sql::delete_values:
+            return "DELETE FROM value WHERE key = ?1";
+        case registry_sql::delete_key:
+            return "DELETE FROM key WHERE id = ?1";
+        case registry_sql::update_value:
+            return "UPDATE value SET type = ?3, data = ?4 WHERE key = ?1 AND folded = ?2";
+        case registry_sql::insert_value:
+            return "INSERT INTO value (key, folded, name, type, data) VALUES (?1, ?2, ?3, ?4, ?5)";
+        case registry_sql::values_changed:
+            return "UPDATE key SET values_version = values_version + 1 WHERE id = ?1";
+        case registry_sql::delete_value:
+            return "DELETE FROM value WHERE key = ?1 AND folded = ?2";
+        default:
+            return "";
+    }
+}
 
 // SQLite takes a file of a few bytes for an empty one, and would overwrite them.
 bool is_shorter_than_any(const std::string& name) {
@@ -165,7 +188,7 @@ sqlite3_stmt* registry_database::statement(registry_sql which) {
     const auto index = static_cast<std::size_t>(which);
     if (m_statements[index] == nullptr) {
         sqlite3_stmt* made = nullptr;
-        check(::sqlite3_prepare_v3(m_connection.get(), k_sql[index], -1, SQLITE_PREPARE_PERSISTENT, &made,
+        check(::sqlite3_prepare_v3(m_connection.get(), text_of(which), -1, SQLITE_PREPARE_PERSISTENT, &made,
                                    nullptr));
         m_statements[index].reset(made);
     }

@@ -28,6 +28,6 @@ private:
     std::filesystem::path m_folder;
 };
 
-const own_registry g_own;
+const own_registry k_own;
 
 }  // namespace
