@@ -5,6 +5,8 @@
 #include "registry_failure.h"
 #include "upper_case.h"
 
+#include <algorithm>
+
 namespace kro::tessel::os {
 
 using wide_view = std::basic_string_view<wchar>;
