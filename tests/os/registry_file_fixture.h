@@ -102,9 +102,10 @@ inline int result_of(pid_t child) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
-/// A value that says by itself whether it is whole, a few bytes or several pages long.
+/// A value that says by itself whether it is whole: up to a hundred pages, so that a kill can come between
+/// them.
 inline bytes numbered_value(std::uint32_t number) {
-    bytes data(4 + (number * 7919U) % 20000U, static_cast<unsigned char>(number));
+    bytes data(4 + (number * 104729U) % 400000U, static_cast<unsigned char>(number));
     std::memcpy(data.data(), &number, sizeof(number));
     return data;
 }
