@@ -40,6 +40,8 @@ struct proxy_decision {
     proxy_source source = proxy_source::none;
     std::vector<proxy_route> routes;  ///< in the order to try; empty for a script
     std::string script;               ///< the script's URL; empty: it has to be looked for
+    std::string url_host;             ///< for a script: the server's name as it stands in a URL
+    std::string left_out;             ///< what is configured but no HTTP proxy, in English; may be empty
 };
 
 /// What the settings, as they are now, say about a server. Starts no process and asks no other machine.
