@@ -27,5 +27,6 @@
 #include <tessel/platform/registry.h>
 #include <tessel/platform/timer.h>
 #include <tessel/proxy/proxy_finder.h>
+#include <tessel/proxy/proxy_util.h>
 #include <tessel/xml/xml_handler.h>
 #include <tessel/xml/xml_parser.h>
