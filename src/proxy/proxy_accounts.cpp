@@ -46,7 +46,9 @@ CLumProxyInfo read_account(const reg_key& key, const wide_string& name, std::siz
 
 wide_string subkey_of(const http::proxy_info& account) {
     const std::string port = std::to_string(account.port);
-    return account.server + wide_string(1, ':') + wide_string(port.begin(), port.end());
+    wide_string name(account.server.data(), account.server.size());
+    name += wchar(':');
+    return name.append(port.begin(), port.end());
 }
 
 bool write_account(reg_key& key, const http::proxy_info& account) {

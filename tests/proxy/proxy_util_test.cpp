@@ -75,21 +75,22 @@ private:
 };
 
 class ProxyUtil : public testing::Test {
-protected:
+public:
     ProxyUtil() {
         kro::tessel::set_proxy_finder_factory(
             [](IProxyFinderSink* sink) -> IProxyFinder* { return new scripted_finder(sink); });
-        util = std::make_unique<CLumProxyUtil>();
-        finder = scripted_finder::s_current;
+        m_util = std::make_unique<CLumProxyUtil>();
+        m_finder = scripted_finder::s_current;
     }
     ~ProxyUtil() override { kro::tessel::set_proxy_finder_factory(nullptr); }
 
+protected:
     // "server:port:user" of each route, joined; "-" when the query failed.
     wide_string routes(const wchar* url, unsigned long wait = 0) {
         std::list<proxy_info> found;
         int preconfigured = 7;
-        const int answered =
-            wait == 0 ? util->GetProxyInfo(url, found) : util->GetProxyInfo(url, preconfigured, found, wait);
+        const int answered = wait == 0 ? m_util->GetProxyInfo(url, found)
+                                       : m_util->GetProxyInfo(url, preconfigured, found, wait);
         wide_string text;
         for (const proxy_info& one : found) {
             const std::string port = std::to_string(one.port);
@@ -99,39 +100,39 @@ protected:
         return answered == 0 ? TESSEL_W("-") + text : text;
     }
 
-    std::unique_ptr<CLumProxyUtil> util;
-    scripted_finder* finder = nullptr;
+    std::unique_ptr<CLumProxyUtil> m_util;
+    scripted_finder* m_finder = nullptr;
 };
 
 TEST_F(ProxyUtil, AsksOncePerHostAndPort) {
     const trace_recorder trace;
-    finder->list = TESSEL_W("https=p:1;DIRECT");
+    m_finder->list = TESSEL_W("https=p:1;DIRECT");
     for (const wchar* const url :
          {TESSEL_W("http://h/a"), TESSEL_W("http://h:80/b"), TESSEL_W("http://user@h/")}) {
         EXPECT_EQ(TESSEL_W("p:1: :0: "), routes(url));
     }
-    EXPECT_EQ(1, finder->asked);
+    EXPECT_EQ(1, m_finder->asked);
     EXPECT_EQ(2U, trace.count(TESSEL_W("h:80 is in map")));
     EXPECT_TRUE(trace.has(TESSEL_W("bIEPreConfig: FALSE")));
     EXPECT_EQ(TESSEL_W("p:1: :0: "), routes(TESSEL_W("http://h:8080/")));
     EXPECT_EQ(TESSEL_W("p:1: :0: "), routes(TESSEL_W("http://H/")));
-    EXPECT_EQ(3, finder->asked);
+    EXPECT_EQ(3, m_finder->asked);
     EXPECT_EQ(0U, trace.count(TESSEL_W("Wait")));
     for (const wchar* const url : {TESSEL_W("no url"), TESSEL_W("mailto:x"), TESSEL_W("")}) {
         EXPECT_EQ(TESSEL_W("-"), routes(url));
     }
-    EXPECT_EQ(3, finder->asked);
+    EXPECT_EQ(3, m_finder->asked);
     EXPECT_EQ(TESSEL_W("-"), routes(TESSEL_W("http://unprepared/"), 5));
 }
 
 TEST_F(ProxyUtil, AsksAgainAfterAFinderThatFailed) {
-    finder->result = 5;
+    m_finder->result = 5;
     EXPECT_EQ(TESSEL_W("-"), routes(TESSEL_W("http://h/")));
-    finder->result = 0;
-    EXPECT_EQ(0, util->PrepareProxyInfo(CTString(TESSEL_W("x"))));
-    EXPECT_EQ(1, util->PrepareProxyInfo(CTString(TESSEL_W("http://h/"))));
-    EXPECT_EQ(1, util->PrepareProxyInfo(std::vector<CTString>{CTString(TESSEL_W("http://h/"))}));
-    EXPECT_EQ(2, finder->asked);
+    m_finder->result = 0;
+    EXPECT_EQ(0, m_util->PrepareProxyInfo(CTString(TESSEL_W("x"))));
+    EXPECT_EQ(1, m_util->PrepareProxyInfo(CTString(TESSEL_W("http://h/"))));
+    EXPECT_EQ(1, m_util->PrepareProxyInfo(std::vector<CTString>{CTString(TESSEL_W("http://h/"))}));
+    EXPECT_EQ(2, m_finder->asked);
 }
 
 TEST(DiscoveryWait, IsWhatIsLeftAndNeverNothing) {
@@ -145,63 +146,63 @@ TEST(DiscoveryWait, IsWhatIsLeftAndNeverNothing) {
 
 TEST_F(ProxyUtil, WaitsForALateAnswerAndGoesOnWithoutOne) {
     const trace_recorder trace;
-    finder->asynchronous = true;
-    EXPECT_EQ(1, util->PrepareProxyInfo(CTString(TESSEL_W("http://late/"))));
+    m_finder->asynchronous = true;
+    EXPECT_EQ(1, m_util->PrepareProxyInfo(CTString(TESSEL_W("http://late/"))));
     EXPECT_EQ(TESSEL_W(""), routes(TESSEL_W("http://late/"), 1)) << "answered, with nothing yet";
     EXPECT_TRUE(trace.has(TESSEL_W("Wait Timeout")));
     std::thread answers([this] {
         while (!trace_recorder::has(TESSEL_W("Wait the completion"))) {
             std::this_thread::yield();
         }
-        util->OnProxyGetted("late", 80, "http=p:1;http=q:2");
+        m_util->OnProxyGetted("late", 80, "http=p:1;http=q:2");
     });
     trace.clear();
     EXPECT_EQ(TESSEL_W("p:1: q:2: "), routes(TESSEL_W("http://late/"), 0xFFFFFFFFU));
     answers.join();
     EXPECT_FALSE(trace.has(TESSEL_W("Adjust wait time")));
     trace.clear();
-    util->OnProxyGetted("late", 80, "DIRECT");  // twice: it replaces
+    m_util->OnProxyGetted("late", 80, "DIRECT");  // twice: it replaces
     EXPECT_EQ(TESSEL_W(":0: "), routes(TESSEL_W("http://late/")));
     EXPECT_FALSE(trace.has(TESSEL_W("Wait"))) << "the event is forgotten";
-    util->OnProxyGetted("unknown", 80, "http=p:1");
-    util->OnProxyGetted(nullptr, 0, nullptr);
+    m_util->OnProxyGetted("unknown", 80, "http=p:1");
+    m_util->OnProxyGetted(nullptr, 0, nullptr);
     EXPECT_EQ(TESSEL_W("-"), routes(TESSEL_W("http://unknown/"), 1));
 }
 
 TEST_F(ProxyUtil, TakesAnAnswerThatComesInsideTheQuery) {
-    finder->asynchronous = true;
-    finder->inside = [](IProxyFinderSink& sink, const wchar*, unsigned short port) {
+    m_finder->asynchronous = true;
+    m_finder->inside = [](IProxyFinderSink& sink, const wchar*, unsigned short port) {
         sink.OnProxyGetted("h", port, "http=p:1");
         sink.OnErrorAccount(TESSEL_W("p"), 1);
     };
     EXPECT_EQ(TESSEL_W("p:1: "), routes(TESSEL_W("http://h/"), 0));
-    EXPECT_TRUE(finder->no_account);
+    EXPECT_TRUE(m_finder->no_account);
 }
 
 TEST_F(ProxyUtil, ALearnedAccountIsSeenByEveryRoute) {
-    finder->list = TESSEL_W("http=p:1");
+    m_finder->list = TESSEL_W("http=p:1");
     EXPECT_EQ(TESSEL_W("p:1: "), routes(TESSEL_W("http://a/")));
     EXPECT_EQ(TESSEL_W("p:1: "), routes(TESSEL_W("http://b/")));
     proxy_info account(kro::tessel::http::proxy_http, TESSEL_W("p"), 1, TESSEL_W("CORP/alice"),
                        TESSEL_W("secret"));
-    util->UpdateProxyAccount(account);
+    m_util->UpdateProxyAccount(account);
     EXPECT_EQ(TESSEL_W("p:1:CORP/alice "), routes(TESSEL_W("http://a/")));
     EXPECT_EQ(TESSEL_W("p:1:CORP/alice "), routes(TESSEL_W("http://b/")));
-    ASSERT_EQ(1U, finder->accounts.size());
-    EXPECT_EQ(TESSEL_W("CORP\\alice"), finder->accounts[0].user);
+    ASSERT_EQ(1U, m_finder->accounts.size());
+    EXPECT_EQ(TESSEL_W("CORP\\alice"), m_finder->accounts[0].user);
     account.password.clear();
-    EXPECT_FALSE(util->BookExtProxyAccount(account));
+    EXPECT_FALSE(m_util->BookExtProxyAccount(account));
     account = proxy_info(static_cast<kro::tessel::http::proxy_type>(3), TESSEL_W("p"), 1, TESSEL_W("u"),
                          TESSEL_W("w"));
-    EXPECT_FALSE(util->BookExtProxyAccount(account));
+    EXPECT_FALSE(m_util->BookExtProxyAccount(account));
 }
 
 TEST_F(ProxyUtil, SavedAccountsComeBackWithTheNextOne) {
     const wchar* const host = TESSEL_W("saved.proxy.example");
     const proxy_info account(kro::tessel::http::proxy_https, host, 3128, TESSEL_W("dom/u\u00DC"),
                              TESSEL_W("w"));
-    ASSERT_EQ(1, util->SaveProxyInfo(account));
-    ASSERT_EQ(1, util->SaveProxyInfo(proxy_info(account.type, host, 3128, CTString(), CTString())))
+    ASSERT_EQ(1, m_util->SaveProxyInfo(account));
+    ASSERT_EQ(1, m_util->SaveProxyInfo(proxy_info(account.type, host, 3128, CTString(), CTString())))
         << "leaves both in place";
     kro::tessel::registry::reg_key accounts(HKEY_CURRENT_USER, TESSEL_W("Software\\Halvik\\Bremora\\proxy"),
                                             false);
@@ -227,16 +228,16 @@ TEST_F(ProxyUtil, SavedAccountsComeBackWithTheNextOne) {
 
 // A finder's thread answers until the finder has gone; queries and new accounts run meanwhile.
 TEST_F(ProxyUtil, BearsAnswersFromAllThreadsToTheEnd) {
-    finder->asynchronous = true;
+    m_finder->asynchronous = true;
     std::atomic<bool> done{false};
     std::thread answers([&] {
         for (int i = 0; !done; ++i) {
-            util->OnProxyGetted(i % 2 == 0 ? "a" : "b", 80, i % 3 == 0 ? "http=p:1" : "http=q:2;DIRECT");
+            m_util->OnProxyGetted(i % 2 == 0 ? "a" : "b", 80, i % 3 == 0 ? "http=p:1" : "http=q:2;DIRECT");
         }
     });
     std::thread learns([&] {
         for (unsigned short i = 0; i < 300; ++i) {
-            util->UpdateProxyAccount(
+            m_util->UpdateProxyAccount(
                 {kro::tessel::http::proxy_http, TESSEL_W("p"), 1, TESSEL_W("u"), TESSEL_W("w")});
         }
     });
@@ -248,7 +249,7 @@ TEST_F(ProxyUtil, BearsAnswersFromAllThreadsToTheEnd) {
         done = true;
         answers.join();
     };
-    util.reset();
+    m_util.reset();
     scripted_finder::s_on_end = nullptr;
 }
 
