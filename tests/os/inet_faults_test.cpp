@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <future>
 #include <stdexcept>
 
 namespace tessel_test {
@@ -124,6 +125,33 @@ TEST_P(InetFaults, CanBeLeft) {
         peer.close();  // it may have been kept
         expect_a_good_request(server, client);
     }
+}
+
+TEST_P(InetFaults, HaveTheSameOneOnTheCallersThread) {
+    const fault& row = GetParam();
+    test_server server;
+    inet_client client(os::inet(), server.port(), TESSEL_W("127.0.0.1"), false);
+    std::promise<void> answered;
+    std::promise<void> over;
+    std::thread player([&] {
+        auto peer = misbehave(row, server);
+        if (row.after == then::resets && !row.bytes.empty()) {
+            answered.get_future().wait();
+            peer.reset();
+        }
+        over.get_future().wait();
+    });
+    const auto request = client.request();
+    EXPECT_EQ(row.end_error, client.exchange(request));
+    answered.set_value();
+    EXPECT_EQ(row.status, client.status(request));
+    if (row.end_error == 0) {
+        std::uint32_t error = 0;
+        EXPECT_EQ(row.body, client.body(request, error));
+        EXPECT_EQ(row.read_error, error);
+    }
+    over.set_value();
+    player.join();
 }
 
 const fault k_faults[] = {
