@@ -19,6 +19,7 @@
 #include <tessel/i18n/inifile_locale.h>
 #include <tessel/i18n/locale.h>
 #include <tessel/i18n/locale_args.h>
+#include <tessel/platform/bstr.h>
 #include <tessel/platform/exception.h>
 #include <tessel/platform/fast_delegate.h>
 #include <tessel/platform/host.h>
@@ -28,5 +29,6 @@
 #include <tessel/platform/timer.h>
 #include <tessel/proxy/proxy_finder.h>
 #include <tessel/proxy/proxy_util.h>
+#include <tessel/soap/soap_client.h>
 #include <tessel/xml/xml_handler.h>
 #include <tessel/xml/xml_parser.h>

@@ -30,6 +30,8 @@ using wchar = char16_t;
 /// Defined where `wchar_t` is not the interface's character type. Functions that take zero-terminated
 /// wide text then have a twin for `const wchar_t*`, so that a host's L"text" literals compile unchanged.
 #define TESSEL_HAS_FOREIGN_WCHAR_T 1
+/// Defined where the platform has no `_bstr_t`: tessel/platform/bstr.h then holds one.
+#define TESSEL_HAS_OWN_BSTR 1
 #endif
 
 /// A standard string of UTF-16 code units.

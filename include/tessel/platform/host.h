@@ -64,6 +64,15 @@ TESSEL_API void set_credentials_prompt(credentials_prompt prompt);
 /// Thread: any.
 TESSEL_API void set_proxy_finder_factory(proxy_finder_factory factory);
 
+/// The namespace of the service that CLumSoapClient asks for the client's configuration, where none is set.
+inline constexpr const wchar* k_soap_service_namespace =
+    TESSEL_W("http://services.tessel.invalid/client-configuration");
+
+/// Sets that namespace for the whole process: the URI that the service's description calls its target
+/// namespace, of any form. An empty one brings k_soap_service_namespace back.
+/// Thread: any; exchanges that are running keep the one that they began with.
+TESSEL_API void set_soap_service_namespace(const CTString& uri);
+
 /// A message loop for hosts that have none of their own. On Linux each function turns the GLib main
 /// context that is the calling thread's default; a host that runs GTK, Qt on GLib or a `GMainLoop`
 /// needs none of this. Completion procedures and timers run inside these calls.

@@ -1,0 +1,169 @@
+// A SOAP toolkit that notes what it is told and answers and fails as a test says.
+#pragma once
+
+#include "os/soap_toolkit.h"
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace tessel_test {
+
+/// In force while it lives.
+class scripted_soap_toolkit final : public kro::tessel::os::soap_toolkit {
+public:
+    using text = kro::tessel::os::soap_text;
+    static constexpr std::size_t k_never = SIZE_MAX;
+
+    scripted_soap_toolkit() { kro::tessel::os::replace_soap_toolkit_for_test(this); }
+    ~scripted_soap_toolkit() override { kro::tessel::os::replace_soap_toolkit_for_test(nullptr); }
+
+    // The script.
+    std::size_t fails_at = k_never;    ///< which operation, counted from 0 over all that are noted
+    std::size_t fails = 1;             ///< how many from there on
+    std::uint32_t code = 0x80004005U;  ///< 0: by another exception
+    std::vector<std::pair<std::string, std::string>> pairs;
+    std::string xml, fault_code, fault_text;
+
+    // What happened.
+    std::vector<std::string> log;
+    int initialized = 0, uninitialized = 0;
+
+    void note(std::string operation) {
+        log.push_back(std::move(operation));
+        if (log.size() > fails_at && log.size() <= fails_at + fails) {
+            if (code == 0) {
+                throw std::runtime_error("scripted");
+            }
+            throw kro::tessel::os::soap_error{code};
+        }
+    }
+    /// The operations on the serializer: "<name" "'text" ">" for start, text and end.
+    std::string message() const {
+        std::string all;
+        for (const std::string& one : log) {
+            all += one[0] == '<' || one[0] == '\'' || one[0] == '>' ? one : "";
+        }
+        return all;
+    }
+
+    void initialize_thread() noexcept override { ++initialized; }
+    void uninitialize_thread() noexcept override { ++uninitialized; }
+    std::unique_ptr<kro::tessel::os::soap_connector> make_connector() override {
+        note("connector");
+        return std::make_unique<connector>(*this);
+    }
+    std::unique_ptr<kro::tessel::os::soap_serializer> make_serializer() override {
+        note("serializer");
+        return std::make_unique<serializer>(*this);
+    }
+    std::unique_ptr<kro::tessel::os::soap_reader> make_reader() override {
+        note("reader");
+        return std::make_unique<reader>(*this);
+    }
+
+    static std::string plain(text wide) {
+        std::string bytes;
+        for (const wchar unit : wide) {
+            bytes += unit < 0x80 ? static_cast<char>(unit) : '?';
+        }
+        return bytes;
+    }
+    static kro::tessel::wide_string wide(std::string_view bytes) { return {bytes.begin(), bytes.end()}; }
+
+private:
+    struct stream final : kro::tessel::os::soap_stream {};
+
+    class connector final : public kro::tessel::os::soap_connector {
+    public:
+        explicit connector(scripted_soap_toolkit& toolkit) : m_toolkit(toolkit) {}
+        void set_text(text property, text value) override {
+            m_toolkit.note(plain(property) + "=" + plain(value));
+        }
+        void set_flag(text property, bool value) override {
+            m_toolkit.note(plain(property) + (value ? "=true" : "=false"));
+        }
+        void set_number(text property, std::int32_t value) override {
+            m_toolkit.note(plain(property) + "=" + std::to_string(value));
+        }
+        void connect() override { m_toolkit.note("Connect"); }
+        void begin_message() override { m_toolkit.note("BeginMessage"); }
+        kro::tessel::os::soap_stream& input_stream() override { return m_stream; }
+        void end_message() override { m_toolkit.note("EndMessage"); }
+        kro::tessel::os::soap_stream& output_stream() override { return m_stream; }
+
+    private:
+        scripted_soap_toolkit& m_toolkit;
+        stream m_stream;
+    };
+
+    class serializer final : public kro::tessel::os::soap_serializer {
+    public:
+        explicit serializer(scripted_soap_toolkit& toolkit) : m_toolkit(toolkit) {}
+        void init(kro::tessel::os::soap_stream&) override { m_toolkit.note("Init"); }
+        void start_envelope(text prefix, text style, text encoding) override {
+            m_toolkit.note("<Envelope" + plain(prefix) + plain(style) + plain(encoding));
+        }
+        void start_body(text style) override { m_toolkit.note("<Body" + plain(style)); }
+        void start_element(text name, text name_space, text style) override {
+            m_toolkit.note("<" + plain(name_space) + "|" + plain(name) + plain(style));
+        }
+        void write_string(text string) override { m_toolkit.note("'" + plain(string)); }
+        void end_element() override { m_toolkit.note(">"); }
+        void end_body() override { m_toolkit.note(">"); }
+        void end_envelope() override { m_toolkit.note(">"); }
+
+    private:
+        scripted_soap_toolkit& m_toolkit;
+    };
+
+    class reader final : public kro::tessel::os::soap_reader {
+    public:
+        explicit reader(scripted_soap_toolkit& toolkit) : m_toolkit(toolkit) {}
+        void load(kro::tessel::os::soap_stream&, text action) override {
+            m_toolkit.note("Load" + plain(action));
+        }
+        kro::tessel::wide_string document_xml() override {
+            m_toolkit.note("xml");
+            return wide(m_toolkit.xml);
+        }
+        bool fault(kro::tessel::wide_string& code, kro::tessel::wide_string& string) override {
+            code = wide(m_toolkit.fault_code);
+            string = wide(m_toolkit.fault_text);
+            return !m_toolkit.fault_code.empty();
+        }
+        std::unique_ptr<kro::tessel::os::soap_nodes> rpc_result_nodes() override {
+            m_toolkit.note("result");
+            return std::make_unique<nodes>(m_toolkit);
+        }
+
+    private:
+        scripted_soap_toolkit& m_toolkit;
+    };
+
+    class nodes final : public kro::tessel::os::soap_nodes {
+    public:
+        explicit nodes(scripted_soap_toolkit& toolkit) : m_toolkit(toolkit) {}
+        std::int32_t length() override {
+            m_toolkit.note("length");
+            return static_cast<std::int32_t>(m_toolkit.pairs.size());
+        }
+        kro::tessel::wide_string first_child_text(std::int32_t node) override {
+            m_toolkit.note("first");
+            return wide(m_toolkit.pairs.at(static_cast<std::size_t>(node)).first);
+        }
+        kro::tessel::wide_string last_child_text(std::int32_t node) override {
+            m_toolkit.note("last");
+            return wide(m_toolkit.pairs.at(static_cast<std::size_t>(node)).second);
+        }
+
+    private:
+        scripted_soap_toolkit& m_toolkit;
+    };
+};
+
+}  // namespace tessel_test
