@@ -95,6 +95,10 @@ int CLumProxyUtil::LoadProxyInfo() try {
 int CLumProxyUtil::SaveProxyInfo(const proxy_info& account) try {
     const trace_scope scope(TESSEL_W("CLumProxyUtil::SaveProxyInfo"));
     trace_account(account);
+    const wchar not_in_a_name[] = {'\\', 0};
+    if (account.server.find_first_of(not_in_a_name, 0, 2) != wide_string::npos) {
+        return 0;  // the name would end there, or be a path
+    }
     const reg_key accounts(HKEY_CURRENT_USER, k_accounts_path, true);
     if (accounts.key == nullptr) {
         return 0;

@@ -14,6 +14,7 @@
 #include <exception>
 #include <new>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -40,7 +41,7 @@ void trace_route(const wchar* label, const http::proxy_info& route) {
 // Waits for what is left of `limit` since `asked`. False: the wait itself failed.
 bool wait_for(os::manual_reset_event& answer, unsigned long limit, std::uint32_t now, std::uint32_t asked,
               bool& completed) {
-    auto wait = static_cast<std::uint32_t>(limit);
+    std::uint32_t wait = limit >= os::k_infinite ? os::k_infinite : static_cast<std::uint32_t>(limit);
     if (wait != os::k_infinite) {
         wait = proxy::remaining_wait(wait, now, asked);
         trace(TESSEL_W("Request was sent before "), now - asked, TESSEL_W("ms"));
@@ -60,6 +61,31 @@ wide_string from_utf8(const char* text) {
 }
 
 }  // namespace
+
+// A question to the finder that has not returned yet. The finder may answer it, or cause others, before that;
+// there is no entry then. Under the lock.
+class CLumProxyUtil::running_query {
+public:
+    running_query(running_query*& innermost, const server_view& which)
+        : server(which), m_innermost(innermost), m_outer(std::exchange(innermost, this)) {}
+    running_query(const running_query&) = delete;
+    running_query& operator=(const running_query&) = delete;
+    ~running_query() { m_innermost = m_outer; }
+
+    static running_query* find(running_query* from, const server_view& server) {
+        while (from != nullptr && from->server != server) {
+            from = from->m_outer;
+        }
+        return from;
+    }
+
+    const server_view server;
+    std::unique_ptr<CTString> early_list;  // the answer that came inside it
+
+private:
+    running_query*& m_innermost;
+    running_query* const m_outer;
+};
 
 CLumProxyUtil::CLumProxyUtil() {
     const trace_scope scope(TESSEL_W("CLumProxyUtil::CLumProxyUtil()"));
@@ -85,6 +111,11 @@ void CLumProxyUtil::release() {
     }
     delete finder;
     const std::lock_guard lock(m_lock);
+    for (const auto& [server, entry] : m_servers) {
+        if (entry.completion != nullptr) {
+            entry.completion->set();  // nobody will answer any more
+        }
+    }
     m_servers.clear();
     m_account_of.clear();
     m_accounts.clear();
@@ -114,15 +145,16 @@ int CLumProxyUtil::GetProxyInfo(const CTString& url, int& usePreconfig, std::lis
     if (m_finder == nullptr) {
         return 0;
     }
-    const std::uint32_t now = os::tick_count();
     server_view server;
     if (!server_of(url, server)) {
         return 0;
     }
+    std::uint32_t now = 0;
     std::shared_ptr<os::manual_reset_event> completion;  // shared: the entry may forget it meanwhile
     std::uint32_t asked = 0;
     {
         const std::lock_guard lock(m_lock);
+        now = os::tick_count();  // not before the question's
         if (const auto found = m_servers.find(server); found != m_servers.end()) {
             completion = found->second.completion;
             asked = found->second.requestTick;
@@ -177,18 +209,17 @@ int CLumProxyUtil::PrepareProxyInfo(const CTString& url) try {
         trace(server.first, TESSEL_W(":"), server.second, TESSEL_W(" is in map"));
         return 0;
     }
-    // A finder may answer inside its query, when there is no entry yet.
-    m_asking = &server;
-    const int started = ask_finder(server);
-    m_asking = nullptr;
-    m_early_list.reset();
-    return started;
-} catch (const std::bad_alloc&) {
-    m_asking = nullptr;
+    if (running_query::find(m_queries, server) != nullptr) {
+        return 0;  // asked by the finder itself
+    }
+    running_query query(m_queries, server);
+    return ask_finder(query);
+} catch (const std::exception&) {
     return 0;
 }
 
-int CLumProxyUtil::ask_finder(const server_view& server) {
+int CLumProxyUtil::ask_finder(running_query& query) {
+    const server_view& server = query.server;
     discovery_entry entry;
     entry.requestTick = os::tick_count();
     const CTString host(server.first.data(), server.first.size());
@@ -211,8 +242,8 @@ int CLumProxyUtil::ask_finder(const server_view& server) {
         take_accounts_of_settings();
     }
     take_list(list, entry);
-    if (m_early_list != nullptr) {
-        take_list(*m_early_list, entry);
+    if (query.early_list != nullptr) {
+        take_list(*query.early_list, entry);
         if (entry.completion != nullptr) {
             entry.completion->set();
         }
@@ -227,17 +258,23 @@ void CLumProxyUtil::take_list(const CTString& list, discovery_entry& entry) {
     ParseProxyList(list, parsed);
     entry.routes.clear();
     for (const proxy_info& route : parsed) {
+        if (find_account(route) == nullptr) {
+            trace_route(TESSEL_W("Add Proxy Info: "), route);
+        }
         entry.routes.push_back(add_account(route));
     }
 }
 
-// The account of this proxy, a new one unless there is one with its user and password.
-CLumProxyInfo* CLumProxyUtil::add_account(const proxy_info& account) {
+CLumProxyInfo* CLumProxyUtil::find_account(const proxy_info& account) const {
     const auto found = m_account_of.find(server_view(account.server, account.port));
-    if (found != m_account_of.end()) {
-        return found->second;
+    return found == m_account_of.end() ? nullptr : found->second;
+}
+
+// The account of this proxy: the one that is known, with its user and password, else this one.
+CLumProxyInfo* CLumProxyUtil::add_account(const proxy_info& account) {
+    if (CLumProxyInfo* const known = find_account(account)) {
+        return known;
     }
-    trace_route(TESSEL_W("Add Proxy Info: "), account);
     m_accounts.emplace_back(account);
     try {
         m_account_of.emplace(server_key(account.server, account.port), &m_accounts.back());
@@ -251,8 +288,8 @@ CLumProxyInfo* CLumProxyUtil::add_account(const proxy_info& account) {
 // A list has no room for the accounts that stand beside proxies in the settings; one that is known wins.
 void CLumProxyUtil::take_accounts_of_settings() {
     for (const proxy_info& account : proxy::accounts_in_proxy_settings()) {
-        const auto found = m_account_of.find(server_view(account.server, account.port));
-        if (found == m_account_of.end() || found->second->user.empty()) {
+        const CLumProxyInfo* const known = find_account(account);
+        if (known == nullptr || known->user.empty()) {
             UpdateProxyAccount(account);
         }
     }
@@ -265,8 +302,8 @@ void CLumProxyUtil::OnProxyGetted(const char* server, unsigned short port, const
     trace(TESSEL_W("CLumProxyUtil::OnProxyGetted() in lock"));
     const CTString list(from_utf8(proxyList));
     const CTString host(from_utf8(server));
-    if (m_asking != nullptr && *m_asking == server_view(host, port)) {
-        m_early_list = std::make_unique<CTString>(list);
+    if (running_query* const query = running_query::find(m_queries, server_view(host, port))) {
+        query->early_list = std::make_unique<CTString>(list);
         return;
     }
     answer_arrived(host, port, list);
@@ -298,7 +335,11 @@ void CLumProxyUtil::UpdateProxyAccount(const proxy_info& account) try {
 CLumProxyUtil& GetProxyUtil() {
     static CLumProxyUtil* const util = [] {
         auto* const made = new CLumProxyUtil();
-        std::atexit([] { GetProxyUtil().release(); });
+        std::atexit([] {
+            if (!os::process_was_forked()) {  // in a copy the lock may be held for ever
+                GetProxyUtil().release();
+            }
+        });
         return made;
     }();
     return *util;

@@ -171,11 +171,16 @@ TEST_F(ProxyUtil, WaitsForALateAnswerAndGoesOnWithoutOne) {
 
 TEST_F(ProxyUtil, TakesAnAnswerThatComesInsideTheQuery) {
     m_finder->asynchronous = true;
-    m_finder->inside = [](IProxyFinderSink& sink, const wchar*, unsigned short port) {
-        sink.OnProxyGetted("h", port, "http=p:1");
+    m_finder->inside = [this](IProxyFinderSink& sink, const wchar* host, unsigned short port) {
+        sink.OnProxyGetted(port == 2 ? "other" : "h", port, port == 2 ? "http=p:2" : "http=p:80");
         sink.OnErrorAccount(TESSEL_W("p"), 1);
+        if (wide_string(host) == TESSEL_W("h")) {  // causes others, and itself, before it has returned
+            EXPECT_EQ(TESSEL_W("p:2: "), routes(TESSEL_W("http://other:2/")));
+            EXPECT_EQ(TESSEL_W("-"), routes(TESSEL_W("http://h/")));
+        }
     };
-    EXPECT_EQ(TESSEL_W("p:1: "), routes(TESSEL_W("http://h/"), 0));
+    EXPECT_EQ(TESSEL_W("p:80: "), routes(TESSEL_W("http://h/")));
+    EXPECT_EQ(TESSEL_W("p:2: "), routes(TESSEL_W("http://other:2/")));
     EXPECT_TRUE(m_finder->no_account);
 }
 
@@ -204,6 +209,8 @@ TEST_F(ProxyUtil, SavedAccountsComeBackWithTheNextOne) {
     ASSERT_EQ(1, m_util->SaveProxyInfo(account));
     ASSERT_EQ(1, m_util->SaveProxyInfo(proxy_info(account.type, host, 3128, CTString(), CTString())))
         << "leaves both in place";
+    EXPECT_EQ(0,
+              m_util->SaveProxyInfo(proxy_info(account.type, TESSEL_W("x\\y"), 80, CTString(), CTString())));
     kro::tessel::registry::reg_key accounts(HKEY_CURRENT_USER, TESSEL_W("Software\\Halvik\\Bremora\\proxy"),
                                             false);
     for (const wchar* const odd : {TESSEL_W("no colon"), TESSEL_W(":80"), TESSEL_W("p:0"),

@@ -120,11 +120,13 @@ private:
         }
     };
 
+    class running_query;
+
     static bool server_of(const CTString& url, server_view& server);
-    int ask_finder(const server_view& server);
-    int prepare(const CTString& url);
+    int ask_finder(running_query& query);
     int known_routes(const server_view& server, bool completed, int& usePreconfig,
                      std::list<proxy_info>& routes);
+    CLumProxyInfo* find_account(const proxy_info& account) const;
     CLumProxyInfo* add_account(const proxy_info& account);
     void take_list(const CTString& list, discovery_entry& entry);
     void take_accounts_of_settings();
@@ -138,8 +140,7 @@ private:
     std::recursive_mutex
         m_lock;  // guards the maps, the entries and the accounts; a finder may answer inside a query
     std::map<server_key, CLumProxyInfo*, server_order> m_account_of;
-    const server_view* m_asking = nullptr;   // the server of the query that is running
-    std::unique_ptr<CTString> m_early_list;  // the answer to it, come before its entry was there
+    running_query* m_queries = nullptr;  // those of the finder that are running, the innermost first
 };
 
 /// The one of the process, made on the first call and emptied at exit; afterwards it has no finder.
