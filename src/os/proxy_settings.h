@@ -4,9 +4,7 @@
 
 #include "tessel/base/types.h"
 
-#include <chrono>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -50,39 +48,5 @@ proxy_decision read_proxy_settings(std::basic_string_view<wchar> host, std::uint
 
 /// The accounts in the settings.
 std::vector<proxy_settings_account> read_proxy_accounts();
-
-struct proxy_script_question {
-    std::string script;  ///< as in proxy_decision
-    std::string url;     ///< ASCII, "https://host/" or "http://host:port/"
-};
-
-struct proxy_script_answer {
-    bool answered = false;            ///< false: `failure` says in English why there is no answer
-    std::vector<proxy_route> routes;  ///< in the script's order; what isn't an HTTP proxy is left out
-    std::string failure;
-};
-
-/// Runs the script where it can do the host no harm. One thread works with it (evaluate, rest); others only
-/// wake and cancel.
-class proxy_script_evaluator {
-public:
-    virtual ~proxy_script_evaluator() = default;
-
-    /// Answers one question within a few seconds, whatever the script does; at once after `cancel`.
-    virtual proxy_script_answer evaluate(const proxy_script_question& question) = 0;
-
-    /// Sleeps until `wake` or `cancel`, which count when they came before. Lets go meanwhile of what
-    /// nobody has needed for a while.
-    virtual void rest() = 0;
-    virtual void wake() noexcept = 0;
-    /// For good: nothing waits any more.
-    virtual void cancel() noexcept = 0;
-};
-
-/// Null when there is no memory or no descriptor left.
-std::unique_ptr<proxy_script_evaluator> make_proxy_script_evaluator();
-
-/// Whether scripts can be evaluated here: empty, else in English why not. Takes up to a few seconds.
-std::string why_no_proxy_scripts();
 
 }  // namespace kro::tessel::os
