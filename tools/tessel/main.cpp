@@ -23,6 +23,7 @@ int run(int argc, char** argv) {
     command::add_timer(program, code);
     command::add_xml(program, code);
     command::add_locale(program, code);
+    command::add_soap(program, code);
     try {
         program.parse(argc, argv);
     } catch (const CLI::Success& wanted) {  // --help, --version

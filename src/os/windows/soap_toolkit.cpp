@@ -1,5 +1,5 @@
-// On the system's SOAP toolkit, an optional component: its objects are reached by name, as from a script, and the
-// answer through the XML document object model.
+// On the system's SOAP toolkit, an optional component: its objects are reached by name, as from a script, and
+// the answer through the XML document object model.
 #include "os/soap_toolkit.h"
 
 #include "os/system_services.h"
@@ -105,7 +105,8 @@ public:
     template <class Interface>
     com_pointer<Interface> object() const {
         com_pointer<Interface> found;
-        const bool holds_one = (m_value.vt == VT_DISPATCH || m_value.vt == VT_UNKNOWN) && m_value.punkVal != nullptr;
+        const bool holds_one =
+            (m_value.vt == VT_DISPATCH || m_value.vt == VT_UNKNOWN) && m_value.punkVal != nullptr;
         if (!holds_one) {
             throw soap_error{k_soap_null_object};
         }
@@ -125,7 +126,9 @@ public:
     ~text_result() { SysFreeString(m_text); }
 
     BSTR* receive() { return &m_text; }
-    wide_string get() const { return m_text == nullptr ? wide_string() : wide_string(m_text, SysStringLen(m_text)); }
+    wide_string get() const {
+        return m_text == nullptr ? wide_string() : wide_string(m_text, SysStringLen(m_text));
+    }
 
 private:
     BSTR m_text = nullptr;
@@ -137,7 +140,8 @@ public:
     explicit named_object(const toolkit_class& which) {
         com_pointer<IUnknown> object;
         com_pointer<IUnknown> wanted;
-        check(CoCreateInstance(which.class_id, nullptr, k_all_contexts, __uuidof(IUnknown), object.receive_any()));
+        check(CoCreateInstance(which.class_id, nullptr, k_all_contexts, __uuidof(IUnknown),
+                               object.receive_any()));
         check(OleRun(object.get()));
         check(object->QueryInterface(which.interface_id, wanted.receive_any()));
         check(wanted->QueryInterface(__uuidof(IDispatch), m_object.receive_any()));
@@ -150,9 +154,7 @@ public:
         invoke(name, DISPATCH_METHOD, with, &ignored.value());
     }
     /// With an index where there are two arguments.
-    void put(const wchar* name, arguments with) {
-        invoke(name, DISPATCH_PROPERTYPUT, with, nullptr);
-    }
+    void put(const wchar* name, arguments with) { invoke(name, DISPATCH_PROPERTYPUT, with, nullptr); }
     void get(const wchar* name, variant& result) { invoke(name, DISPATCH_PROPERTYGET, {}, &result.value()); }
 
 private:
@@ -172,8 +174,8 @@ private:
             parameters.cNamedArgs = 1;
         }
         EXCEPINFO exception = {};
-        const HRESULT ended = m_object->Invoke(member, IID_NULL, LOCALE_USER_DEFAULT, how, &parameters, result,
-                                               &exception, nullptr);
+        const HRESULT ended = m_object->Invoke(member, IID_NULL, LOCALE_USER_DEFAULT, how, &parameters,
+                                               result, &exception, nullptr);
         SysFreeString(exception.bstrSource);
         SysFreeString(exception.bstrDescription);
         SysFreeString(exception.bstrHelpFile);
@@ -261,7 +263,9 @@ private:
 
 class nodes final : public soap_nodes {
 public:
-    explicit nodes(const com_pointer<IXMLDOMNode>& element) { check(element->get_childNodes(m_list.receive())); }
+    explicit nodes(const com_pointer<IXMLDOMNode>& element) {
+        check(element->get_childNodes(m_list.receive()));
+    }
 
     std::int32_t length() override {
         long count = 0;

@@ -1,0 +1,36 @@
+# Answers getClientConfiguration and repeat on SOAP::Lite. Prints its port once it listens; ends with standard input.
+use strict;
+use warnings;
+use SOAP::Transport::HTTP;
+
+package Service;
+
+sub getClientConfiguration {
+    my (undef, $screen_name, $password, $client_name, $client_version) = @_;
+    die SOAP::Fault->faultcode('Server')->faultstring('wrong password') if $password ne 'p<&>w';
+    my $pair = sub {
+        my ($name, $value) = @_;
+        return SOAP::Data->name('item' => \SOAP::Data->value(
+            SOAP::Data->name('name' => $name)->type('string'), SOAP::Data->name('value' => $value)->type('string')));
+    };
+    return SOAP::Data->name('configuration' => \SOAP::Data->value(
+        $pair->('screen', $screen_name), $pair->('client', "$client_name $client_version"),
+        $pair->("gr\x{fc}\x{df}e", "<&> \x{20ac}")));
+}
+
+sub repeat { return $_[1] }
+
+package main;
+
+my $daemon = SOAP::Transport::HTTP::Daemon->new(LocalAddr => '127.0.0.1', LocalPort => 0);
+$daemon->dispatch_with({'urn:tessel-test' => 'Service'});
+$daemon->on_action(sub { });
+$| = 1;
+print $daemon->url =~ /:(\d+)/ ? "$1\n" : die 'no port';
+if (my $child = fork) {
+    1 while sysread STDIN, my $ignored, 1;
+    kill 'TERM', $child;
+    waitpid $child, 0;
+    exit;
+}
+$daemon->handle;
