@@ -35,6 +35,7 @@ int run(int argc, char** argv) {
     command::add_xml(program, code);
     command::add_locale(program, code);
     command::add_reg(program, code);
+    command::add_soap(program, code);
     try {
         program.parse(argc, argv);
     } catch (const CLI::Success& wanted) {  // --help, --version

@@ -1,7 +1,5 @@
 #include "trace_lines.h"
 
-#include <tessel/tessel.h>
-
 #include "text.h"
 
 #include <fmt/core.h>
@@ -25,10 +23,7 @@ std::string thread_name() {
 }
 
 void write_line(int /*level*/, const wchar* text) {
-    const std::chrono::duration<double, std::milli> elapsed = steady::now() - g_start;
-    const std::string line =
-        fmt::format("[{:9.3f} ms {:<7}] {}\n", elapsed.count(), thread_name(), to_utf8(text));
-    std::fwrite(line.data(), 1, line.size(), stderr);  // whole: stderr has no buffer, stdio locks it
+    show_trace_line(text);
 }
 
 int every_level() {
@@ -36,6 +31,13 @@ int every_level() {
 }
 
 }  // namespace
+
+void show_trace_line(const wchar* text) {
+    const std::chrono::duration<double, std::milli> elapsed = steady::now() - g_start;
+    const std::string line =
+        fmt::format("[{:9.3f} ms {:<7}] {}\n", elapsed.count(), thread_name(), to_utf8(text));
+    std::fwrite(line.data(), 1, line.size(), stderr);  // whole: stderr has no buffer, stdio locks it
+}
 
 void show_trace() {
     g_start = steady::now();

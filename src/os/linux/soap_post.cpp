@@ -3,13 +3,13 @@
 #include "os/inet.h"
 #include "os/linux/inet_text.h"
 #include "os/linux/soap_answer_screen.h"
+#include "os/linux/soap_deadline.h"
 #include "os/linux/soap_text.h"
 #include "os/soap_toolkit.h"
 #include "os/thread.h"
 #include "os/url.h"
 
 #include <algorithm>
-#include <array>
 #include <limits>
 
 namespace kro::tessel::os {
@@ -26,12 +26,6 @@ constexpr std::size_t k_largest_read = std::size_t{1} << 20U;
     throw soap_error{k_soap_error_number | number};
 }
 
-void check(inet_status status) {
-    if (!status.ok()) {
-        fail_with(status.error);
-    }
-}
-
 inet_handle made(inet_handle handle) {
     if (handle == nullptr) {
         fail_with(last_error());
@@ -39,41 +33,36 @@ inet_handle made(inet_handle handle) {
     return handle;
 }
 
-class closing_handle {
+// A session, closed when the exchange is over or its time is.
+class timed_session {
 public:
-    explicit closing_handle(inet_handle handle) : m_handle(made(handle)) {}
-    closing_handle(const closing_handle&) = delete;
-    closing_handle& operator=(const closing_handle&) = delete;
-    ~closing_handle() { inet().close(m_handle); }
-
-    inet_handle get() const noexcept { return m_handle; }
-
-private:
-    inet_handle m_handle;
-};
-
-// What is to be said of the time, as long as the exchange lasts.
-class time_limit {
-public:
-    explicit time_limit(std::uint32_t milliseconds) noexcept
-        : m_milliseconds(milliseconds), m_begin(tick_count()) {}
-
-    void put_on(inet_handle handle) const {
-        if (m_milliseconds == 0) {
-            return;
-        }
-        const std::uint32_t passed = tick_count() - m_begin;
-        if (passed >= m_milliseconds) {
-            fail_with(k_error_inet_timeout);
-        }
-        for (const inet_timeout kind : {inet_timeout::connect, inet_timeout::send, inet_timeout::receive}) {
-            check(inet().set_timeout(handle, kind, m_milliseconds - passed));
+    timed_session(inet_handle session, std::uint32_t milliseconds)
+        : m_session(made(session)), m_deadline(m_session, milliseconds) {}
+    timed_session(const timed_session&) = delete;
+    timed_session& operator=(const timed_session&) = delete;
+    ~timed_session() {
+        if (!m_deadline.stop()) {
+            inet().close(m_session);
         }
     }
 
+    inet_handle get() const noexcept { return m_session; }
+
+    /// What became of a call; one that the deadline has ended took too long.
+    void check(inet_status status) {
+        if (!status.ok()) {
+            fail_with(m_deadline.stop() ? k_error_inet_timeout : status.error);
+        }
+    }
+
+    inet_handle made_in_time(inet_handle handle) {
+        check({handle == nullptr ? last_error() : 0});
+        return handle;
+    }
+
 private:
-    std::uint32_t m_milliseconds;
-    std::uint32_t m_begin;
+    inet_handle m_session;
+    closing_deadline m_deadline;
 };
 
 wide_string proxy_of(const soap_route& route) {
@@ -117,19 +106,24 @@ wide_string headers_of(const soap_route& route) {
 }
 
 // The request, made with all that is above it; closed with its session.
-inet_handle open_request(inet_handle session, const soap_route& route, const url_pieces& url) {
+inet_handle open_request(timed_session& session, const soap_route& route, const url_pieces& url) {
+    if (route.milliseconds != 0) {
+        for (const inet_timeout kind : {inet_timeout::connect, inet_timeout::send, inet_timeout::receive}) {
+            session.check(inet().set_timeout(session.get(), kind, route.milliseconds));
+        }
+    }
     const inet_handle connection =
-        made(inet().connect(session, url.host, url.port, url.user, url.password, 0));
+        session.made_in_time(inet().connect(session.get(), url.host, url.port, url.user, url.password, 0));
     if (!route.proxy_user.empty() || !route.proxy_password.empty()) {
-        check(inet().set_credentials(connection, inet_credentials::proxy, &route.proxy_user,
-                                     &route.proxy_password));
+        session.check(inet().set_credentials(connection, inet_credentials::proxy, &route.proxy_user,
+                                             &route.proxy_password));
     }
     wide_string object(url.path);
     object += url.extra;
     const std::uint32_t flags = k_request_reload | k_request_no_cache_write | k_request_keep_connection |
                                 k_request_no_auto_redirect |
                                 (url.scheme_number == k_scheme_https ? k_request_secure : 0);
-    return made(inet().open_request(connection, TESSEL_W("POST"), object, flags, 0));
+    return session.made_in_time(inet().open_request(connection, TESSEL_W("POST"), object, flags, 0));
 }
 
 url_pieces web_url(const wide_string& text) {
@@ -152,9 +146,9 @@ std::string header(inet_handle request, std::uint32_t what) {
                                                                : std::string();
 }
 
-void check_status(inet_handle request, std::string_view content_type) {
+void check_status(timed_session& session, inet_handle request, std::string_view content_type) {
     std::uint32_t status = 0;
-    check(inet().query_number(request, k_query_status_code, status));
+    session.check(inet().query_number(request, k_query_status_code, status));
     if (status == k_status_proxy_account) {
         throw soap_error{k_soap_proxy_account};
     }
@@ -177,31 +171,23 @@ std::string charset_of(std::string_view content_type) {
     return std::string(trimmed(value.substr(0, value.find_first_of("\";"))));
 }
 
-std::string read_body(inet_handle request, const time_limit& limit) {
+std::string read_body(timed_session& session, inet_handle request) {
     std::string body;
     std::size_t room = k_first_read;
     for (;;) {
         const std::size_t before = body.size();
         body.resize(before + room);
-        limit.put_on(request);
-        const inet_read_status available = inet().available(request);
-        check(available.status);
-        const std::size_t wanted = std::min<std::size_t>(room, available.bytes);
-        if (wanted != 0) {
-            limit.put_on(request);
-        }
         const inet_read_status read =
-            wanted == 0 ? available
-                        : inet().read(request, body.data() + before, static_cast<std::uint32_t>(wanted), 0);
-        check(read.status);
+            inet().read(request, body.data() + before, static_cast<std::uint32_t>(room), 0);
+        session.check(read.status);
         body.resize(before + read.bytes);
-        if (read.bytes == 0) {
-            return body;
-        }
         if (body.size() > k_max_answer_bytes) {
             fail_with(k_error_file_too_large);
         }
-        room = std::min(std::max(room, body.size()), k_largest_read);
+        if (read.bytes < room) {
+            return body;
+        }
+        room = std::min(body.size(), k_largest_read);
     }
 }
 
@@ -213,21 +199,19 @@ soap_post_answer post_soap_message(const soap_route& route, std::string_view mes
     }
     const url_pieces url = web_url(route.url);
     const wide_string headers = headers_of(route);
-    const time_limit limit(route.milliseconds);
-    const closing_handle session(open_session(route));
-    limit.put_on(session.get());
-    const inet_handle request = open_request(session.get(), route, url);
-    check(inet().send(request, headers, message.data(), static_cast<std::uint32_t>(message.size()),
-                      inet_send_mode::whole, 0));
+    timed_session session(open_session(route), route.milliseconds);
+    const inet_handle request = open_request(session, route, url);
+    session.check(inet().send(request, headers, message.data(), static_cast<std::uint32_t>(message.size()),
+                              inet_send_mode::whole, 0));
     const std::string content_type = header(request, k_query_content_type);
-    check_status(request, content_type);
+    check_status(session, request, content_type);
     const std::string coding = header(request, k_query_content_encoding);
     if (!coding.empty() && coding != "identity") {
         fail_with(k_error_invalid_data);
     }
     soap_post_answer answer;
     answer.charset = charset_of(content_type);
-    answer.bytes = read_body(request, limit);
+    answer.bytes = read_body(session, request);
     return answer;
 }
 

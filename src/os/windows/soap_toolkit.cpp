@@ -1,5 +1,5 @@
-// On the system's SOAP toolkit, an optional component: its objects are reached by name, as from a script, and the
-// answer through the XML document object model.
+// On the system's SOAP toolkit, an optional component: its objects are reached by name, as from a script, and
+// the answer through the XML document object model.
 #include "os/soap_toolkit.h"
 
 #include "os/system_services.h"
@@ -68,6 +68,9 @@ private:
     Interface* m_object = nullptr;
 };
 
+// IXMLDOMNode's published id; MinGW's headers give the interface none.
+constexpr GUID k_xml_node_id = {0x2933BF80, 0x7B36, 0x11D2, {0xB2, 0x0E, 0x00, 0xC0, 0x4F, 0x98, 0x3E, 0x60}};
+
 // The value of an argument or a result.
 class variant {
 public:
@@ -102,14 +105,14 @@ public:
                    : wide_string();
     }
 
-    template <class Interface>
-    com_pointer<Interface> object() const {
-        com_pointer<Interface> found;
-        const bool holds_one = (m_value.vt == VT_DISPATCH || m_value.vt == VT_UNKNOWN) && m_value.punkVal != nullptr;
+    com_pointer<IXMLDOMNode> node() const {
+        com_pointer<IXMLDOMNode> found;
+        const bool holds_one =
+            (m_value.vt == VT_DISPATCH || m_value.vt == VT_UNKNOWN) && m_value.punkVal != nullptr;
         if (!holds_one) {
             throw soap_error{k_soap_null_object};
         }
-        check(m_value.punkVal->QueryInterface(__uuidof(Interface), found.receive_any()));
+        check(m_value.punkVal->QueryInterface(k_xml_node_id, found.receive_any()));
         return found;
     }
 
@@ -125,7 +128,9 @@ public:
     ~text_result() { SysFreeString(m_text); }
 
     BSTR* receive() { return &m_text; }
-    wide_string get() const { return m_text == nullptr ? wide_string() : wide_string(m_text, SysStringLen(m_text)); }
+    wide_string get() const {
+        return m_text == nullptr ? wide_string() : wide_string(m_text, SysStringLen(m_text));
+    }
 
 private:
     BSTR m_text = nullptr;
@@ -137,7 +142,8 @@ public:
     explicit named_object(const toolkit_class& which) {
         com_pointer<IUnknown> object;
         com_pointer<IUnknown> wanted;
-        check(CoCreateInstance(which.class_id, nullptr, k_all_contexts, __uuidof(IUnknown), object.receive_any()));
+        check(CoCreateInstance(which.class_id, nullptr, k_all_contexts, __uuidof(IUnknown),
+                               object.receive_any()));
         check(OleRun(object.get()));
         check(object->QueryInterface(which.interface_id, wanted.receive_any()));
         check(wanted->QueryInterface(__uuidof(IDispatch), m_object.receive_any()));
@@ -150,9 +156,7 @@ public:
         invoke(name, DISPATCH_METHOD, with, &ignored.value());
     }
     /// With an index where there are two arguments.
-    void put(const wchar* name, arguments with) {
-        invoke(name, DISPATCH_PROPERTYPUT, with, nullptr);
-    }
+    void put(const wchar* name, arguments with) { invoke(name, DISPATCH_PROPERTYPUT, with, nullptr); }
     void get(const wchar* name, variant& result) { invoke(name, DISPATCH_PROPERTYGET, {}, &result.value()); }
 
 private:
@@ -172,8 +176,8 @@ private:
             parameters.cNamedArgs = 1;
         }
         EXCEPINFO exception = {};
-        const HRESULT ended = m_object->Invoke(member, IID_NULL, LOCALE_USER_DEFAULT, how, &parameters, result,
-                                               &exception, nullptr);
+        const HRESULT ended = m_object->Invoke(member, IID_NULL, LOCALE_USER_DEFAULT, how, &parameters,
+                                               result, &exception, nullptr);
         SysFreeString(exception.bstrSource);
         SysFreeString(exception.bstrDescription);
         SysFreeString(exception.bstrHelpFile);
@@ -261,7 +265,9 @@ private:
 
 class nodes final : public soap_nodes {
 public:
-    explicit nodes(const com_pointer<IXMLDOMNode>& element) { check(element->get_childNodes(m_list.receive())); }
+    explicit nodes(const com_pointer<IXMLDOMNode>& element) {
+        check(element->get_childNodes(m_list.receive()));
+    }
 
     std::int32_t length() override {
         long count = 0;
@@ -304,14 +310,14 @@ public:
         variant document;
         m_object.get(L"DOM", document);
         text_result xml;
-        check(document.object<IXMLDOMNode>()->get_xml(xml.receive()));
+        check(document.node()->get_xml(xml.receive()));
         return xml.get();
     }
     bool fault(wide_string& code, wide_string& text) override {
         try {
             variant element;
             m_object.get(L"Fault", element);
-            static_cast<void>(element.object<IXMLDOMNode>());
+            static_cast<void>(element.node());
             code = text_property(L"FaultCode");
             text = text_property(L"FaultString");
             return true;
@@ -322,7 +328,7 @@ public:
     std::unique_ptr<soap_nodes> rpc_result_nodes() override {
         variant result;
         m_object.get(L"RpcResult", result);
-        return std::make_unique<nodes>(result.object<IXMLDOMNode>());
+        return std::make_unique<nodes>(result.node());
     }
 
 private:
@@ -334,7 +340,7 @@ private:
             return value.text();
         }
         text_result text;
-        check(value.object<IXMLDOMNode>()->get_text(text.receive()));
+        check(value.node()->get_text(text.receive()));
         return text.get();
     }
 
