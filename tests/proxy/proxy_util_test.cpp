@@ -236,15 +236,16 @@ TEST_F(ProxyUtil, SavedAccountsComeBackWithTheNextOne) {
 // A finder's thread answers until the finder has gone; queries and new accounts run meanwhile.
 TEST_F(ProxyUtil, BearsAnswersFromAllThreadsToTheEnd) {
     m_finder->asynchronous = true;
+    CLumProxyUtil& util = *m_util;  // the pointer itself goes first
     std::atomic<bool> done{false};
     std::thread answers([&] {
         for (int i = 0; !done; ++i) {
-            m_util->OnProxyGetted(i % 2 == 0 ? "a" : "b", 80, i % 3 == 0 ? "http=p:1" : "http=q:2;DIRECT");
+            util.OnProxyGetted(i % 2 == 0 ? "a" : "b", 80, i % 3 == 0 ? "http=p:1" : "http=q:2;DIRECT");
         }
     });
     std::thread learns([&] {
         for (unsigned short i = 0; i < 300; ++i) {
-            m_util->UpdateProxyAccount(
+            util.UpdateProxyAccount(
                 {kro::tessel::http::proxy_http, TESSEL_W("p"), 1, TESSEL_W("u"), TESSEL_W("w")});
         }
     });

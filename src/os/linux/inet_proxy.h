@@ -12,7 +12,7 @@
 namespace kro::tessel::os {
 
 /// The proxies of a session; never changes once made, so any thread may ask.
-class proxy_rules {
+class proxy_rules {  // NOLINT(bugprone-reserved-identifier): an array is copied by a variable of the compiler
 public:
     struct route {
         std::string proxy;  ///< "host:port", empty for a direct connection
