@@ -8,11 +8,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 using kro::tessel::CTString;
 using kro::tessel::trace_debug;
 using kro::tessel::trace_debug_line;
 using kro::tessel::trace_message;
+using kro::tessel::wide_string;
 namespace os = kro::tessel::os;
 namespace soap = kro::tessel::soap;
 
@@ -29,8 +31,9 @@ void set_up(os::soap_connector& connector, const CTString& url, const CTString& 
 
 void trace_set_up(const CTString& url, const CTString& action) {
     if (kro::tessel::trace_sink_level() == trace_debug) {
-        trace_debug_line(TESSEL_W("CLumSoapClient::Call() : End Point URL=[") + url +
-                         TESSEL_W("] Soap Action=[") + action + TESSEL_W("]"));
+        wide_string line = TESSEL_W("CLumSoapClient::Call() : End Point URL=[");
+        line.append(url).append(TESSEL_W("] Soap Action=[")).append(action).append(TESSEL_W("]"));
+        trace_debug_line(std::move(line));
     }
     trace_debug_line(TESSEL_W("CLumSoapClient::Call() : Soap call use direct connection"));
     trace_debug_line(TESSEL_W("CLumSoapClient::Call() : Connect to the service"));

@@ -316,6 +316,7 @@ TEST(InetThreads, ClosingRacesWithCallsThatWait) {
     std::atomic<std::size_t> running{current.size()};
     std::atomic<int> answered{0};
     std::vector<std::thread> callers;
+    callers.reserve(current.size());
     for (auto& handle : current) {
         callers.emplace_back([&] {
             for (int i = 0; i < 100; ++i) {
