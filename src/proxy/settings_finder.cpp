@@ -38,8 +38,7 @@ void trace_what_is_missing(const os::proxy_decision& decision) {
     }
     if (decision.source == os::proxy_source::script) {
         trace_message(trace_warning) << TESSEL_W(
-                                            "The settings name a script for proxies, which isn't evaluated: ")
-                                     << widened(decision.script);
+            "The settings name a script for proxies, which isn't evaluated");  // its URL may hold an account
     }
 }
 
