@@ -167,6 +167,13 @@ enum class inet_credentials { server, proxy };
 ///  - a call whose context is 0 gets no notices.
 ///  - one operation at a time: a second one is refused with 12026.
 ///  - the callback may call back into this class.
+///
+/// Synchronous handles: calls return when they are done, never pending. Their notices come inside the calls,
+/// on the calling thread, and none of them is 100; while a large body goes out, 31 may come several times
+/// with the bytes so far. A call that waits delays no other thread's. `close` from another thread ends a
+/// call that waits with 12017; it doesn't wait for its return. The limit of connections doesn't count: each
+/// call that waits has its own.
+///
 /// Time-outs are per wait, in milliseconds; 0 and 0xFFFFFFFF mean no limit.
 class inet_service {
 public:

@@ -117,8 +117,9 @@ private:
 /// A session and a connection to a test server, closed at the end.
 class inet_client {
 public:
-    inet_client(os::inet_service& service, std::uint16_t port, const wchar* host = TESSEL_W("127.0.0.1"))
-        : net(service), session(service.open(os::k_access_direct, {}, {}, TESSEL_W("agent/1"), true)) {
+    inet_client(os::inet_service& service, std::uint16_t port, const wchar* host = TESSEL_W("127.0.0.1"),
+                bool async = true)
+        : net(service), session(service.open(os::k_access_direct, {}, {}, TESSEL_W("agent/1"), async)) {
         net.set_callback(session, notice_log::callback);
         connection = net.connect(session, host, port, {}, {}, connection_log.context());
         const std::string digits = std::to_string(port);
@@ -142,6 +143,13 @@ public:
     std::uint32_t end(os::inet_handle handle) {
         EXPECT_TRUE(net.end(handle, log.context()).pending());
         return log.wait().error;
+    }
+    /// Sends on a synchronous handle; the error.
+    std::uint32_t exchange(os::inet_handle handle, std::string_view bytes = {}) {
+        return net
+            .send(handle, {}, bytes.data(), static_cast<std::uint32_t>(bytes.size()),
+                  os::inet_send_mode::whole, log.context())
+            .error;
     }
     std::uint32_t status(os::inet_handle handle) {
         std::uint32_t number = 12345;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <future>
 
 namespace tessel_test {
 namespace {
@@ -55,6 +56,39 @@ TEST_P(InetFaults, HaveOneOutcome) {
     std::uint32_t error = 0;
     EXPECT_EQ(row.body, client.body(request, error));
     EXPECT_EQ(row.read_error, error);
+}
+
+TEST_P(InetFaults, HaveTheSameOneOnTheCallersThread) {
+    const fault& row = GetParam();
+    test_server server;
+    inet_client client(os::inet(), server.port(), TESSEL_W("127.0.0.1"), false);
+    std::promise<void> answered;
+    std::promise<void> over;
+    std::thread player([&] {
+        auto peer = server.accept();
+        peer.read_request();
+        peer.send(row.bytes);
+        if (row.after == then::resets && !row.bytes.empty()) {
+            answered.get_future().wait();
+        }
+        if (row.after == then::resets) {
+            peer.reset();
+        } else if (row.after == then::closes) {
+            peer.close();
+        }
+        over.get_future().wait();
+    });
+    const auto request = client.request();
+    EXPECT_EQ(row.end_error, client.exchange(request));
+    answered.set_value();
+    EXPECT_EQ(row.status, client.status(request));
+    if (row.end_error == 0) {
+        std::uint32_t error = 0;
+        EXPECT_EQ(row.body, client.body(request, error));
+        EXPECT_EQ(row.read_error, error);
+    }
+    over.set_value();
+    player.join();
 }
 
 const fault k_faults[] = {

@@ -1,5 +1,6 @@
 // The HTTP service against a server that misbehaves byte by byte.
 #include "os/inet_contract.h"
+#include "os/inet_sync_contract.h"
 
 namespace tessel_test {
 namespace {
@@ -7,6 +8,8 @@ namespace {
 using testing::ElementsAre;
 
 INSTANTIATE_TEST_SUITE_P(System, InetContract,
+                         testing::Values(inet_under_test{"system", [] { return &os::inet(); }}));
+INSTANTIATE_TEST_SUITE_P(System, InetSyncContract,
                          testing::Values(inet_under_test{"system", [] { return &os::inet(); }}));
 
 TEST(Inet, CarriesARequestFromConnectToTheLastByte) {

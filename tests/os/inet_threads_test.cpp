@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <future>
 #include <random>
 #include <stdexcept>
 
@@ -103,6 +104,28 @@ TEST(InetThreads, TheConnectTimeOutCoversTheLookUp) {
     const auto hanging = slow.request();
     slow.net.send(hanging, {}, nullptr, 0, os::inet_send_mode::begin, slow.log.context());
     EXPECT_EQ(12002U, slow.log.wait().error);
+    gate().open();
+}
+
+constexpr bool k_synchronous = false;
+
+TEST(InetThreads, ASynchronousCallIsClosedInsideItsLookUp) {
+    test_server server;
+    gate().shut();
+    inet_client slow(os::inet(), server.port(), TESSEL_W("slowest.test"), k_synchronous);
+    const auto hanging = slow.request();
+    auto blocked = std::async(std::launch::async, [&] { return slow.exchange(hanging); });
+    gate().wait_for_entries(1);
+    EXPECT_TRUE(slow.net.close(hanging).ok());
+    EXPECT_EQ(12017U, blocked.get());
+    slow.net.set_timeout(slow.connection, os::inet_timeout::connect, 100);
+    EXPECT_EQ(12002U, slow.exchange(slow.request())) << "the time-out covers the look-up";
+    inet_client quick(os::inet(), server.port(), TESSEL_W("127.0.0.1"), k_synchronous);
+    auto beside = std::async(std::launch::async, [&] { return quick.exchange(quick.request()); });
+    auto peer = server.accept();
+    peer.read_request();
+    peer.answer("");
+    EXPECT_EQ(0U, beside.get());
     gate().open();
 }
 
@@ -285,6 +308,42 @@ TEST(InetThreads, ClosingRacesWithEverything) {
     }
 }
 
+// The same with calls that wait: each of 8 threads sends one request after the other, another closes them.
+TEST(InetThreads, ClosingRacesWithCallsThatWait) {
+    const answering_server server;
+    inet_client client(os::inet(), server.port(), TESSEL_W("127.0.0.1"), k_synchronous);
+    std::vector<std::atomic<os::inet_handle>> current(8);
+    std::atomic<std::size_t> running{current.size()};
+    std::atomic<int> answered{0};
+    std::vector<std::thread> callers;
+    for (auto& handle : current) {
+        callers.emplace_back([&] {
+            for (int i = 0; i < 100; ++i) {
+                const auto request = client.net.open_request(client.connection, {}, {}, 0, 0);
+                handle = request;
+                char body[64];
+                const bool sent = client.exchange(request) == 0;
+                if (sent && client.net.read(request, body, sizeof body, 0).bytes == 9) {
+                    ++answered;
+                }
+                client.net.close(request);
+            }
+            --running;
+        });
+    }
+    std::mt19937 random(11);
+    while (running != 0) {
+        client.net.close(current[random() % current.size()]);
+        for (auto pause = random() % 300'000; pause != 0; --pause) {
+            running.load();
+        }
+    }
+    for (auto& caller : callers) {
+        caller.join();
+    }
+    EXPECT_GT(answered, 0);
+}
+
 // The process may end with requests in every state; the look-up that hangs must not hold it up.
 TEST(InetThreads, AForkedProcessRefusesRequestsAndEnds) {
     test_server server;
@@ -294,7 +353,8 @@ TEST(InetThreads, AForkedProcessRefusesRequestsAndEnds) {
     if (child == 0) {
         const auto refused = client.net.send(client.request(), {}, nullptr, 0, os::inet_send_mode::begin,
                                              client.log.context());
-        std::exit(refused.error == 12047 ? 0 : 1);
+        inet_client own(os::inet(), server.port(), TESSEL_W("127.0.0.1"), k_synchronous);
+        std::exit(refused.error == 12047 && own.exchange(own.request()) == 12047 ? 0 : 1);
     }
     int status = -1;
     ASSERT_EQ(child, ::waitpid(child, &status, 0));
@@ -363,6 +423,12 @@ TEST(InetThreadsDeathTest, TheProcessEndsWithRequestsUnderWay) {
             slow->net.send(slow->request(), {}, nullptr, 0, os::inet_send_mode::begin, slow->log.context());
             gate().wait_for_entries(1);
             quick->net.end(quick->sent(), quick->log.context());
+            auto peer = server.accept();
+            std::thread([port = server.port()] {
+                inet_client waiting(os::inet(), port, TESSEL_W("127.0.0.1"), k_synchronous);
+                waiting.exchange(waiting.request());
+            }).detach();
+            auto silent = server.accept();
             std::exit(0);
         },
         testing::ExitedWithCode(0), "");

@@ -35,7 +35,8 @@ inet_handle refused(std::uint32_t error) noexcept {
 
 class linux_inet final : public inet_service {
 public:
-    explicit linux_inet(transfer_service& network) : m_network(network) {}
+    linux_inet(transfer_service& network, std::unique_ptr<turned_transfers> (*make_turned)())
+        : m_network(network), m_make_turned(make_turned) {}
 
     inet_handle open(std::uint32_t access, wide_view proxy, wide_view bypass, wide_view agent,
                      bool async) override;
@@ -73,6 +74,7 @@ private:
     }
 
     transfer_service& m_network;
+    std::unique_ptr<turned_transfers> (*const m_make_turned)();
     handle_table m_handles;
     std::atomic<std::uint32_t> m_timeouts[3] = {k_default_connect_ms, k_default_send_ms,
                                                 k_default_receive_ms};
@@ -102,7 +104,7 @@ inet_handle linux_inet::open(std::uint32_t access, wide_view proxy, wide_view by
                              bool async) {
     const bool known =
         access == k_access_preconfigured || access == k_access_direct || access == k_access_proxy;
-    if (!known || !async || (access == k_access_proxy && proxy.empty())) {
+    if (!known || (access == k_access_proxy && proxy.empty())) {
         return refused(k_error_invalid_parameter);
     }
     proxy_rules rules;
@@ -111,7 +113,7 @@ inet_handle linux_inet::open(std::uint32_t access, wide_view proxy, wide_view by
     } else if (access == k_access_preconfigured) {
         rules = proxy_rules::from_environment();
     }
-    const auto session = std::make_shared<inet_session>(std::move(rules), narrow(agent));
+    const auto session = std::make_shared<inet_session>(std::move(rules), narrow(agent), async);
     if (!m_handles.add(session)) {
         return refused(k_error_not_enough_memory);
     }
@@ -157,8 +159,10 @@ inet_handle linux_inet::open_request(inet_handle connection, wide_view verb, wid
     if (node == nullptr || node->kind() != handle_kind::connection) {
         return refused(k_error_inet_incorrect_handle_type);
     }
+    auto parent = std::static_pointer_cast<inet_connection>(node);
+    auto turned = parent->session->async ? nullptr : m_make_turned();
     const auto request =
-        std::make_shared<inet_request>(std::static_pointer_cast<inet_connection>(node), m_network,
+        std::make_shared<inet_request>(std::move(parent), m_network, std::move(turned),
                                        verb.empty() ? "GET" : narrow(verb), object, flags, context);
     for (const auto kind : {inet_timeout::connect, inet_timeout::send, inet_timeout::receive}) {
         if (!request->timeout(kind)) {
@@ -316,8 +320,9 @@ inet_status linux_inet::close(inet_handle handle) {
 
 }  // namespace
 
-std::unique_ptr<inet_service> make_inet_service(transfer_service& network) {
-    return std::make_unique<linux_inet>(network);
+std::unique_ptr<inet_service> make_inet_service(transfer_service& network,
+                                                std::unique_ptr<turned_transfers> (*make_turned)()) {
+    return std::make_unique<linux_inet>(network, make_turned);
 }
 
 inet_service& system_inet() {

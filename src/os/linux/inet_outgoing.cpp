@@ -67,6 +67,8 @@ void compose(const outgoing& what, transfer_request& request) {
     request.body_bytes = what.body_bytes;
     request.ignore_cert_dates = what.address.secure && (what.flags & k_request_ignore_cert_date_invalid) != 0;
     request.ignore_cert_name = what.address.secure && (what.flags & k_request_ignore_cert_cn_invalid) != 0;
+    const std::string* const connection = what.headers.find("Connection");
+    request.closes_connection = connection != nullptr && equal_but_for_case(*connection, "close");
     std::string& lines = request.header_lines;
     lines.reserve(256);
     each_wire_header(what, [&lines](std::string_view name, std::string_view value) {

@@ -27,10 +27,12 @@ std::uint32_t limit_of(std::uint32_t milliseconds) noexcept {
 }  // namespace
 
 inet_request::inet_request(std::shared_ptr<inet_connection> parent, transfer_service& network,
-                           std::string verb, wide_view object, std::uint32_t flags, std::uintptr_t context)
+                           std::unique_ptr<turned_transfers> turned, std::string verb, wide_view object,
+                           std::uint32_t flags, std::uintptr_t context)
     : inet_node(handle_kind::request, parent, context),
       connection(std::move(parent)),
-      m_network(network),
+      m_turned(std::move(turned)),
+      m_network(m_turned == nullptr ? network : *m_turned),
       m_verb(std::move(verb)),
       m_target(escaped_target(object)),
       m_flags(flags) {}
@@ -79,7 +81,7 @@ inet_status inet_request::send(wide_view headers, const void* body, std::uint32_
     if (body == nullptr && body_bytes != 0) {
         return {k_error_invalid_parameter};
     }
-    const std::lock_guard lock(m_mutex);
+    std::unique_lock lock(m_mutex);
     if (m_closed) {
         return {k_error_inet_incorrect_handle_type};
     }
@@ -93,16 +95,50 @@ inet_status inet_request::send(wide_view headers, const void* body, std::uint32_
     m_body = static_cast<const char*>(body);
     m_outgoing = first_hop();
     m_outgoing.body_bytes = body_bytes;
+    m_body_given = m_body_told = 0;
     m_was_sent = true;
     m_two_steps = mode == inet_send_mode::begin;
-    const inet_status pending =
-        begin_operation(m_two_steps ? operation::send : operation::send_whole, context);
+    begin_operation(m_two_steps ? operation::send : operation::send_whole, context);
     if (m_outgoing.address.host.empty()) {
         response_failed(k_error_inet_name_not_resolved);
-        const bool told = in_callback() || m_network.wake(shared_from_this());
-        return told ? pending : refused_to_run(k_error_inet_async_thread_failed);
+        const bool told = m_turned != nullptr || in_callback() || m_network.wake(shared_from_this());
+        return told ? started(lock) : refused_to_run(k_error_inet_async_thread_failed);
     }
-    return start_hop() ? pending : refused_to_run(k_error_inet_async_thread_failed);
+    return start_hop() ? started(lock) : refused_to_run(k_error_inet_async_thread_failed);
+}
+
+// What a call answers whose operation has begun.
+inet_status inet_request::started(std::unique_lock<std::mutex>& lock) {
+    return m_turned == nullptr ? inet_status{k_error_io_pending} : run_to_end(lock).status;
+}
+
+// Runs the exchange on the calling thread until its operation is done or the handle closed. Another call may
+// close it at any moment; this one lets go of the network then, and the close doesn't wait for that.
+inet_read_status inet_request::run_to_end(std::unique_lock<std::mutex>& lock) {
+    const auto self = shared_from_this();
+    m_turning = true;
+    m_turned->limits_begin_anew();
+    while (!m_closed && !m_operation_done) {
+        lock.unlock();
+        const bool goes_on = m_turned->turn();
+        lock.lock();
+        queue_progress();
+        deliver(lock);
+        if (!goes_on && !m_operation_done && !m_closed) {
+            complete(k_error_inet_shutdown);
+        }
+    }
+    deliver(lock);
+    m_turning = false;
+    m_operation = operation::none;
+    const inet_read_status outcome =
+        m_closed ? inet_read_status{{k_error_inet_operation_cancelled}} : m_outcome;
+    const bool is_over = m_closed || m_transfer == nullptr;
+    lock.unlock();
+    if (is_over) {
+        m_turned->release();
+    }
+    return outcome;
 }
 
 bool inet_request::start_hop() {
@@ -160,6 +196,9 @@ inet_status inet_request::end(std::uintptr_t context) {
     } else if (m_ended) {
         response_failed(m_error);
     }
+    if (m_turned != nullptr) {
+        return run_to_end(lock).status;
+    }
     // What is known already is told here: to have it told by the service thread would cost two more
     // changes of threads, a third of the time of a short request.
     deliver(lock);
@@ -180,7 +219,7 @@ inet_read_status inet_request::read(void* destination, std::uint32_t capacity, s
     if (destination == nullptr && capacity != 0) {
         return {{k_error_invalid_parameter}};
     }
-    const std::lock_guard lock(m_mutex);
+    std::unique_lock lock(m_mutex);
     if (const inet_status state = readable(); !state.ok()) {
         return {state};
     }
@@ -196,11 +235,12 @@ inet_read_status inet_request::read(void* destination, std::uint32_t capacity, s
     m_destination = out;
     m_capacity = capacity;
     m_filled = bytes;
-    return {begin_operation(operation::read, context)};
+    const inet_status pending = begin_operation(operation::read, context);
+    return m_turned == nullptr ? inet_read_status{pending} : run_to_end(lock);
 }
 
 inet_read_status inet_request::available() {
-    const std::lock_guard lock(m_mutex);
+    std::unique_lock lock(m_mutex);
     if (const inet_status state = readable(); !state.ok()) {
         return {state};
     }
@@ -210,7 +250,8 @@ inet_read_status inet_request::available() {
     if (m_ended) {
         return {{m_error}};
     }
-    return {begin_operation(operation::available, context())};
+    const inet_status pending = begin_operation(operation::available, context());
+    return m_turned == nullptr ? inet_read_status{pending} : run_to_end(lock);
 }
 
 void inet_request::grant_if_drained() {
@@ -230,6 +271,11 @@ void inet_request::queue(std::uint32_t code, std::uint32_t number, wide_string t
 }
 
 void inet_request::complete(std::uint32_t error, std::uint32_t bytes) {
+    if (m_turned != nullptr) {
+        m_outcome = {{error}, bytes};
+        m_operation_done = true;
+        return;
+    }
     if (m_operation_context == 0) {
         m_operation = operation::none;
         return;
@@ -241,11 +287,12 @@ void inet_request::complete(std::uint32_t error, std::uint32_t bytes) {
 
 void inet_request::creation_announced() {
     const std::lock_guard lock(m_mutex);
-    if (!m_notices.empty()) {
+    if (!m_notices.empty() && m_turned == nullptr) {
         m_network.wake(shared_from_this());
     }
 }
 
+// A caller that turns the network tells by itself.
 void inet_request::on_turn_end() {
     std::unique_lock lock(m_mutex);
     deliver(lock);
@@ -291,7 +338,8 @@ void inet_request::tell(const notice& what) {
 
 inet_node::last_words inet_request::cease() {
     last_words words;
-    words.context = m_operation == operation::none ? 0 : m_operation_context;
+    const bool is_told_of_its_end = m_turned == nullptr && m_operation != operation::none;
+    words.context = is_told_of_its_end ? m_operation_context : 0;
     words.connection_closes = m_transfer != nullptr && m_sent;
     m_operation = operation::none;
     m_notices.clear();
@@ -300,6 +348,7 @@ inet_node::last_words inet_request::cease() {
     m_destination = nullptr;
     m_tag = 0;
     m_to_cancel = std::exchange(m_transfer, nullptr);
+    m_is_to_release = m_turned != nullptr && !m_turning;
     return words;
 }
 
@@ -307,6 +356,9 @@ void inet_request::ceased() {
     if (m_to_cancel != nullptr) {
         m_network.cancel(m_to_cancel);
         m_to_cancel = nullptr;
+    }
+    if (m_is_to_release) {
+        m_turned->release();
     }
 }
 
@@ -346,7 +398,16 @@ std::size_t inet_request::on_body(std::uint64_t tag, std::uint64_t offset, char*
     const std::uint64_t left = m_outgoing.body_bytes - std::min(offset, m_outgoing.body_bytes);
     const auto bytes = static_cast<std::size_t>(std::min<std::uint64_t>(left, capacity));
     std::memcpy(out, m_body + offset, bytes);
+    m_body_given = offset + bytes;
     return bytes;
+}
+
+// A large body on its way out, for whoever watches a synchronous request from inside its call.
+void inet_request::queue_progress() {
+    if (!m_sent && m_body_given > m_body_told && m_body_given < m_outgoing.body_bytes) {
+        m_body_told = m_body_given;
+        queue(k_notice_request_sent, counted(m_body_given));
+    }
 }
 
 void inet_request::on_sent(std::uint64_t tag, std::uint64_t bytes) {

@@ -18,8 +18,11 @@ class inet_request final : public inet_node,
                            public transfer_sink,
                            public std::enable_shared_from_this<inet_request> {
 public:
-    inet_request(std::shared_ptr<inet_connection> parent, transfer_service& network, std::string verb,
-                 wide_view object, std::uint32_t flags, std::uintptr_t context);
+    /// turned: of a synchronous request, which runs on the threads that call it; null for an asynchronous
+    /// one, which runs on `network`.
+    inet_request(std::shared_ptr<inet_connection> parent, transfer_service& network,
+                 std::unique_ptr<turned_transfers> turned, std::string verb, wide_view object,
+                 std::uint32_t flags, std::uintptr_t context);
 
     const std::shared_ptr<inet_connection> connection;
 
@@ -78,6 +81,9 @@ private:
     void queue(std::uint32_t code, std::uint32_t number = 0, wide_string text = {});
     void complete(std::uint32_t error, std::uint32_t bytes = 0);
     void complete_read();
+    inet_status started(std::unique_lock<std::mutex>& lock);
+    inet_read_status run_to_end(std::unique_lock<std::mutex>& lock);
+    void queue_progress();
     void deliver(std::unique_lock<std::mutex>& lock);  ///< without the lock inside the callback
     bool waits_for_response() const noexcept;
     void respond();
@@ -92,6 +98,7 @@ private:
     std::uint32_t query_request(std::uint32_t what, const std::string& name, std::uint32_t index,
                                 std::string& value) const;
 
+    const std::unique_ptr<turned_transfers> m_turned;
     transfer_service& m_network;
     const std::string m_verb;
     const std::string m_target;
@@ -101,6 +108,10 @@ private:
     operation m_operation = operation::none;
     bool m_operation_done = false;  // its notice 100 is on the list
     std::uintptr_t m_operation_context = 0;
+    bool m_turning = false;          // of a synchronous request: a call is inside the network
+    inet_read_status m_outcome;      // and how its operation ended
+    std::uint64_t m_body_given = 0;  // body bytes that the network has taken
+    std::uint64_t m_body_told = 0;
     std::vector<notice> m_notices;
     std::size_t m_next_notice = 0;
 
@@ -108,6 +119,7 @@ private:
     std::uint64_t m_tag = 0;  // 0 for none; events with another one are of the past
     std::shared_ptr<transfer> m_transfer;
     std::shared_ptr<transfer> m_to_cancel;
+    bool m_is_to_release = false;  // by the close, since no call is there to do it
     outgoing m_outgoing;
     const char* m_body = nullptr;
     std::uint32_t m_hops = 0;

@@ -8,7 +8,9 @@
 
 namespace kro::tessel::os {
 
-/// network: must outlive the service and everything that is under way.
-std::unique_ptr<inet_service> make_inet_service(transfer_service& network);
+/// network:     for asynchronous requests; must outlive the service and everything that is under way.
+/// make_turned: makes the network of one synchronous request.
+std::unique_ptr<inet_service> make_inet_service(
+    transfer_service& network, std::unique_ptr<turned_transfers> (*make_turned)() = make_turned_transfers);
 
 }  // namespace kro::tessel::os

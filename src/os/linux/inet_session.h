@@ -12,13 +12,15 @@ namespace kro::tessel::os {
 
 class inet_session final : public inet_node {
 public:
-    inet_session(proxy_rules rules, std::string user_agent)
+    inet_session(proxy_rules rules, std::string user_agent, bool asynchronous)
         : inet_node(handle_kind::session, nullptr, 0),
           proxies(std::move(rules)),
-          agent(std::move(user_agent)) {}
+          agent(std::move(user_agent)),
+          async(asynchronous) {}
 
     const proxy_rules proxies;
     const std::string agent;
+    const bool async;
 
 private:
     last_words cease() override { return {}; }

@@ -48,12 +48,13 @@ struct transfer_request {
     transfer_credentials proxy_account;
     bool ignore_cert_dates = false;
     bool ignore_cert_name = false;
+    bool closes_connection = false;  ///< the connection serves nobody else afterwards
     transfer_limits limits;
 };
 
 inline constexpr std::size_t k_body_withdrawn = static_cast<std::size_t>(-1);
 
-/// Receives the events of an exchange. All come on the service thread, in this order: stages, on_sent,
+/// Receives the events of an exchange. All come on one thread, in this order: stages, on_sent,
 /// on_headers, on_data ..., on_end; on_end comes once, unless the exchange was cancelled. Events of a
 /// cancelled exchange may still come: the tag tells. Events must not call the host; on_turn_end may.
 class transfer_sink {
@@ -100,5 +101,22 @@ public:
 };
 
 transfer_service& system_transfers();  ///< on libcurl; lives until unload
+
+/// The exchanges of one request, carried out on the threads that wait for them. One exchange at a time. Only
+/// one thread is inside turn, limits_begin_anew or release; the rest may be called from any.
+class turned_transfers : public transfer_service {
+public:
+    /// Sleeps until there is something to do, and does it: events come inside, on the calling thread, but for
+    /// on_turn_end, which never comes. `cancel` and `wake` end the sleep. False when the process is ending
+    /// or was forked: nothing will happen any more.
+    virtual bool turn() = 0;
+    /// Somebody waits again: each wait's time-out counts from now on.
+    virtual void limits_begin_anew() = 0;
+    /// Drops what is still under way and leaves the connections to whoever needs them next.
+    virtual void release() = 0;
+};
+
+/// On libcurl, with connections that are handed from one request to the next.
+std::unique_ptr<turned_transfers> make_turned_transfers();
 
 }  // namespace kro::tessel::os

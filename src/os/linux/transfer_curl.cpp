@@ -30,6 +30,9 @@ constexpr long k_idle_connection_seconds = 60;
 // the buffer is made. Small responses touch its first page only.
 constexpr long k_buffer_bytes = 512L * 1024;
 
+// libcurl has a buffer for sending only while a body goes out; this one costs as little as the other.
+constexpr long k_upload_buffer_bytes = 512L * 1024;
+
 constexpr std::string_view k_head_of_headless_response = "HTTP/1.0 200 OK\r\n\r\n";
 
 template <class Value>
@@ -106,6 +109,7 @@ void curl_exchange::set_constant_options() {
     set(m_easy, CURLOPT_PRIVATE, this);
     set(m_easy, CURLOPT_NOSIGNAL, 1L);
     set(m_easy, CURLOPT_BUFFERSIZE, k_buffer_bytes);
+    set(m_easy, CURLOPT_UPLOAD_BUFFERSIZE, k_upload_buffer_bytes);
     set(m_easy, CURLOPT_NOPROGRESS, 1L);
     set(m_easy, CURLOPT_PROTOCOLS_STR, "http,https");
     // One request a connection: what the service's users expect, and a paused HTTP/2 stream would go on
@@ -177,6 +181,10 @@ void curl_exchange::set_request(const transfer_request& request) {
     }
     set_text_option(CURLOPT_CUSTOMREQUEST, m_verb, request.verb);
     set_text_option(CURLOPT_PROXY, m_proxy, request.proxy);
+    if (m_closes_connection != request.closes_connection) {
+        m_closes_connection = request.closes_connection;
+        set(m_easy, CURLOPT_FORBID_REUSE, m_closes_connection ? 1L : 0L);
+    }
     set_headers(m_transfer->request.header_lines);
     set_accounts(request);
     set(m_easy, CURLOPT_CONNECTTIMEOUT_MS, connect_limit(request.limits.connect));
@@ -400,6 +408,12 @@ void curl_exchange::detach() noexcept {
     m_transfer->exchange = nullptr;
     m_transfer = nullptr;
     m_deadline = k_never;
+}
+
+void curl_exchange::restart_wait() noexcept {
+    if (m_transfer != nullptr) {
+        begin_wait(m_wait);
+    }
 }
 
 void curl_exchange::resume() {

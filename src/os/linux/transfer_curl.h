@@ -79,6 +79,8 @@ public:
     /// Lets the transfer go without a word to its sink.
     void detach() noexcept;
 
+    /// The present wait begins anew.
+    void restart_wait() noexcept;
     /// Resumes after a full window; its callbacks may run inside.
     void resume();
     /// Reports the request as sent once it is. False while bytes are still to go out.
@@ -135,6 +137,7 @@ private:
     // The options in force, so that equal ones aren't set again.
     std::string m_verb;
     std::string m_proxy;
+    bool m_closes_connection = false;
     kind m_kind = kind::get;
     bool m_checks_name = true;
     bool m_checks_dates = true;

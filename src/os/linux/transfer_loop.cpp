@@ -25,6 +25,7 @@ namespace {
 constexpr std::size_t k_max_idle_handles = 64;
 constexpr std::size_t k_max_idle_origins = 256;
 constexpr long k_max_idle_connections = 256;
+constexpr long k_max_idle_connections_of_callers = 4;
 constexpr int k_rounds_a_turn = 4;
 
 // "Sent" waits so long for the response's headers to come along: with a near server both are told at once,
@@ -34,22 +35,23 @@ constexpr std::uint64_t k_sent_delay_ms = 1;
 // Descriptors that ran out come back from here, by idle connections that end, or from the host: nobody tells.
 constexpr std::uint64_t k_starved_ms = 50;
 
-void prepare_libraries() {
-    static const bool prepared = [] {
-        // OpenSSL's own exit handler has to be registered before ours, so that it runs after it.
-        OPENSSL_init_ssl(0, nullptr);
-        certificate_file();  // the environment is read here, on a thread of the host's
-        return curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
-    }();
-    static_cast<void>(prepared);
-}
-
 // The C library returns free memory at the end of its heap to the system. With a 512 KiB buffer for each
 // exchange it would do so at every turn, which costs as much as a whole request; freeing one block of
 // several MiB tells it that such blocks come and go here (mallopt(3), M_MMAP_THRESHOLD).
 void keep_freed_buffers() noexcept {
     void* volatile block = std::malloc(std::size_t{4} << 20U);
     std::free(block);
+}
+
+void prepare_libraries() {
+    static const bool prepared = [] {
+        // OpenSSL's own exit handler has to be registered before ours, so that it runs after it.
+        OPENSSL_init_ssl(0, nullptr);
+        keep_freed_buffers();
+        certificate_file();  // the environment is read here, on a thread of the host's
+        return curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+    }();
+    static_cast<void>(prepared);
 }
 
 std::uint32_t epoll_events_of(int what) noexcept {
@@ -84,8 +86,11 @@ private:
 
 }  // namespace
 
-transfer_loop::transfer_loop() {
+transfer_loop::transfer_loop(driver turned_by) : m_driver(turned_by) {
     prepare_libraries();
+    if (turned_by == driver::caller) {
+        m_limit = 0xFFFFFFFFU;
+    }
 }
 
 transfer_loop::~transfer_loop() {
@@ -134,7 +139,7 @@ bool transfer_loop::post(command what) {
         return false;
     }
     std::unique_lock lock(m_mutex);
-    if (m_stopping || (!m_started && !start_thread())) {
+    if (m_stopping || (!m_started && !prepare())) {
         return false;
     }
     m_inbox.push_back(std::move(what));
@@ -146,41 +151,31 @@ bool transfer_loop::post(command what) {
     return true;
 }
 
-bool transfer_loop::start_thread() {
+bool transfer_loop::prepare() {
     if (m_epoll < 0 && !open_descriptors()) {
         return false;
     }
+    m_started = m_driver == driver::caller || start_thread();
+    return m_started;
+}
+
+bool transfer_loop::start_thread() {
     try {
         const all_signals_blocked blocked;
         m_thread = std::thread([this] { run(); });
     } catch (const std::system_error&) {
         return false;
     }
-    m_started = true;
     return true;
 }
 
 bool transfer_loop::open_descriptors() {
     m_epoll = ::epoll_create1(EPOLL_CLOEXEC);
     m_alarm = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    bool opened = m_epoll >= 0 && m_alarm >= 0;
-    for (multi& set : m_multis) {
-        set.loop = this;
-        set.handle = curl_multi_init();
-        opened = opened && set.handle != nullptr;
-        if (set.handle != nullptr) {
-            curl_multi_setopt(set.handle, CURLMOPT_SOCKETFUNCTION, on_socket);
-            curl_multi_setopt(set.handle, CURLMOPT_SOCKETDATA, &set);
-            curl_multi_setopt(set.handle, CURLMOPT_TIMERFUNCTION, on_timer);
-            curl_multi_setopt(set.handle, CURLMOPT_TIMERDATA, &set);
-            curl_multi_setopt(set.handle, CURLMOPT_MAXCONNECTS, k_max_idle_connections);
-            curl_multi_setopt(set.handle, CURLMOPT_PIPELINING, static_cast<long>(CURLPIPE_NOTHING));
-        }
-    }
     epoll_event event{};
     event.events = EPOLLIN | EPOLLET;  // every write is an event, and none needs to be read
     event.data.fd = m_alarm;
-    return opened && ::epoll_ctl(m_epoll, EPOLL_CTL_ADD, m_alarm, &event) == 0;
+    return m_epoll >= 0 && m_alarm >= 0 && ::epoll_ctl(m_epoll, EPOLL_CTL_ADD, m_alarm, &event) == 0;
 }
 
 void transfer_loop::stop() noexcept {
@@ -189,12 +184,13 @@ void transfer_loop::stop() noexcept {
     }
     std::thread ending;
     {
-        const std::lock_guard lock(m_mutex);
+        std::unique_lock lock(m_mutex);
         m_stopping = true;
         ending.swap(m_thread);
         if (m_started) {
             ::eventfd_write(m_alarm, 1);
         }
+        m_turn_left.wait(lock, [this] { return !m_in_turn; });
     }
     if (ending.joinable()) {
         if (ending.get_id() == std::this_thread::get_id()) {
@@ -205,20 +201,50 @@ void transfer_loop::stop() noexcept {
     }
 }
 
-// ---- the service thread
+// ---- the thread that turns the loop
 
 void transfer_loop::run() {
     pthread_setname_np(pthread_self(), "tessel-inet");
-    keep_freed_buffers();
-    while (wait_for_events()) {
-        take_inbox();  // first: what was cancelled shall not go on because of an event that came with it
-        handle_events();
-        drive();
-        check_deadlines();
-        start_starved();
-        report_sent();
+    while (wait_for_events(patience::wait)) {
+        work();
         hand_over();
     }
+}
+
+bool transfer_loop::turn(patience how) {
+    {
+        const std::lock_guard lock(m_mutex);
+        m_in_turn = !m_stopping && m_started;
+        if (!m_in_turn) {
+            return false;
+        }
+    }
+    if (wait_for_events(how)) {
+        work();
+        m_told.clear();  // whoever waits for the events is the one who called
+    }
+    const std::lock_guard lock(m_mutex);
+    m_in_turn = false;
+    if (m_stopping) {
+        m_turn_left.notify_all();
+    }
+    return !m_stopping;
+}
+
+void transfer_loop::restart_waits() noexcept {
+    read_clock();
+    for (const auto& exchange : m_running) {
+        exchange->restart_wait();
+    }
+}
+
+void transfer_loop::work() {
+    take_inbox();  // first: what was cancelled shall not go on because of an event that came with it
+    handle_events();
+    drive();
+    check_deadlines();
+    start_starved();
+    report_sent();
 }
 
 // An exchange that ends makes room for the next one, which goes out at once and, with a fast server, may
@@ -250,9 +276,9 @@ int transfer_loop::sleep_limit() const noexcept {
     return due <= m_now ? 0 : static_cast<int>(std::min(due - m_now, longest));
 }
 
-bool transfer_loop::wait_for_events() {
+bool transfer_loop::wait_for_events(patience how) {
     read_clock();
-    int limit = sleep_limit();
+    int limit = how == patience::none ? 0 : sleep_limit();
     {
         const std::lock_guard lock(m_mutex);
         if (m_stopping) {
@@ -453,7 +479,7 @@ void transfer_loop::start_waiting(origin& from) {
 }
 
 void transfer_loop::start(const std::shared_ptr<curl_transfer>& what, origin& from) {
-    multi& set = m_multis[what->request.ignore_cert_dates ? 1 : 0];
+    multi* const set = set_for(what->request);
     curl_exchange* exchange = nullptr;
     try {
         m_running.push_back(idle_exchange());
@@ -461,8 +487,9 @@ void transfer_loop::start(const std::shared_ptr<curl_transfer>& what, origin& fr
     } catch (const std::bad_alloc&) {
         exchange = nullptr;  // told below
     }
-    const bool begun = exchange != nullptr && exchange->easy() != nullptr && exchange->begin(what) &&
-                       curl_multi_add_handle(set.handle, exchange->easy()) == CURLM_OK;
+    const bool begun = set != nullptr && exchange != nullptr && exchange->easy() != nullptr &&
+                       exchange->begin(what) &&
+                       curl_multi_add_handle(set->handle, exchange->easy()) == CURLM_OK;
     if (!begun) {
         if (exchange != nullptr) {
             m_running.pop_back();
@@ -474,9 +501,32 @@ void transfer_loop::start(const std::shared_ptr<curl_transfer>& what, origin& fr
         return;
     }
     exchange->place.index = m_running.size() - 1;
-    exchange->place.set = &set;
+    exchange->place.set = set;
     exchange->place.from = &from;
     ++from.running;
+}
+
+// libcurl's key for connections lacks the certificate rules that it can't see: a connection that was opened
+// without a look at dates must not serve a request that wants one. Null when there is no memory.
+transfer_loop::multi* transfer_loop::set_for(const transfer_request& request) {
+    multi& set = m_multis[request.ignore_cert_dates ? 1 : 0];
+    if (set.handle != nullptr) {
+        return &set;
+    }
+    set.loop = this;
+    set.handle = curl_multi_init();
+    if (set.handle == nullptr) {
+        return nullptr;
+    }
+    curl_multi_setopt(set.handle, CURLMOPT_SOCKETFUNCTION, on_socket);
+    curl_multi_setopt(set.handle, CURLMOPT_SOCKETDATA, &set);
+    curl_multi_setopt(set.handle, CURLMOPT_TIMERFUNCTION, on_timer);
+    curl_multi_setopt(set.handle, CURLMOPT_TIMERDATA, &set);
+    curl_multi_setopt(set.handle, CURLMOPT_PIPELINING, static_cast<long>(CURLPIPE_NOTHING));
+    curl_multi_setopt(
+        set.handle, CURLMOPT_MAXCONNECTS,
+        m_driver == driver::caller ? k_max_idle_connections_of_callers : k_max_idle_connections);
+    return &set;
 }
 
 // One that has served before, or a new one.

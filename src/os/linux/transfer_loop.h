@@ -1,4 +1,5 @@
-// The service thread: every exchange of the process runs here, on libcurl's multi interface and epoll.
+// Exchanges on libcurl's multi interface and epoll: all asynchronous ones of the process on the service
+// thread, those of a synchronous request on whichever thread waits for them.
 #pragma once
 
 #include "os/linux/transfer_curl.h"
@@ -7,6 +8,7 @@
 
 #include <array>
 #include <atomic>
+#include <condition_variable>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -35,7 +37,12 @@ struct exchange_origin {
 
 class transfer_loop final : public transfer_service, private exchange_host {
 public:
-    transfer_loop();
+    enum class driver {
+        own_thread,
+        caller,  ///< whoever calls `turn`; no limit of connections, since each belongs to a waiting thread
+    };
+
+    explicit transfer_loop(driver turned_by = driver::own_thread);
     transfer_loop(const transfer_loop&) = delete;
     transfer_loop& operator=(const transfer_loop&) = delete;
     ~transfer_loop() override;
@@ -47,8 +54,19 @@ public:
     void set_connection_limit(std::uint32_t count) override;
 
     /// Ends the thread, whatever is under way, and refuses everything from now on. Never waits for the
-    /// network. From the service thread itself it only marks the end.
+    /// network. From the service thread itself it only marks the end. A loop turned by callers: none is
+    /// inside it any more afterwards.
     void stop() noexcept;
+
+    // Of a loop turned by its caller, one thread at a time.
+
+    enum class patience { wait, none };
+    /// Does what there is to do, waiting for it first if wanted. False once the loop has been stopped.
+    bool turn(patience how);
+    /// The waits of all that is under way begin anew.
+    void restart_waits() noexcept;
+    /// Whether nothing runs in it, abandoned exchanges included.
+    bool is_empty() const noexcept { return m_running.empty(); }
 
 private:
     enum class command_kind { submit, grant, cancel, wake };
@@ -81,14 +99,17 @@ private:
     static int on_socket(CURL* easy, curl_socket_t socket, int what, void* set, void* unused);
     static int on_timer(CURLM* handle, long milliseconds, void* set);
 
+    bool prepare();
     bool start_thread();
     bool open_descriptors();
     bool post(command what);
 
     void run();
+    void work();
+    multi* set_for(const transfer_request& request);
     void read_clock() noexcept;
     int sleep_limit() const noexcept;
-    bool wait_for_events();
+    bool wait_for_events(patience how);
     void handle_events();
     void handle_event(int socket, std::uint32_t events);
     watched& entry_of(int socket);
@@ -114,19 +135,23 @@ private:
     void report_sent();
     void hand_over();
 
-    std::mutex m_mutex;  // guards m_inbox, m_sleeping, m_stopping, m_thread, m_started
+    const driver m_driver;
+
+    std::mutex m_mutex;  // guards m_inbox, m_sleeping, m_stopping, m_thread, m_started, m_in_turn
     std::vector<command> m_inbox;
     bool m_sleeping = false;
     bool m_stopping = false;
     bool m_started = false;
+    bool m_in_turn = false;  // a caller turns the loop
+    std::condition_variable m_turn_left;
     std::thread m_thread;
     std::atomic<std::uint32_t> m_limit{6};
 
-    // Set before the thread starts.
+    // Set before the first turn.
     int m_epoll = -1;
     int m_alarm = -1;
 
-    // The service thread's own.
+    // Of the thread that turns the loop.
     std::uint64_t m_now = 0;
     multi m_multis[2];  // certificates' dates checked, and not
     std::array<epoll_event, 128> m_events{};

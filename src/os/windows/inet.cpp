@@ -145,15 +145,15 @@ inet_handle windows_inet::opened(const inet_records::pointer& record, HINTERNET 
 
 inet_handle windows_inet::open(std::uint32_t access, wide_view proxy, wide_view bypass, wide_view agent,
                                bool async) {
-    if (!async || (access == k_access_proxy && proxy.empty())) {
+    if (access == k_access_proxy && proxy.empty()) {
         return refused(k_error_invalid_parameter);
     }
-    const auto record = records().announce(inet_kind::session, nullptr, 0);
+    const auto record = records().announce(inet_kind::session, nullptr, 0, async);
     const optional_text lists[] = {optional_text(proxy), optional_text(bypass)};
     const bool named = access == k_access_proxy;
     const HINTERNET handle =
         ::InternetOpenW(optional_text(agent).get(), access, named ? lists[0].get() : nullptr,
-                        named ? lists[1].get() : nullptr, INTERNET_FLAG_ASYNC);
+                        named ? lists[1].get() : nullptr, async ? INTERNET_FLAG_ASYNC : 0);
     if (handle != nullptr) {
         auto context = record->id();
         ::InternetSetOptionW(handle, INTERNET_OPTION_CONTEXT_VALUE, &context, sizeof context);

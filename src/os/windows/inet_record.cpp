@@ -26,8 +26,8 @@ std::uint32_t number_of_service(std::uint32_t error) {
 }  // namespace
 
 inet_record::inet_record(inet_kind kind, std::uintptr_t id, std::shared_ptr<inet_record> parent,
-                         std::uintptr_t context)
-    : m_kind(kind), m_id(id), m_parent(std::move(parent)), m_context(context) {
+                         std::uintptr_t context, bool async)
+    : m_kind(kind), m_id(id), m_parent(std::move(parent)), m_context(context), m_async(async) {
     m_buffers.dwStructSize = sizeof m_buffers;
     if (m_parent != nullptr) {
         const std::lock_guard lock(m_parent->m_gate);
@@ -74,8 +74,64 @@ inet_status inet_record::begun(bool ok) {
     return {error};
 }
 
+// An operation of a synchronous handle: the system's call returns when it is done.
+template <class Call>
+inet_status inet_record::run(inet_operation operation, std::uintptr_t context, Call&& call) {
+    {
+        const std::lock_guard lock(m_gate);
+        if (!begin(operation, context)) {
+            return {k_error_inet_request_pending};
+        }
+    }
+    const std::uint32_t error = call() ? 0 : number_of_service(last_error());
+    const std::lock_guard lock(m_gate);
+    m_operation = inet_operation::none;
+    return {m_is_over ? k_error_inet_operation_cancelled : error};
+}
+
+inet_status inet_record::send_and_wait(wide_view headers, const void* body, std::uint32_t body_bytes,
+                                       inet_send_mode mode, std::uintptr_t context) {
+    const wide_string lines(headers);
+    const wchar* const text = lines.empty() ? nullptr : lines.c_str();
+    const auto units = static_cast<DWORD>(lines.size());
+    void* const bytes = body_bytes == 0 ? nullptr : const_cast<void*>(body);  // the system only reads it
+    return run(inet_operation::send, context, [&] {
+        if (mode == inet_send_mode::whole) {
+            return ::HttpSendRequestW(m_handle, text, units, bytes, body_bytes) != FALSE;
+        }
+        INTERNET_BUFFERSW buffers{};
+        buffers.dwStructSize = sizeof buffers;
+        buffers.lpcszHeader = text;
+        buffers.dwHeadersLength = units;
+        buffers.lpvBuffer = bytes;
+        buffers.dwBufferLength = buffers.dwBufferTotal = body_bytes;
+        return ::HttpSendRequestExW(m_handle, &buffers, nullptr, HSR_INITIATE, m_id) != FALSE;
+    });
+}
+
+inet_read_status inet_record::read_and_wait(void* destination, std::uint32_t capacity,
+                                            std::uintptr_t context) {
+    std::uint32_t filled = 0;
+    const inet_status status = run(inet_operation::read, context, [&] {
+        DWORD bytes = 1;
+        while (bytes != 0 && filled < capacity) {
+            bytes = 0;
+            auto* const place = static_cast<std::byte*>(destination) + filled;
+            if (::InternetReadFile(m_handle, place, capacity - filled, &bytes) == FALSE) {
+                return false;
+            }
+            filled += bytes;
+        }
+        return true;
+    });
+    return {status, filled};
+}
+
 inet_status inet_record::send(wide_view headers, const void* body, std::uint32_t body_bytes,
                               inet_send_mode mode, std::uintptr_t context) {
+    if (!m_async) {
+        return send_and_wait(headers, body, body_bytes, mode, context);
+    }
     const std::lock_guard lock(m_gate);
     if (!begin(inet_operation::send, context)) {
         return {k_error_inet_request_pending};
@@ -102,6 +158,10 @@ inet_status inet_record::send(wide_view headers, const void* body, std::uint32_t
 }
 
 inet_status inet_record::end(std::uintptr_t context) {
+    if (!m_async) {
+        return run(inet_operation::end, context,
+                   [this] { return ::HttpEndRequestW(m_handle, nullptr, HSR_INITIATE, m_id) != FALSE; });
+    }
     const std::lock_guard lock(m_gate);
     if (!begin(inet_operation::end, context)) {
         return {k_error_inet_request_pending};
@@ -110,6 +170,9 @@ inet_status inet_record::end(std::uintptr_t context) {
 }
 
 inet_read_status inet_record::read(void* destination, std::uint32_t capacity, std::uintptr_t context) {
+    if (!m_async) {
+        return read_and_wait(destination, capacity, context);
+    }
     const std::lock_guard lock(m_gate);
     if (!begin(inet_operation::read, context)) {
         return {{k_error_inet_request_pending}};
@@ -144,11 +207,17 @@ inet_status inet_record::fill() {
 }
 
 inet_read_status inet_record::available() {
+    DWORD bytes = 0;
+    if (!m_async) {
+        const inet_status status = run(inet_operation::available, m_context, [&] {
+            return ::InternetQueryDataAvailable(m_handle, &bytes, 0, 0) != FALSE;
+        });
+        return {status, status.ok() ? bytes : 0};
+    }
     const std::lock_guard lock(m_gate);
     if (!begin(inet_operation::available, m_context)) {
         return {{k_error_inet_request_pending}};
     }
-    DWORD bytes = 0;
     if (::InternetQueryDataAvailable(m_handle, &bytes, 0, 0) == FALSE) {
         return {begun(false)};
     }
@@ -190,6 +259,9 @@ void inet_record::system_completed(const INTERNET_ASYNC_RESULT& outcome) {
 }
 
 void inet_record::complete(inet_async_result result) {
+    if (!m_async) {
+        return;  // the call itself says it
+    }
     const inet_operation operation = std::exchange(m_operation, inet_operation::none);
     if (operation == inet_operation::none) {
         return;  // the system's second word on something that is over

@@ -31,14 +31,19 @@ enum class inet_operation { none, send, end, read, available };
 /// its end from a thread of its own, and may still use the memory that it was given. So the record outlives
 /// the handle until the system's last notice, has a copy of the body, lets the system write to a destination
 /// only while one of our calls is inside it, and tells the host of the end itself, inside the close.
+///
+/// Calls on synchronous handles lend the system the host's memory and return when the system does; the gate
+/// is open meanwhile, so that another thread can close the handle.
 class inet_record {
 public:
+    /// async: as its session is.
     inet_record(inet_kind kind, std::uintptr_t id, std::shared_ptr<inet_record> parent,
-                std::uintptr_t context);
+                std::uintptr_t context, bool async);
     inet_record(const inet_record&) = delete;
     inet_record& operator=(const inet_record&) = delete;
 
     inet_kind kind() const noexcept { return m_kind; }
+    bool is_async() const noexcept { return m_async; }
     /// The context that the system knows the handle by.
     std::uintptr_t id() const noexcept { return m_id; }
     const std::shared_ptr<inet_record>& parent() const noexcept { return m_parent; }
@@ -63,6 +68,11 @@ public:
 private:
     bool begin(inet_operation operation, std::uintptr_t context);
     inet_status begun(bool ok);
+    template <class Call>
+    inet_status run(inet_operation operation, std::uintptr_t context, Call&& call);
+    inet_status send_and_wait(std::basic_string_view<wchar> headers, const void* body,
+                              std::uint32_t body_bytes, inet_send_mode mode, std::uintptr_t context);
+    inet_read_status read_and_wait(void* destination, std::uint32_t capacity, std::uintptr_t context);
     inet_status fill();
     void system_completed(const INTERNET_ASYNC_RESULT& outcome);
     void complete(inet_async_result result);
@@ -73,6 +83,7 @@ private:
     const std::uintptr_t m_id;
     const std::shared_ptr<inet_record> m_parent;
     const std::uintptr_t m_context;
+    const bool m_async;
     HINTERNET m_handle = nullptr;  // set once, before anybody else knows the record
 
     // Held while a callback runs, so that notices come one at a time and whoever closes waits; recursive,

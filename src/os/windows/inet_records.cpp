@@ -15,11 +15,13 @@ bool is_below(const inet_record* record, const inet_record* top) {
 
 }  // namespace
 
-inet_records::pointer inet_records::announce(inet_kind kind, pointer parent, std::uintptr_t context) {
+inet_records::pointer inet_records::announce(inet_kind kind, pointer parent, std::uintptr_t context,
+                                             bool async) {
+    async = parent == nullptr ? async : parent->is_async();
     const std::lock_guard lock(m_mutex);
     ++m_last_id;
     m_last_id += m_last_id == 0 ? 1U : 0U;  // 0 would mean "no notices"
-    auto record = std::make_shared<inet_record>(kind, m_last_id, std::move(parent), context);
+    auto record = std::make_shared<inet_record>(kind, m_last_id, std::move(parent), context, async);
     m_announced.emplace(record->id(), record);
     return record;
 }

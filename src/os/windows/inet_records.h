@@ -16,8 +16,8 @@ class inet_records {
 public:
     using pointer = std::shared_ptr<inet_record>;
 
-    /// Makes the record of a handle that is about to be made.
-    pointer announce(inet_kind kind, pointer parent, std::uintptr_t context);
+    /// Makes the record of a handle that is about to be made. async: of a session, else the parent's.
+    pointer announce(inet_kind kind, pointer parent, std::uintptr_t context, bool async = true);
     /// Its handle exists now.
     void open(const pointer& record, HINTERNET handle);
     /// The record that the system means by a context; null when it has been forgotten.
