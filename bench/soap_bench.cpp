@@ -161,7 +161,7 @@ void escape_and_append(std::string& out, const wide_string& text) {
 
 void message(benchmark::State& state) {
     const std::size_t bytes = std::size_t{1} << 20U;
-    const std::size_t piece = static_cast<std::size_t>(state.range(0));
+    const auto piece = static_cast<std::size_t>(std::max<std::int64_t>(state.range(0), 1));
     wide_string value(piece, TESSEL_W('v'));
     for (std::size_t i = 0; i < piece; i += 50) {
         value[i] = TESSEL_W('&');

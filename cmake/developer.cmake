@@ -38,7 +38,9 @@ function(tessel_test name)
     set_property(GLOBAL APPEND PROPERTY TESSEL_TEST_PROGRAMS ${target})
     return()
   endif()
-  gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES PROPERTIES LABELS ${area} TIMEOUT 120)
+  gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES 
+    PROPERTIES LABELS ${area} TIMEOUT 120
+    ENVIRONMENT TESSEL_REGISTRY=${PROJECT_BINARY_DIR}/tests/none/registry.db)  # never the user's own
   if(arg_LABELS)
     # A list doesn't survive as a property above; the names of the tests are known when ctest starts.
     set(labels ${CMAKE_CURRENT_BINARY_DIR}/${target}_labels.cmake)

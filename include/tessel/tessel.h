@@ -25,8 +25,10 @@
 #include <tessel/platform/host.h>
 #include <tessel/platform/last_error.h>
 #include <tessel/platform/main_thread.h>
+#include <tessel/platform/registry.h>
 #include <tessel/platform/timer.h>
 #include <tessel/proxy/proxy_finder.h>
+#include <tessel/proxy/proxy_util.h>
 #include <tessel/soap/soap_client.h>
 #include <tessel/xml/xml_handler.h>
 #include <tessel/xml/xml_parser.h>

@@ -8,9 +8,11 @@
 #include "http/request_machine.h"
 #include "tessel/base/trace.h"
 #include "tessel/http/engine.h"
+#include "tessel/proxy/proxy_util.h"
 
 #include <cstring>
 #include <limits>
+#include <list>
 #include <memory>
 #include <new>
 #include <utility>
@@ -66,6 +68,20 @@ start_outcome start_new(session_context* context) {
     return {error, is_callers};
 }
 
+// The first route that discovery knows; the later ones are for clients that try again.
+void take_route(session_context& context) {
+    std::list<proxy_info> routes;
+    if (GetProxyUtil().GetProxyInfo(context.url, routes) == 0 || routes.empty() ||
+        routes.front().server.empty()) {
+        return;
+    }
+    const proxy_info& route = routes.front();
+    trace_message(trace_debug) << TESSEL_W("[httputil] invoke2 use proxy ") << route.server << TESSEL_W(":")
+                               << route.port << TESSEL_W(" ( ") << route.user << TESSEL_W("/")
+                               << route.password << TESSEL_W(" )");
+    context.proxy = route;
+}
+
 session_context* refuse(std::uint32_t error) {
     os::set_last_error(error);
     return nullptr;
@@ -114,6 +130,7 @@ session_context* invoke2(const CTString& url, const CTString& headers, const voi
     if (context == nullptr) {
         return nullptr;
     }
+    take_route(*context);
     const start_outcome started = start_new(context.get());
     if (started.error == 0) {
         return context.release();  // the manager's, perhaps ended by another thread already: only a handle

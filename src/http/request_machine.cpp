@@ -8,6 +8,7 @@
 #include "http/helper_window.h"
 #include "tessel/base/trace.h"
 #include "tessel/http/engine.h"
+#include "tessel/proxy/proxy_util.h"
 
 #include <new>
 #include <utility>
@@ -288,6 +289,7 @@ void request_machine::read_credentials_back() {
     if (os::inet().get_credentials(m_context.request, os::inet_credentials::proxy, user, password).ok()) {
         m_context.proxy.user = CTString(std::move(user));
         m_context.proxy.password = CTString(std::move(password));
+        GetProxyUtil().UpdateProxyAccount(m_context.proxy);
     }
 }
 

@@ -67,6 +67,9 @@ body request --method get --data x $site
 --data get --data x $site
 --data-file post --data-file $work/none $site
 subcommand encode
+subcommand reg
+KEY reg list nowhere\\x
+VALUE reg set HKCU\\tessel-check n 1x --type dword
 --key encode aes --key nobody x
 --nosuch text --nosuch
 folder get --output $work/one $site/fast.txt $site/slow.txt
@@ -124,6 +127,29 @@ expect 0 locale --json --named '{user}=Änn' "$work/german.ini" HELLO a b
 out_has '{"key":"HELLO","text":"b, Änn: a"}'
 expect 1 locale "$work/german.ini" none
 err_has 'no text for none'
+
+# Keys of the registry, in a file of this check's own where it is a file.
+export TESSEL_REGISTRY=$work/registry.db
+key='HKCU\Software\tessel check'
+expect 0 reg set "$key\sub" blob 00ff10 --type binary
+expect 0 reg set "$key" 'Näme' 'a "text"'
+expect 0 reg get --json "$key" 'NÄME'
+out_has '"name":"NÄME","type":"REG_SZ","data":"a \"text\""}'
+expect 0 reg list "$key"
+printf '%s\\\n  "Näme" REG_SZ "a \\"text\\""\n  sub\\\n    "blob" REG_BINARY "00ff10"\n' "$key" |
+    cmp - "$work/out" || complain "the tree of keys"
+expect 0 reg list --json "$key"
+out_has '\\sub","values":[{"name":"blob","type":"REG_BINARY","data":"00ff10"}]}'
+expect 0 reg set "$key" n 0xFFFFFFFF --type dword
+expect 0 reg get "$key" N
+out_has 4294967295
+expect 1 reg delete "$key"
+err_has '--tree'
+expect 0 reg delete "$key" n
+expect 1 reg get "$key" n
+err_has '"n": 2: '
+expect 0 reg delete --tree "$key"
+expect 1 reg list "$key"
 
 # The slow one is first, so it comes first; all of it is there.
 expect 0 get "$site/slow.txt" "$site/fast.txt"

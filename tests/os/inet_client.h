@@ -125,6 +125,18 @@ public:
         const std::string digits = std::to_string(port);
         m_port_text.assign(digits.begin(), digits.end());
     }
+    /// The same by way of a proxy that the test server plays, if `by_proxy`.
+    inet_client(os::inet_service& service, std::uint16_t port, bool by_proxy)
+        : inet_client(service, port, by_proxy ? TESSEL_W("server.example") : TESSEL_W("127.0.0.1")) {
+        if (by_proxy) {
+            net.close(session);
+            session = net.open(os::k_access_proxy, TESSEL_W("127.0.0.1:") + m_port_text, {},
+                               TESSEL_W("agent/1"), true);
+            net.set_callback(session, notice_log::callback);
+            connection =
+                net.connect(session, TESSEL_W("server.example"), 80, {}, {}, connection_log.context());
+        }
+    }
     ~inet_client() { net.close(session); }
     inet_client(const inet_client&) = delete;
     inet_client& operator=(const inet_client&) = delete;

@@ -4,10 +4,12 @@
 #include <algorithm>
 #include <cctype>
 #include <future>
+#include <stdexcept>
 
 namespace tessel_test {
 namespace {
 
+using namespace std::string_literals;
 using testing::ElementsAre;
 
 std::string many_headers(std::size_t bytes) {
@@ -16,6 +18,22 @@ std::string many_headers(std::size_t bytes) {
         lines += "X-Padding: " + std::string(1000, 'p') + "\r\n";
     }
     return lines;
+}
+
+std::string short_headers(int count) {
+    std::string lines = "HTTP/1.1 200 OK\r\n";
+    for (int i = 0; i < count; ++i) {
+        lines += "X" + std::to_string(i) + ": y\r\n";
+    }
+    return lines;
+}
+
+std::string interim_responses(int count) {
+    std::string responses;
+    for (int i = 0; i < count; ++i) {
+        responses += "HTTP/1.1 100 Continue\r\n\r\n";
+    }
+    return responses;
 }
 
 enum class then { stays, closes, resets };
@@ -30,21 +48,25 @@ struct fault {
     std::uint32_t read_error;
 };
 
-class InetFaults : public testing::TestWithParam<fault> {};
-
-TEST_P(InetFaults, HaveOneOutcome) {
-    const fault& row = GetParam();
-    test_server server;
-    inet_client client(os::inet(), server.port());
-    const auto request = client.sent();
+// Plays the server of `row` up to the point where its connection is left, closed or reset.
+server_connection misbehave(const fault& row, test_server& server) {
     auto peer = server.accept();
     peer.read_request();
-    peer.send(row.bytes);
+    try {
+        peer.send(row.bytes);
+    } catch (const std::runtime_error&) {  // NOLINT(bugprone-empty-catch): the client had enough and closed
+    }
     if (row.after == then::closes) {
         peer.close();
     } else if (row.after == then::resets && row.bytes.empty()) {
         peer.reset();
     }
+    return peer;
+}
+
+void expect_outcome(const fault& row, test_server& server, inet_client& client) {
+    const auto request = client.sent();
+    auto peer = misbehave(row, server);
     ASSERT_EQ(row.end_error, client.end(request));
     EXPECT_EQ(row.status, client.status(request));
     if (row.end_error != 0) {
@@ -58,6 +80,53 @@ TEST_P(InetFaults, HaveOneOutcome) {
     EXPECT_EQ(row.read_error, error);
 }
 
+void expect_a_good_request(test_server& server, inet_client& client) {
+    const auto request = client.sent();
+    auto peer = server.accept();
+    peer.read_request();
+    peer.answer("good");
+    EXPECT_EQ(0U, client.end(request));
+    EXPECT_EQ("good", client.body(request));
+}
+
+class InetFaults : public testing::TestWithParam<fault> {};
+
+// The proxy is the one that misbehaves: for a plain request it stands for the server.
+TEST_P(InetFaults, HaveOneOutcome) {
+    for (const bool by_proxy : {false, true}) {
+        SCOPED_TRACE(by_proxy ? "by the proxy" : "by the server");
+        test_server server;
+        inet_client client(os::inet(), server.port(), by_proxy);
+        expect_outcome(GetParam(), server, client);
+        expect_a_good_request(server, client);
+    }
+}
+
+// Closed before, while and after the server misbehaves: the end completes once, and the next request is
+// served.
+TEST_P(InetFaults, CanBeLeft) {
+    const fault& row = GetParam();
+    for (const bool early : {true, false}) {
+        SCOPED_TRACE(early ? "before the answer" : "with the answer under way");
+        test_server server;
+        inet_client client(os::inet(), server.port());
+        const auto request = client.sent();
+        ASSERT_TRUE(client.net.end(request, client.log.context()).pending());
+        if (early) {
+            client.net.close(request);
+            EXPECT_EQ(12017U, client.log.wait().error);
+        }
+        auto peer = misbehave(row, server);
+        if (!early) {
+            client.net.close(request);
+            const std::uint32_t error = client.log.wait().error;
+            EXPECT_TRUE(error == 12017 || error == row.end_error) << error;
+        }
+        peer.close();  // it may have been kept
+        expect_a_good_request(server, client);
+    }
+}
+
 TEST_P(InetFaults, HaveTheSameOneOnTheCallersThread) {
     const fault& row = GetParam();
     test_server server;
@@ -65,16 +134,10 @@ TEST_P(InetFaults, HaveTheSameOneOnTheCallersThread) {
     std::promise<void> answered;
     std::promise<void> over;
     std::thread player([&] {
-        auto peer = server.accept();
-        peer.read_request();
-        peer.send(row.bytes);
+        auto peer = misbehave(row, server);
         if (row.after == then::resets && !row.bytes.empty()) {
             answered.get_future().wait();
-        }
-        if (row.after == then::resets) {
             peer.reset();
-        } else if (row.after == then::closes) {
-            peer.close();
         }
         over.get_future().wait();
     });
@@ -122,6 +185,29 @@ const fault k_faults[] = {
     {"sends one header of a MiB", "HTTP/1.1 200 OK\r\nX: " + std::string(1U << 20U, 'x'), then::stays, 12152,
      0, "", 0},
     {"sends a MiB of headers", many_headers(1U << 20U), then::stays, 12152, 0, "", 0},
+    {"sends 10,000 headers", short_headers(10'000) + "Content-Length: 2\r\n\r\nok", then::stays, 0, 200, "ok",
+     0},
+    {"sends a negative length", "HTTP/1.1 200 OK\r\nContent-Length: -3\r\n\r\nabc", then::closes, 12152, 0,
+     "", 0},
+    {"sends a length larger than any", "HTTP/1.1 200 OK\r\nContent-Length: 99999999999999999999\r\n\r\nabc",
+     then::closes, 0, 200, "abc", 0},
+    {"sends two lengths that differ", "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nContent-Length: 3\r\n\r\nabc",
+     then::closes, 0, 200, "abc", 0},
+    {"sends a length beside chunks",
+     "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n0\r\n\r\n",
+     then::stays, 0, 200, "abc", 0},
+    {"sends a chunk larger than any",
+     "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nfffffffffffffffff\r\nabc", then::closes, 0, 200,
+     "", 12030},
+    {"sends a zero in a header", "HTTP/1.1 200 OK\r\nX: a\0b\r\nContent-Length: 2\r\n\r\nok"s, then::stays,
+     12152, 0, "", 0},
+    {"sends a CR alone in a header", "HTTP/1.1 200 OK\r\nX: a\rb\r\nContent-Length: 2\r\n\r\nok", then::stays,
+     0, 200, "ok", 0},
+    {"sends two status lines", "HTTP/1.1 200 OK\r\nHTTP/1.1 404 No\r\nContent-Length: 2\r\n\r\nok",
+     then::stays, 12152, 0, "", 0},
+    {"sends a status that is none", "HTTP/1.1 abc OK\r\nContent-Length: 2\r\n\r\nok", then::closes, 12152, 0,
+     "", 0},
+    {"sends interim responses without end", interim_responses(100'000), then::stays, 12152, 0, "", 0},
     {"sends a length that is none", "HTTP/1.1 200 OK\r\nContent-Length: ten\r\n\r\nabc", then::closes, 12152,
      0, "", 0},
 };
@@ -132,6 +218,38 @@ INSTANTIATE_TEST_SUITE_P(Server, InetFaults, testing::ValuesIn(k_faults), [](con
         name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
     return name;
 });
+
+TEST(InetFault, TunnelsThatAProxyDoesNotOpenEndTheRequest) {
+    const struct {
+        const char* what;
+        const char* bytes;
+        then after;
+        std::uint32_t error;
+    } rows[] = {
+        {"closes before a byte", "", then::closes, 12030},
+        {"resets before a byte", "", then::resets, 12031},
+        {"closes in the status line", "HTTP/1.1 20", then::closes, 12030},
+        {"talks no HTTP", "SSH-2.0-server\r\n\r\n", then::closes, 12030},
+        {"opens it and closes", "HTTP/1.1 200 OK\r\n\r\n", then::closes, 12157},
+        {"opens it and talks no TLS", "HTTP/1.1 200 OK\r\n\r\nHTTP/1.1 200 OK\r\n\r\n", then::stays, 12157},
+        {"says nothing", "", then::stays, 12002},
+        {"stops inside the head", "HTTP/1.1 200 OK\r\nX: y", then::stays, 12002},
+        {"stops behind the head", "HTTP/1.1 200 OK\r\n\r\n", then::stays, 12002},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        test_server server;
+        inet_client client(os::inet(), server.port(), true);
+        client.net.set_timeout(client.connection, os::inet_timeout::connect,
+                               row.error == 12002 ? 300 : 20'000);
+        const auto request = client.request(TESSEL_W("GET"), TESSEL_W("/"), os::k_request_secure);
+        client.net.send(request, {}, nullptr, 0, os::inet_send_mode::begin, client.log.context());
+        const fault tunnel{row.what, row.bytes, row.after, 0, 0, "", 0};
+        const auto peer = misbehave(tunnel, server);
+        EXPECT_EQ(row.error, client.log.wait().error);
+        EXPECT_EQ(12017U, client.end(request)) << "an end after a failed send";
+    }
+}
 
 TEST(InetFault, RefusedConnectionsFailTheSend) {
     test_server server;

@@ -86,7 +86,8 @@ TEST_P(InetSyncContract, TimesOutAWaitAndNotTheWhole) {
     char bytes[16];
     EXPECT_EQ(4U, net().read(request, bytes, 4, 0).bytes);
     const auto resumes = std::chrono::steady_clock::now() + std::chrono::milliseconds(600);
-    std::this_thread::sleep_until(resumes);
+    std::promise<void> nobody;
+    nobody.get_future().wait_until(resumes);
     const os::inet_read_status late = net().read(request, bytes, 4, 0);
     EXPECT_EQ(12002U, late.status.error);
     EXPECT_GE(std::chrono::steady_clock::now() - resumes, std::chrono::milliseconds(250));

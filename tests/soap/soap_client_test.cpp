@@ -9,6 +9,9 @@
 #include "tessel/proxy/proxy_finder.h"
 
 #include <gmock/gmock.h>
+#if __has_include(<comutil.h>)
+#include <comutil.h>  // the platform's own _bstr_t
+#endif
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -21,6 +21,7 @@ void add_error(CLI::App& program, int& exit_code);
 void add_timer(CLI::App& program, int& exit_code);
 void add_xml(CLI::App& program, int& exit_code);
 void add_locale(CLI::App& program, int& exit_code);
+void add_reg(CLI::App& program, int& exit_code);   ///< reg list, get, set, delete
 void add_soap(CLI::App& program, int& exit_code);  ///< soap config
 
 }  // namespace command

@@ -14,6 +14,9 @@ const char* hint(std::uint32_t error) {
     switch (error) {
         case 8:
             return "the body doesn't fit into the memory that is free";
+        case 1015:
+        case 1017:
+            return "move it away, or name another one in TESSEL_REGISTRY; docs/registry.md tells more";
         case 1223:
             return "nobody was there to ask for credentials";
         case 12002:
@@ -45,7 +48,44 @@ const char* hint(std::uint32_t error) {
     }
 }
 
+/// Numbers below those of the HTTP service; null for any other.
+const char* registry_text(std::uint32_t error) {
+    switch (error) {
+        case 2:
+            return "no such key or value";
+        case 3:
+            return "the folder of the registry's file can't be made";
+        case 5:
+            return "access denied";
+        case 87:
+            return "a name that is too long";
+        case 112:
+            return "the disk is full";
+        case 161:
+            return "a path of keys that begins with a backslash";
+        case 170:
+            return "another program has held the registry's file for five seconds";
+        case 1011:
+            return "the registry's file can't be opened, or there is no place for it";
+        case 1015:
+            return "the registry's file is damaged";
+        case 1016:
+            return "the registry's file can't be read or written";
+        case 1017:
+            return "the registry's file isn't one";
+        case 1018:
+            return "the key has been deleted";
+        case 1305:
+            return "a newer version made the registry's file";
+        default:
+            return nullptr;
+    }
+}
+
 std::string service_text(std::uint32_t error) {
+    if (const char* const text = registry_text(error); text != nullptr) {
+        return text;
+    }
     std::string text = to_utf8(kro::tessel::http::FormatInetMessage(error));
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) {
         text.pop_back();
@@ -58,7 +98,7 @@ std::string service_text(std::uint32_t error) {
 std::string describe_error(std::uint32_t error) {
     std::string text = service_text(error);
     if (text.empty()) {
-        text = "an error that the HTTP service has no text for";
+        text = "an error without a text";
     }
     const char* advice = hint(error);
     return advice == nullptr ? fmt::format("{}: {}", error, text)

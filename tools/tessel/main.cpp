@@ -1,4 +1,5 @@
 // tessel: what the library does, from a shell.
+#include "certificates.h"
 #include "command.h"
 #include "standard_streams.h"
 
@@ -9,11 +10,21 @@
 
 namespace {
 
+void trust(const std::string& file) {
+    if (const std::string refusal = command::trust_certificates_in(file); !refusal.empty()) {
+        throw CLI::ValidationError("--ca-file: " + refusal);
+    }
+}
+
 int run(int argc, char** argv) {
     CLI::App program("Makes HTTP requests through the tessel library and shows what it knows.", "tessel");
     int code = command::exit_ok;
     program.require_subcommand(1);
     program.allow_windows_style_options(false);  // a path may begin with a slash on every system
+    program.fallthrough();                       // the options of the program may stand behind a verb
+    program
+        .add_option_function<std::string>("--ca-file", trust, "Trust the certificates in this PEM file only")
+        ->type_name("FILE");
     program.set_version_flag("--version", "tessel " TESSEL_VERSION);
     command::add_request_verbs(program, code);
     command::add_url(program, code);
@@ -23,6 +34,7 @@ int run(int argc, char** argv) {
     command::add_timer(program, code);
     command::add_xml(program, code);
     command::add_locale(program, code);
+    command::add_reg(program, code);
     command::add_soap(program, code);
     try {
         program.parse(argc, argv);

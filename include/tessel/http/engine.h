@@ -27,6 +27,10 @@ inline constexpr unsigned long k_invoke_decode_gzip = 2;  ///< inflate a gzip bo
 
 /// Starts a request.
 /// url:           absolute, http or https.
+///                The first route that discovery knows for its server is taken (GetProxyUtil). That is asked
+///                for here: at once where the settings are fixed or the host called
+///                CLumProxyUtil::PrepareProxyInfo in good time; where a script decides, the call waits for
+///                it, 10,000 ms at most.
 /// headers:       lines separated by CR LF; when empty
 ///                "Content-Type: application/x-www-form-urlencoded;charset:utf-8" is sent.
 /// data:          the body, copied; null when data_len is 0. GET, HEAD and DELETE send none.

@@ -15,7 +15,7 @@
 /// The part of the platform's class that programs use to read a text. A holder without a text differs from
 /// one with an empty text in its null pointer only. Thread: distinct holders of one text may be used from
 /// different threads at once.
-class _bstr_t {
+class _bstr_t {  // NOLINT(bugprone-reserved-identifier): as the platform's
 public:
     _bstr_t() noexcept = default;
     /// Copies up to the first zero unit; null makes a holder without a text.
@@ -55,6 +55,6 @@ private:
 
 #else
 
-class _bstr_t;
+class _bstr_t;  // NOLINT(bugprone-reserved-identifier): as the platform's
 
 #endif

@@ -3,6 +3,7 @@
 
 #include <tessel/base/string.h>
 #include <tessel/base/types.h>
+#include <tessel/proxy/proxy_finder.h>
 
 #include <cstdint>
 #include <functional>
@@ -55,6 +56,13 @@ using credentials_prompt = bool (*)(credentials_request& request);
 /// without an end count as "cancelled". On Windows the system's own dialogue is shown and the prompt isn't
 /// used.
 TESSEL_API void set_credentials_prompt(credentials_prompt prompt);
+
+/// Sets what finds the proxies of a server; null brings the default back: the environment and the settings of
+/// the desktop on Linux, the user's settings on Windows (docs/proxy-discovery.md). The factory is asked once,
+/// at the first question about a proxy, so set it before the first request. It may return null: then every
+/// request goes to its server directly.
+/// Thread: any.
+TESSEL_API void set_proxy_finder_factory(proxy_finder_factory factory);
 
 /// The namespace of the service that CLumSoapClient asks for the client's configuration, where none is set.
 inline constexpr const wchar* k_soap_service_namespace =

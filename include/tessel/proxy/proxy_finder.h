@@ -32,12 +32,10 @@ public:
     /// host:             zero-terminated; lent.
     /// notPreconfigured: out: zero when the system's own configuration applies to this server.
     /// bAsync:           out: non-zero when the answer comes later, once, by IProxyFinderSink::OnProxyGetted;
-    /// the list
-    ///                   is empty then. It may come before this call returns.
+    ///                   the list is empty then. It may come before this call returns.
     /// buffer, capacity: takes the zero-terminated list; the room in code units on entry. Items are "DIRECT"
-    /// or
-    ///                   scheme=host:port with the scheme http or https, separated by semicolons.
-    /// Returns:          0 on success.
+    ///                   or scheme=host:port with the scheme http or https, separated by semicolons.
+    /// Returns:          0 on success, else an error number: 87 a null argument, 122 no room for the list.
     virtual int GetProxyInfo(int first, const wchar* host, unsigned short port, int* notPreconfigured,
                              int* bAsync, wchar* buffer, unsigned long* capacity) = 0;
 

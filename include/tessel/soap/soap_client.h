@@ -92,6 +92,7 @@ public:
 protected:
     /// One exchange by one route, for at most 60 seconds; an empty server is the direct route. The account of
     /// the route goes to the trace in clear.
+    // NOLINTNEXTLINE(bugprone-reserved-identifier): the name that hosts use
     int _TryConnect(kro::tessel::CTString& endPointUrl, kro::tessel::CTString& soapAction,
                     kro::tessel::CTString& screenName, kro::tessel::CTString& password,
                     kro::tessel::CTString& clientName, kro::tessel::CTString& clientVersion,

@@ -111,7 +111,7 @@ inet_handle linux_inet::open(std::uint32_t access, wide_view proxy, wide_view by
     if (access == k_access_proxy) {
         rules = proxy_rules::explicit_ones(narrow(proxy), narrow(bypass));
     } else if (access == k_access_preconfigured) {
-        rules = proxy_rules::from_environment();
+        rules = proxy_rules::preconfigured();
     }
     const auto session = std::make_shared<inet_session>(std::move(rules), narrow(agent), async);
     if (!m_handles.add(session)) {

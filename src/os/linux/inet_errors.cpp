@@ -44,10 +44,9 @@ std::uint32_t broken_connection(long system_error) noexcept {
 // HTTP failures by library result; each line is a case that has been produced or that the library names.
 std::uint32_t protocol_error(CURLcode code, const failure_facts& facts) noexcept {
     switch (code) {
-        case CURLE_UNSUPPORTED_PROTOCOL:
-            return k_error_inet_unrecognized_scheme;
         case CURLE_URL_MALFORMAT:
             return k_error_inet_invalid_url;
+        case CURLE_UNSUPPORTED_PROTOCOL:  // a version of HTTP that is none; only two schemes come this far
         case CURLE_WEIRD_SERVER_REPLY:
         case CURLE_HTTP2:
         case CURLE_HTTP2_STREAM:

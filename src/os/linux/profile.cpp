@@ -5,8 +5,7 @@
 #include "os/thread.h"
 
 #include "profile_lines.h"
-
-#include <unicode/uchar.h>
+#include "upper_case.h"
 
 #include <algorithm>
 #include <memory>
@@ -25,16 +24,6 @@ constexpr std::uint32_t k_not_enough_memory = 8;
 template <class Unit>
 constexpr bool is_ascii(Unit unit) {
     return (static_cast<std::uint32_t>(unit) & ~0x7FU) == 0;
-}
-
-// Units in which names are compared. No letter becomes an ASCII one, so that ASCII names can be compared byte
-// by byte.
-wchar folded(wchar unit) {
-    if (is_ascii(unit)) {
-        return unit >= 'a' && unit <= 'z' ? static_cast<wchar>(unit - 'a' + 'A') : unit;
-    }
-    const UChar32 upper = u_toupper(unit);
-    return upper < 0x80 || upper > 0xFFFF ? unit : static_cast<wchar>(upper);
 }
 
 /// How the text of a file is to be understood: bytes of a page, or units as they are.
@@ -61,7 +50,7 @@ public:
         const wide_view trimmed = without_blanks(wide_view(name));
         m_is_ascii = true;
         for (const wchar unit : trimmed) {
-            m_folded.push_back(folded(unit));
+            m_folded.push_back(upper_case(unit));
             m_is_ascii = m_is_ascii && is_ascii(unit);
         }
     }
@@ -73,7 +62,7 @@ public:
         }
         const wide_string text = how.text(name);
         return std::equal(text.begin(), text.end(), m_folded.begin(), m_folded.end(),
-                          [](wchar left, wchar right) { return folded(left) == right; });
+                          [](wchar left, wchar right) { return upper_case(left) == right; });
     }
 
     /// Lets sections pass and lines that can have the name as their key. It costs most lines a look at two
@@ -92,7 +81,7 @@ public:
 private:
     template <class Unit>
     bool begins_with_same(Unit unit, std::size_t at) const {
-        return is_ascii(unit) && folded(static_cast<wchar>(unit)) == m_folded[at];
+        return is_ascii(unit) && upper_case(static_cast<wchar>(unit)) == m_folded[at];
     }
 
     template <class Unit>

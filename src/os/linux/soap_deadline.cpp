@@ -56,9 +56,9 @@ private:
                 m_waiting.begin(), m_waiting.end(),
                 [](const auto& one, const auto& other) { return one.second.due < other.second.due; });
             if (first == m_waiting.end()) {
-                sleep(lock, steady::time_point::max());
+                rest(lock, steady::time_point::max());
             } else if (steady::now() < first->second.due) {
-                sleep(lock, first->second.due);
+                rest(lock, first->second.due);
             } else {
                 close(lock, first->first, first->second.handle);
             }
@@ -66,7 +66,7 @@ private:
     }
 
     // Also on beyond deadlines that are removed meanwhile, so that most calls wake nobody.
-    void sleep(std::unique_lock<std::mutex>& lock, steady::time_point until) {
+    void rest(std::unique_lock<std::mutex>& lock, steady::time_point until) {
         m_sleeps_until = until;
         if (until == steady::time_point::max()) {
             m_changed.wait(lock);

@@ -17,7 +17,8 @@ namespace kro::tessel::os {
 namespace {
 
 // A response head beyond this is an attack or a fault; browsers and newer libcurls draw the line here too.
-constexpr std::size_t k_max_head_bytes = std::size_t{300} * 1024;
+// Below libcurl's own ceiling of 300 KiB, which looks like a broken connection.
+constexpr std::size_t k_max_head_bytes = std::size_t{256} * 1024;
 
 // libcurl's own connection time-out must never come before ours; it also divides it among the addresses
 // of a name, so it can't simply be switched off.
@@ -148,6 +149,7 @@ bool curl_exchange::begin(std::shared_ptr<curl_transfer> what) {
     m_transfer->exchange = this;
     m_body_offset = 0;
     m_block.clear();
+    m_head_bytes = 0;
     m_in_block = m_resolving = m_connecting_told = m_stages_over = m_connected = false;
     m_sent_told = m_headers_told = m_paused = m_out_of_memory = m_starved = false;
     if (!set(m_easy, CURLOPT_URL, m_transfer->request.url.c_str())) {
@@ -293,13 +295,14 @@ bool curl_exchange::header_line(std::string_view line) {
     if (m_headers_told) {
         return true;  // a trailer of a chunked body
     }
+    m_head_bytes += line.size();  // of interim responses too: they may go on for ever
+    if (m_head_bytes > k_max_head_bytes) {
+        return false;
+    }
     if (line.substr(0, 5) == "HTTP/") {
         m_block.assign(line);
         m_in_block = true;
     } else if (m_in_block) {
-        if (m_block.size() + line.size() > k_max_head_bytes) {
-            return false;
-        }
         m_block.append(line);
         if (line == "\r\n" || line == "\n") {
             header_block_complete();
@@ -364,7 +367,8 @@ void curl_exchange::connected() {
 }
 
 void curl_exchange::end(CURLcode code) {
-    const bool refused_by_proxy = !m_connected && code != CURLE_OK && !m_block.empty() && !m_in_block;
+    const bool refused_by_proxy =
+        !m_connected && code != CURLE_OK && !m_block.empty() && !m_in_block && status_of(m_block) / 100 != 2;
     if (!m_headers_told && !m_block.empty() && !m_in_block && (code == CURLE_OK || refused_by_proxy)) {
         report_headers();
         if (refused_by_proxy) {

@@ -147,7 +147,8 @@ private:
     wait m_wait = wait::nothing;
     std::uint64_t m_deadline = k_never;
     std::uint64_t m_body_offset = 0;
-    std::string m_block;  // the response head that is being received
+    std::string m_block;           // the response head that is being received
+    std::size_t m_head_bytes = 0;  // of all heads of this exchange so far
     bool m_in_block = false;
     bool m_resolving = false;
     bool m_starved = false;

@@ -68,6 +68,9 @@ private:
     Interface* m_object = nullptr;
 };
 
+// IXMLDOMNode's published id; MinGW's headers give the interface none.
+constexpr GUID k_xml_node_id = {0x2933BF80, 0x7B36, 0x11D2, {0xB2, 0x0E, 0x00, 0xC0, 0x4F, 0x98, 0x3E, 0x60}};
+
 // The value of an argument or a result.
 class variant {
 public:
@@ -102,15 +105,14 @@ public:
                    : wide_string();
     }
 
-    template <class Interface>
-    com_pointer<Interface> object() const {
-        com_pointer<Interface> found;
+    com_pointer<IXMLDOMNode> node() const {
+        com_pointer<IXMLDOMNode> found;
         const bool holds_one =
             (m_value.vt == VT_DISPATCH || m_value.vt == VT_UNKNOWN) && m_value.punkVal != nullptr;
         if (!holds_one) {
             throw soap_error{k_soap_null_object};
         }
-        check(m_value.punkVal->QueryInterface(__uuidof(Interface), found.receive_any()));
+        check(m_value.punkVal->QueryInterface(k_xml_node_id, found.receive_any()));
         return found;
     }
 
@@ -308,14 +310,14 @@ public:
         variant document;
         m_object.get(L"DOM", document);
         text_result xml;
-        check(document.object<IXMLDOMNode>()->get_xml(xml.receive()));
+        check(document.node()->get_xml(xml.receive()));
         return xml.get();
     }
     bool fault(wide_string& code, wide_string& text) override {
         try {
             variant element;
             m_object.get(L"Fault", element);
-            static_cast<void>(element.object<IXMLDOMNode>());
+            static_cast<void>(element.node());
             code = text_property(L"FaultCode");
             text = text_property(L"FaultString");
             return true;
@@ -326,7 +328,7 @@ public:
     std::unique_ptr<soap_nodes> rpc_result_nodes() override {
         variant result;
         m_object.get(L"RpcResult", result);
-        return std::make_unique<nodes>(result.object<IXMLDOMNode>());
+        return std::make_unique<nodes>(result.node());
     }
 
 private:
@@ -338,7 +340,7 @@ private:
             return value.text();
         }
         text_result text;
-        check(value.object<IXMLDOMNode>()->get_text(text.receive()));
+        check(value.node()->get_text(text.receive()));
         return text.get();
     }
 

@@ -6,3 +6,4 @@
 #include <tessel/tessel.h>
 
 static_assert(sizeof(kro::tessel::http::INTERNET_BUFFERSW) == sizeof(::INTERNET_BUFFERSW));
+static_assert(REG_QWORD == 11 && sizeof(::HKEY) == sizeof(void*));

@@ -1,0 +1,68 @@
+#include "os/proxy_settings.h"
+
+#include "os/linux/inet_text.h"
+#include "os/linux/proxy_sources.h"
+
+namespace kro::tessel::os {
+namespace {
+
+void decide(proxy_decision& decision, proxy_source source, const configured_proxy& proxy, bool bypassed) {
+    decision.source = source;
+    if (bypassed) {
+        decision.routes.emplace_back();
+    } else {
+        const auto kind = proxy.secure ? proxy_route::kind::https : proxy_route::kind::http;
+        decision.routes.push_back({kind, proxy.host, proxy.port});
+    }
+}
+
+void append_account(std::vector<proxy_settings_account>& accounts, const configured_proxy& proxy) {
+    if (proxy.named() && !proxy.account.user.empty()) {
+        const auto kind = proxy.secure ? proxy_route::kind::https : proxy_route::kind::http;
+        accounts.push_back({{kind, proxy.host, proxy.port}, proxy.account.user, proxy.account.password});
+    }
+}
+
+}  // namespace
+
+proxy_decision read_proxy_settings(std::basic_string_view<wchar> host, std::uint16_t port) {
+    proxy_decision decision;
+    inet_address address;
+    address.secure = port == 443;
+    address.host = lowered(ascii_host(host).value_or(to_utf8(host)));
+    address.port = port;
+
+    const fixed_proxies environment = environment_proxies();
+    decision.left_out = environment.left_out;
+    if (environment.proxy_for(address.secure).named()) {
+        decide(decision, proxy_source::environment, environment.proxy_for(address.secure),
+               environment.bypass.covers(address));
+        return decision;
+    }
+    const desktop_proxies desktop = desktop_proxies_now();
+    if (!desktop.fixed.left_out.empty()) {
+        decision.left_out = desktop.fixed.left_out;
+    }
+    const configured_proxy& proxy = desktop.fixed.proxy_for(address.secure);
+    if (desktop.by_script && !desktop.fixed.bypass.covers(address)) {
+        decision.source = proxy_source::script;
+        decision.script = desktop.script;
+        decision.url_host = address.host;
+    } else if (proxy.named() || desktop.by_script) {
+        decide(decision, proxy_source::desktop, proxy, desktop.fixed.bypass.covers(address));
+    } else {
+        decision.routes.emplace_back();
+    }
+    return decision;
+}
+
+std::vector<proxy_settings_account> read_proxy_accounts() {
+    std::vector<proxy_settings_account> accounts;
+    for (const fixed_proxies& source : {environment_proxies(), desktop_proxies_now().fixed}) {
+        append_account(accounts, source.http);
+        append_account(accounts, source.https);
+    }
+    return accounts;
+}
+
+}  // namespace kro::tessel::os

@@ -1,0 +1,143 @@
+// The proxy settings of the user, as the system's own programs have them.
+#include "os/proxy_settings.h"
+
+#include <windows.h>
+#include <winhttp.h>
+
+#include <algorithm>
+#include <cwctype>
+#include <string>
+
+namespace kro::tessel::os {
+namespace {
+
+using view = std::basic_string_view<wchar>;
+
+/// What WinHTTP answers, freed at the end.
+class user_settings {
+public:
+    user_settings() : m_known(WinHttpGetIEProxyConfigForCurrentUser(&m_config) != FALSE) {}
+    user_settings(const user_settings&) = delete;
+    user_settings& operator=(const user_settings&) = delete;
+    ~user_settings() {
+        for (wchar* const text : {m_config.lpszAutoConfigUrl, m_config.lpszProxy, m_config.lpszProxyBypass}) {
+            GlobalFree(text);
+        }
+    }
+
+    view proxies() const { return text(m_config.lpszProxy); }
+    view bypass() const { return text(m_config.lpszProxyBypass); }
+    view script() const { return text(m_config.lpszAutoConfigUrl); }
+    bool by_script() const { return m_known && (m_config.fAutoDetect != FALSE || !script().empty()); }
+
+private:
+    static view text(const wchar* given) { return given == nullptr ? view() : view(given); }
+
+    WINHTTP_CURRENT_USER_IE_PROXY_CONFIG m_config{};
+    const bool m_known;
+};
+
+std::string ascii(view text) {
+    std::string bytes;
+    std::transform(text.begin(), text.end(), std::back_inserter(bytes),
+                   [](wchar unit) { return static_cast<char>(unit < 0x80 ? unit : L'?'); });
+    return bytes;
+}
+
+/// Calls `take` with each entry of a list that blanks and semicolons separate, until it answers true.
+template <class Take>
+bool any_entry(view list, Take take) {
+    while (!list.empty()) {
+        const std::size_t end = std::min(list.find_first_of(L"; \t\r\n"), list.size());
+        if (end != 0 && take(list.substr(0, end))) {
+            return true;
+        }
+        list.remove_prefix(std::min(end + 1, list.size()));
+    }
+    return false;
+}
+
+// Without case; "*" stands for any text.
+bool matches(view pattern, view text) {
+    std::size_t at = 0;
+    std::size_t in = 0;
+    std::size_t star = view::npos;
+    std::size_t retry = 0;
+    while (in < text.size()) {
+        if (at < pattern.size() && pattern[at] == L'*') {
+            star = at++;
+            retry = in;
+        } else if (at < pattern.size() && std::towlower(pattern[at]) == std::towlower(text[in])) {
+            ++at;
+            ++in;
+        } else if (star != view::npos) {
+            at = star + 1;
+            in = ++retry;
+        } else {
+            return false;
+        }
+    }
+    return pattern.find_first_not_of(L'*', at) == view::npos;
+}
+
+bool is_bypassed(view host, view bypass) {
+    if (matches(L"localhost", host) || matches(L"127.*", host) || host == L"[::1]" || host == L"::1") {
+        return true;  // as the system does it, listed or not
+    }
+    return any_entry(bypass, [host](view entry) {
+        return entry == L"<local>" ? host.find(L'.') == view::npos : matches(entry, host);
+    });
+}
+
+// "host:port", without a port 80.
+proxy_route route_of(view proxy) {
+    proxy_route route;
+    route.type = proxy_route::kind::http;
+    const std::size_t scheme = proxy.find(L"://");
+    proxy.remove_prefix(scheme == view::npos ? 0 : scheme + 3);
+    const std::size_t colon = proxy.rfind(L':');
+    const std::string digits = ascii(colon == view::npos ? view(L"80") : proxy.substr(colon + 1));
+    route.host = ascii(proxy.substr(0, colon));
+    const unsigned long port = std::strtoul(digits.c_str(), nullptr, 10);
+    route.port = port > 0xFFFF ? std::uint16_t{0} : static_cast<std::uint16_t>(port);
+    return route;
+}
+
+// An entry for the scheme wins over one for all.
+proxy_route proxy_for(bool secure, view proxies) {
+    proxy_route found;
+    const view prefix = secure ? L"https=" : L"http=";
+    any_entry(proxies, [&](view entry) {
+        const bool is_own = entry.substr(0, prefix.size()) == prefix;
+        if (is_own || entry.find(L'=') == view::npos) {
+            found = route_of(is_own ? entry.substr(prefix.size()) : entry);
+        }
+        return is_own;
+    });
+    return found.host.empty() || found.port == 0 ? proxy_route() : found;
+}
+
+}  // namespace
+
+proxy_decision read_proxy_settings(view host, std::uint16_t port) {
+    const user_settings settings;
+    proxy_decision decision;
+    if (settings.by_script()) {
+        decision.source = proxy_source::script;
+        decision.script = ascii(settings.script());
+        decision.url_host = ascii(host);
+        return decision;
+    }
+    proxy_route proxy = proxy_for(port == 443, settings.proxies());
+    if (!proxy.host.empty()) {
+        decision.source = proxy_source::desktop;
+    }
+    decision.routes.push_back(is_bypassed(host, settings.bypass()) ? proxy_route() : std::move(proxy));
+    return decision;
+}
+
+std::vector<proxy_settings_account> read_proxy_accounts() {
+    return {};  // the system keeps accounts elsewhere and shows them to nobody
+}
+
+}  // namespace kro::tessel::os

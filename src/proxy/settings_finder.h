@@ -1,0 +1,15 @@
+// The finder that stands on the system's settings.
+#pragma once
+
+#include "tessel/proxy/proxy_finder.h"
+
+#include <memory>
+
+namespace kro::tessel::proxy {
+
+/// Answers each query at once from the settings as they are then. Where they name a script the answer is
+/// empty, with a warning in the trace: it must not look like a decision for a direct connection. It needs no
+/// accounts and keeps none.
+std::unique_ptr<IProxyFinder> make_settings_finder();
+
+}  // namespace kro::tessel::proxy

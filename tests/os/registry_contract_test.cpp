@@ -1,0 +1,1 @@
+#include "os/registry_contract.h"
