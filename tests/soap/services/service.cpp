@@ -1,10 +1,9 @@
 // Answers getClientConfiguration on gSOAP. Prints its port once it listens.
-#include "config.nsmap"
-#include "soapH.h"
-
 #include <netinet/in.h>
+#include <soapH.h>
 #include <sys/socket.h>
 
+#include <config.nsmap>
 #include <cstdio>
 #include <cstring>
 #include <string>
