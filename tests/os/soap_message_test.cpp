@@ -222,6 +222,12 @@ TEST(SoapAnswer, GivesItsTextAndKnowsItsEncoding) {
     }
 }
 
+TEST(SoapAnswer, IsRefusedWithoutAWordToStandardError) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(look_at("<?xml version='1.0' encoding='shift_jis'?><a>\xFF\xFE</a>", xml_of), k_refused);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
 TEST(SoapAnswer, OfAHostileKindIsRefusedAtOnce) {
     std::string attributes;
     for (int i = 0; i < 100000; ++i) {

@@ -148,17 +148,16 @@ private:
     // From "<" to behind ">"; how many attributes the tag has.
     std::size_t pass_tag() {
         std::size_t attributes = 0;
-        while ((m_at = m_text.find_first_of("=\"'>", m_at)) != std::string_view::npos &&
-               m_text[m_at] != '>') {
-            if (m_text[m_at] == '=') {
+        for (; m_at < m_text.size() && m_text[m_at] != '>'; ++m_at) {
+            const char c = m_text[m_at];
+            if (c == '=') {
                 count_node();
                 ++attributes;
-            } else {
-                m_at = std::min(m_text.find(m_text[m_at], m_at + 1), m_text.size() - 1);  // the closing quote
+            } else if (c == '"' || c == '\'') {
+                m_at = std::min(m_text.find(c, m_at + 1), m_text.size() - 1);  // the closing quote
             }
-            ++m_at;
         }
-        m_at = m_at == std::string_view::npos ? m_text.size() : m_at + 1;
+        m_at = std::min(m_at + 1, m_text.size());
         return attributes;
     }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <exception>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -97,9 +98,14 @@ private:
 }  // namespace
 
 closing_deadline::closing_deadline(inet_handle handle, std::uint32_t milliseconds) {
-    if (milliseconds != 0 && !process_was_forked()) {
+    if (milliseconds == 0 || process_was_forked()) {
+        return;
+    }
+    try {
         m_number =
             deadline_watch::instance().add(handle, steady::now() + std::chrono::milliseconds(milliseconds));
+    } catch (const std::exception&) {  // no thread, no memory: the time-outs of each wait are left
+        m_number = 0;
     }
 }
 

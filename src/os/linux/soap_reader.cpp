@@ -6,6 +6,7 @@
 
 #include <libxml/parser.h>
 #include <libxml/tree.h>
+#include <libxml/xmlerror.h>
 #include <libxml/xmlsave.h>
 
 #include <algorithm>
@@ -130,8 +131,25 @@ private:
     std::vector<xmlNode*> m_nodes;
 };
 
+void ignore_error(void* /*context*/, xmlError* /*error*/) {}
+
+// What the parser says of encodings would go to standard error, whatever its options are. Holds for this
+// thread.
+class silent_parser {
+public:
+    silent_parser() { xmlSetStructuredErrorFunc(nullptr, ignore_error); }
+    silent_parser(const silent_parser&) = delete;
+    silent_parser& operator=(const silent_parser&) = delete;
+    ~silent_parser() { xmlSetStructuredErrorFunc(m_context, m_before); }
+
+private:
+    void* m_context = xmlStructuredErrorContext;  // the host's own
+    xmlStructuredErrorFunc m_before = xmlStructuredError;
+};
+
 std::shared_ptr<xmlDoc> parse(const screened_answer& answer) {
     constexpr int k_options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
+    const silent_parser silence;
     const std::unique_ptr<xmlParserCtxt, free_context> context(xmlNewParserCtxt());
     if (context == nullptr) {
         throw std::bad_alloc();
