@@ -1,5 +1,6 @@
 // Accounts of proxies: in the registry, and handed on to the finder.
 #include "proxy/decimal.h"
+#include "proxy/trace_proxy.h"
 #include "tessel/base/trace.h"
 #include "tessel/platform/registry.h"
 #include "tessel/proxy/proxy_util.h"
@@ -18,12 +19,6 @@ constexpr const wchar* k_accounts_path = TESSEL_W("Software\\Halvik\\Bremora\\pr
 bool is_valid(const http::proxy_info& account) {
     return !account.server.empty() && account.port != 0 &&
            (account.type == http::proxy_http || account.type == http::proxy_https);
-}
-
-void trace_account(const http::proxy_info& account) {
-    trace_message(trace_debug) << TESSEL_W("Proxy Info: ") << static_cast<unsigned>(account.type)
-                               << TESSEL_W(" ") << account.server << TESSEL_W(":") << account.port
-                               << TESSEL_W(":") << account.user << TESSEL_W(":") << account.password;
 }
 
 // `colon`: where the server ends in the subkey's name.
@@ -81,7 +76,7 @@ int CLumProxyUtil::LoadProxyInfo() try {
             return 1;  // the later ones aren't read (kept)
         }
         const CLumProxyInfo account = read_account(key, name, colon);
-        trace_account(account);
+        proxy::trace_proxy_info(account);
         if (is_valid(account)) {
             const std::lock_guard lock(m_lock);
             add_account(account);
@@ -94,7 +89,7 @@ int CLumProxyUtil::LoadProxyInfo() try {
 
 int CLumProxyUtil::SaveProxyInfo(const proxy_info& account) try {
     const trace_scope scope(TESSEL_W("CLumProxyUtil::SaveProxyInfo"));
-    trace_account(account);
+    proxy::trace_proxy_info(account);
     const wchar not_in_a_name[] = {'\\', 0};
     if (account.server.find_first_of(not_in_a_name, 0, 2) != wide_string::npos) {
         return 0;  // the name would end there, or be a path
@@ -114,7 +109,7 @@ bool CLumProxyUtil::BookExtProxyAccount(const proxy_info& account) try {
     if (!is_valid(account) || account.user.empty() || account.password.empty()) {
         return false;
     }
-    trace_account(account);
+    proxy::trace_proxy_info(account);
     wide_string user = account.user;
     std::replace(user.begin(), user.end(), wchar('/'), wchar('\\'));
     const std::lock_guard lock(m_lock);

@@ -1,5 +1,6 @@
 // The grammar of proxy lists.
 #include "proxy/decimal.h"
+#include "proxy/trace_proxy.h"
 #include "tessel/base/trace.h"
 #include "tessel/proxy/proxy_util.h"
 
@@ -67,9 +68,7 @@ int CLumProxyUtil::ParseProxyItem(const CTString& item, proxy_info& route) try {
     if (!read_proxy(dense, route)) {
         return 0;
     }
-    trace_message(trace_debug) << TESSEL_W("Proxy Info: ") << static_cast<unsigned>(route.type)
-                               << TESSEL_W(" ") << route.server << TESSEL_W(":") << route.port
-                               << TESSEL_W(":") << route.user << TESSEL_W(":") << route.password;
+    proxy::trace_proxy_info(route);
     return 1;
 } catch (const std::bad_alloc&) {
     return 0;

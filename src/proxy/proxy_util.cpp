@@ -8,6 +8,7 @@
 #include "base/text_conversion.h"
 #include "proxy/create_proxy_finder.h"
 #include "proxy/discovery_wait.h"
+#include "proxy/trace_proxy.h"
 #include "tessel/base/trace.h"
 
 #include <cstdlib>
@@ -33,9 +34,9 @@ const wchar* yes_or_no(bool yes) {
     return yes ? TESSEL_W("TRUE") : TESSEL_W("FALSE");
 }
 
-void trace_route(const wchar* label, const http::proxy_info& route) {
-    trace(label, route.server, TESSEL_W(":"), route.port, TESSEL_W(":"), route.user, TESSEL_W(":"),
-          route.password);
+// In a copy of the process another thread may hold the lock for ever: nothing is asked there.
+bool may_ask(const IProxyFinder* finder) {
+    return finder != nullptr && !os::process_was_forked();
 }
 
 // Waits for what is left of `limit` since `asked`. False: the wait itself failed.
@@ -132,9 +133,7 @@ bool CLumProxyUtil::server_of(const CTString& url, server_view& server) {
 }
 
 int CLumProxyUtil::GetProxyInfo(const CTString& url, std::list<proxy_info>& routes) {
-    if (m_finder != nullptr) {
-        PrepareProxyInfo(url);
-    }
+    PrepareProxyInfo(url);
     int usePreconfig = 0;
     return GetProxyInfo(url, usePreconfig, routes, k_clients_wait_ms);
 }
@@ -142,7 +141,7 @@ int CLumProxyUtil::GetProxyInfo(const CTString& url, std::list<proxy_info>& rout
 int CLumProxyUtil::GetProxyInfo(const CTString& url, int& usePreconfig, std::list<proxy_info>& routes,
                                 unsigned long waitMs) try {
     const trace_scope scope(TESSEL_W("CLumProxyUtil::GetProxyInfo()"));
-    if (m_finder == nullptr) {
+    if (!may_ask(m_finder)) {
         return 0;
     }
     server_view server;
@@ -184,13 +183,13 @@ int CLumProxyUtil::known_routes(const server_view& server, bool completed, int& 
     }
     for (const CLumProxyInfo* account : entry.routes) {
         routes.push_back(*account);
-        trace_route(TESSEL_W(""), *account);
+        proxy::trace_proxy(TESSEL_W(""), *account);
     }
     return 1;
 }
 
 int CLumProxyUtil::PrepareProxyInfo(const std::vector<CTString>& urls) {
-    if (m_finder == nullptr) {
+    if (!may_ask(m_finder)) {
         return 0;
     }
     for (const CTString& url : urls) {
@@ -200,9 +199,13 @@ int CLumProxyUtil::PrepareProxyInfo(const std::vector<CTString>& urls) {
 }
 
 int CLumProxyUtil::PrepareProxyInfo(const CTString& url) try {
-    const std::lock_guard lock(m_lock);
     server_view server;
-    if (m_finder == nullptr || !server_of(url, server)) {
+    if (!may_ask(m_finder) || !server_of(url, server)) {
+        return 0;
+    }
+    const std::lock_guard lock(m_lock);
+    IProxyFinder* const finder = m_finder;  // it may have gone meanwhile
+    if (finder == nullptr) {
         return 0;
     }
     if (m_servers.find(server) != m_servers.end()) {
@@ -213,12 +216,12 @@ int CLumProxyUtil::PrepareProxyInfo(const CTString& url) try {
         return 0;  // asked by the finder itself
     }
     running_query query(m_queries, server);
-    return ask_finder(query);
+    return ask_finder(*finder, query);
 } catch (const std::exception&) {
     return 0;
 }
 
-int CLumProxyUtil::ask_finder(running_query& query) {
+int CLumProxyUtil::ask_finder(IProxyFinder& finder, running_query& query) {
     const server_view& server = query.server;
     discovery_entry entry;
     entry.requestTick = os::tick_count();
@@ -227,8 +230,8 @@ int CLumProxyUtil::ask_finder(running_query& query) {
     unsigned long capacity = k_list_units;
     int not_preconfigured = 0;
     int asynchronous = 0;
-    if (m_finder.load()->GetProxyInfo(0, host.c_str(), server.second, &not_preconfigured, &asynchronous, list,
-                                      &capacity) != 0) {
+    if (finder.GetProxyInfo(0, host.c_str(), server.second, &not_preconfigured, &asynchronous, list,
+                            &capacity) != 0) {
         return 0;
     }
     list[k_list_units - 1] = 0;  // whatever the finder wrote
@@ -259,7 +262,7 @@ void CLumProxyUtil::take_list(const CTString& list, discovery_entry& entry) {
     entry.routes.clear();
     for (const proxy_info& route : parsed) {
         if (find_account(route) == nullptr) {
-            trace_route(TESSEL_W("Add Proxy Info: "), route);
+            proxy::trace_proxy(TESSEL_W("Add Proxy Info: "), route);
         }
         entry.routes.push_back(add_account(route));
     }

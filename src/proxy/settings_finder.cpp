@@ -1,11 +1,14 @@
 #include "proxy/settings_finder.h"
 
+#include "os/code_page.h"
 #include "os/inet.h"
 #include "os/proxy_settings.h"
 
+#include "base/text_conversion.h"
 #include "tessel/base/trace.h"
 
 #include <exception>
+#include <new>
 #include <string>
 
 namespace kro::tessel::proxy {
@@ -13,8 +16,8 @@ namespace {
 
 constexpr int k_not_supported = 50;
 
-wide_string widened(const std::string& ascii) {
-    return {ascii.begin(), ascii.end()};
+wide_string wide(const std::string& utf8) {
+    return widen(os::k_code_page_utf8, utf8);
 }
 
 void append_item(wide_string& list, const os::proxy_route& route) {
@@ -22,19 +25,19 @@ void append_item(wide_string& list, const os::proxy_route& route) {
     if (route.type != os::proxy_route::kind::direct) {
         if (route.host.find(':') != std::string::npos) {
             trace_message(trace_warning)
-                << TESSEL_W("A proxy whose name is an IPv6 address is left out: ") << widened(route.host);
+                << TESSEL_W("A proxy whose name is an IPv6 address is left out: ") << wide(route.host);
             return;
         }
         const bool secure = route.type == os::proxy_route::kind::https;
         item = secure ? TESSEL_W("https=") : TESSEL_W("http=");
-        item += widened(route.host + ":" + std::to_string(route.port));
+        item += wide(route.host + ":" + std::to_string(route.port));
     }
     list += (list.empty() ? wide_string() : wide_string(1, ';')) + item;
 }
 
 void trace_what_is_missing(const os::proxy_decision& decision) {
     if (!decision.left_out.empty()) {
-        trace_message(trace_warning) << TESSEL_W("Left out of the proxies: ") << widened(decision.left_out);
+        trace_message(trace_warning) << TESSEL_W("Left out of the proxies: ") << wide(decision.left_out);
     }
     if (decision.source == os::proxy_source::script) {
         trace_message(trace_warning) << TESSEL_W(
@@ -81,7 +84,7 @@ int settings_finder::GetProxyInfo(int /*first*/, const wchar* host, unsigned sho
 }  // namespace
 
 std::unique_ptr<IProxyFinder> make_settings_finder() {
-    return std::make_unique<settings_finder>();
+    return std::unique_ptr<IProxyFinder>(new (std::nothrow) settings_finder);
 }
 
 }  // namespace kro::tessel::proxy

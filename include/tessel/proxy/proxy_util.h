@@ -32,7 +32,8 @@ public:
 /// Finds the routes to a server and keeps the accounts of proxies.
 ///
 /// Every operation may be called from any thread and none throws: where memory ends, the result is the
-/// failure value. Lines of trace at level 9 show accounts with their passwords, in clear (kept).
+/// failure value. In a copy of the process (a fork) queries answer 0. Lines of trace at level 9 show accounts
+/// with their passwords, in clear (kept).
 class TESSEL_API CLumProxyUtil : public IProxyFinderSink {
 public:
     using proxy_info = kro::tessel::http::proxy_info;
@@ -123,7 +124,7 @@ private:
     class running_query;
 
     static bool server_of(const CTString& url, server_view& server);
-    int ask_finder(running_query& query);
+    int ask_finder(IProxyFinder& finder, running_query& query);
     int known_routes(const server_view& server, bool completed, int& usePreconfig,
                      std::list<proxy_info>& routes);
     CLumProxyInfo* find_account(const proxy_info& account) const;

@@ -106,11 +106,11 @@ proxy_route route_of(view proxy) {
 // An entry for the scheme wins over one for all.
 proxy_route proxy_for(bool secure, view proxies) {
     proxy_route found;
-    const view prefix = secure ? L"https=" : L"http=";
+    const view prefix = secure ? L"https=*" : L"http=*";  // whatever its case
     any_entry(proxies, [&](view entry) {
-        const bool is_own = entry.substr(0, prefix.size()) == prefix;
+        const bool is_own = matches(prefix, entry);
         if (is_own || entry.find(L'=') == view::npos) {
-            found = route_of(is_own ? entry.substr(prefix.size()) : entry);
+            found = route_of(is_own ? entry.substr(prefix.size() - 1) : entry);
         }
         return is_own;
     });
@@ -128,11 +128,16 @@ proxy_decision read_proxy_settings(view host, std::uint16_t port) {
         decision.url_host = ascii(host);
         return decision;
     }
-    proxy_route proxy = proxy_for(port == 443, settings.proxies());
-    if (!proxy.host.empty()) {
-        decision.source = proxy_source::desktop;
+    if (is_bypassed(host, settings.bypass())) {
+        decision.routes.emplace_back();
+        return decision;
     }
-    decision.routes.push_back(is_bypassed(host, settings.bypass()) ? proxy_route() : std::move(proxy));
+    decision.routes.push_back(proxy_for(port == 443, settings.proxies()));
+    if (!decision.routes.front().host.empty()) {
+        decision.source = proxy_source::desktop;
+    } else if (!settings.proxies().empty()) {  // for other schemes, or unreadable
+        decision.left_out = ascii(settings.proxies());
+    }
     return decision;
 }
 
