@@ -32,6 +32,7 @@ public:
             ::dup2(ends[1], STDERR_FILENO);
             ::close(ends[0]);
             std::vector<char*> words;
+            words.reserve(command.size() + 1);
             for (const std::string& word : command) {
                 words.push_back(const_cast<char*>(word.c_str()));
             }

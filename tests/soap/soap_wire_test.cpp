@@ -55,19 +55,20 @@ public:
 };
 
 class SoapWire : public testing::Test {
-protected:
+public:
     ~SoapWire() override { os::shorten_soap_timeout_for_test(0); }
 
-    std::string url() const { return "http://127.0.0.1:" + std::to_string(server.port()) + "/service?a=b"; }
+protected:
+    std::string url() const { return "http://127.0.0.1:" + std::to_string(m_server.port()) + "/service?a=b"; }
 
     // A call that the server meets so; the error as the trace tells it, empty for a success.
     std::string call(const std::function<void(server_connection&)>& serve) {
         trace_recorder::clear();
         std::thread serving([&] {
-            server_connection connection = server.accept();
+            server_connection connection = m_server.accept();
             serve(connection);
         });
-        const int result = client.Call(wide(url()), TESSEL_W("m\u00FC"), TESSEL_W("urn:x#"));
+        const int result = m_client.Call(wide(url()), TESSEL_W("m\u00FC"), TESSEL_W("urn:x#"));
         serving.join();
         return result == 1 ? std::string() : error();
     }
@@ -82,15 +83,15 @@ protected:
         return "none";
     }
 
-    test_server server;
-    trace_recorder trace;
-    one_exchange client;
+    test_server m_server;
+    trace_recorder m_trace;
+    one_exchange m_client;
 };
 
 }  // namespace
 
 TEST_F(SoapWire, PostsTheMessage) {
-    client.AddElement(SOAP_ELEMENT_SIBLING, TESSEL_W("a"), TESSEL_W("<\u20AC>"));
+    m_client.AddElement(SOAP_ELEMENT_SIBLING, TESSEL_W("a"), TESSEL_W("<\u20AC>"));
     std::string request;
     EXPECT_EQ(call([&](server_connection& connection) {
                   request = connection.read_request();
@@ -98,7 +99,7 @@ TEST_F(SoapWire, PostsTheMessage) {
                       response("200 OK\r\nContent-Type: text/xml", "<?xml version='1.0'?>\n<a> <b/></a>"));
               }),
               "");
-    EXPECT_EQ(plain(client.GetResponse()), "<?xml version=\"1.0\"?>\r\n<a><b/></a>\r\n");
+    EXPECT_EQ(plain(m_client.GetResponse()), "<?xml version=\"1.0\"?>\r\n<a><b/></a>\r\n");
     EXPECT_EQ(request.rfind("POST /service?a=b HTTP/1.1\r\n", 0), 0U) << request;
     for (const char* const part :
          {"\r\nContent-Type: text/xml; charset=\"utf-8\"\r\n", "\r\nSOAPAction: \"urn:x#m%C3%BC\"\r\n",
@@ -187,7 +188,7 @@ TEST_F(SoapWire, TellsWhyNobodyAnswers) {
                   connection.reset();
               }),
               "80072eff");
-    server.stop_listening();
+    m_server.stop_listening();
     const struct {
         std::string url;
         const char* error;
@@ -197,7 +198,7 @@ TEST_F(SoapWire, TellsWhyNobodyAnswers) {
                 {"http://no.such.host.invalid/", "80072ee7"}};
     for (const auto& row : rows) {
         trace_recorder::clear();
-        EXPECT_EQ(client.Call(wide(row.url), TESSEL_W("m"), TESSEL_W("u")), 0);
+        EXPECT_EQ(m_client.Call(wide(row.url), TESSEL_W("m"), TESSEL_W("u")), 0);
         EXPECT_EQ(error(), row.error) << row.url;
     }
 }
@@ -213,30 +214,30 @@ TEST_F(SoapWire, SendsNothingOfAMessageThatXmlCanNotCarry) {
                 {"an action with a quote", TESSEL_W("a"), TESSEL_W(""), TESSEL_W("u\"")}};
     for (const auto& row : rows) {
         trace_recorder::clear();
-        client.Initialize();
-        client.AddElement(SOAP_ELEMENT_SIBLING, row.element, row.value);
-        EXPECT_EQ(client.Call(wide(url()), TESSEL_W("m"), row.name_space), 0) << row.name;
+        m_client.Initialize();
+        m_client.AddElement(SOAP_ELEMENT_SIBLING, row.element, row.value);
+        EXPECT_EQ(m_client.Call(wide(url()), TESSEL_W("m"), row.name_space), 0) << row.name;
         EXPECT_EQ(error(), "80070057") << row.name;
     }
-    EXPECT_FALSE(server.has_client());
+    EXPECT_FALSE(m_server.has_client());
 }
 
 TEST_F(SoapWire, GoesThroughAProxyWithItsAccount) {
     const auto through_proxy = [&](const wchar* password, std::string& account) {
-        CLumProxyInfo proxy(kro::tessel::http::proxy_http, TESSEL_W("127.0.0.1"), server.port(),
+        CLumProxyInfo proxy(kro::tessel::http::proxy_http, TESSEL_W("127.0.0.1"), m_server.port(),
                             TESSEL_W("ann"), password);
         std::thread serving([&] {
             std::string request;
             const std::string refusal = response("407 Who\r\nProxy-Authenticate: Basic realm=\"x\"", "");
             for (int requests = 0; requests < 2; ++requests) {
-                server_connection connection = server.accept();
+                server_connection connection = m_server.accept();
                 request = connection.read_request();
                 const bool knows_ann = request.find("YW5uOnNlY3JldA==") != std::string::npos;  // ann:secret
                 connection.send(knows_ann ? response("200 OK", k_envelope) : refusal);
             }
             account = request.substr(0, request.find("\r\n"));
         });
-        const int result = client.through("http://service.test:81/x", proxy);
+        const int result = m_client.through("http://service.test:81/x", proxy);
         serving.join();
         return result;
     };
@@ -245,5 +246,5 @@ TEST_F(SoapWire, GoesThroughAProxyWithItsAccount) {
     EXPECT_EQ(error(), "800a13ba");
     EXPECT_EQ(through_proxy(TESSEL_W("secret"), line), 1);
     EXPECT_EQ(line, "POST http://service.test:81/x HTTP/1.1");
-    EXPECT_EQ(client.getClientCfgMap().size(), 1U);
+    EXPECT_EQ(m_client.getClientCfgMap().size(), 1U);
 }
