@@ -1,7 +1,12 @@
 // The reader of SOAP answers: whatever comes, all that it tells can be asked for, and the text of a document
-// is a document with that text.
+// is a document with that text. The writer of that text against the parser's own.
 #include "os/linux/soap_buffer.h"
+#include "os/linux/soap_document_text.h"
 #include "os/linux/soap_reader.h"
+
+#include <libxml/parser.h>
+#include <libxml/tree.h>
+#include <libxml/xmlsave.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -43,6 +48,43 @@ void ask_everything(os::document_reader& reader) {
     }
 }
 
+std::string saved(xmlNode* node) {
+    xmlBuffer* const buffer = xmlBufferCreate();
+    xmlSaveCtxt* const saving = xmlSaveToBuffer(buffer, "UTF-8", XML_SAVE_NO_DECL | XML_SAVE_AS_XML);
+    xmlSaveTree(saving, node);
+    xmlSaveClose(saving);
+    std::string text(os::view_of(xmlBufferContent(buffer)));
+    xmlBufferFree(buffer);
+    return text;
+}
+
+xmlDoc* parsed(std::string_view bytes) {
+    constexpr int k_options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
+    return xmlReadMemory(bytes.data(), static_cast<int>(bytes.size()), nullptr, "utf-8", k_options);
+}
+
+// Both texts of an element must be the same document. The parser's own isn't one where a namespace has a "<".
+void compare_writers(xmlNode* element) {
+    std::string text;
+    os::append_as_xml(text, element);
+    xmlDoc* const ours = parsed(text);
+    xmlDoc* const theirs = parsed(saved(element));
+    if (theirs != nullptr &&
+        (ours == nullptr || saved(xmlDocGetRootElement(ours)) != saved(xmlDocGetRootElement(theirs)))) {
+        std::abort();
+    }
+    xmlFreeDoc(ours);
+    xmlFreeDoc(theirs);
+}
+
+void compare_writers(std::string_view bytes) {
+    xmlDoc* const document = parsed(bytes);
+    if (document != nullptr && xmlGetIntSubset(document) == nullptr) {
+        compare_writers(xmlDocGetRootElement(document));
+    }
+    xmlFreeDoc(document);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -56,6 +98,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     }
     ask_everything(reader);
+    compare_writers(bytes);
     const wide_string xml = reader.document_xml();
     std::string utf16("\xFF\xFE");
     for (const wchar unit : xml) {

@@ -3,11 +3,11 @@
 #include "os/linux/inet_text.h"
 #include "os/linux/soap_answer_screen.h"
 #include "os/linux/soap_buffer.h"
+#include "os/linux/soap_document_text.h"
 
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 #include <libxml/xmlerror.h>
-#include <libxml/xmlsave.h>
 
 #include <algorithm>
 #include <new>
@@ -24,14 +24,6 @@ constexpr std::string_view k_envelope_namespace = "http://schemas.xmlsoap.org/so
 struct free_context {
     void operator()(xmlParserCtxt* context) const { xmlFreeParserCtxt(context); }
 };
-struct free_buffer {
-    void operator()(xmlBuffer* buffer) const { xmlBufferFree(buffer); }
-};
-using owned_buffer = std::unique_ptr<xmlBuffer, free_buffer>;
-
-std::string_view view_of(const xmlChar* text) {
-    return text == nullptr ? std::string_view() : std::string_view(reinterpret_cast<const char*>(text));
-}
 
 bool is_text(const xmlNode* node) {
     return node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE;
@@ -181,21 +173,6 @@ void append_declaration(const xmlDoc& document, std::string& out) {
     out.append("?>\r\n");
 }
 
-void append_node(xmlNode* node, std::string& out) {
-    const owned_buffer buffer(xmlBufferCreate());
-    xmlSaveCtxt* const saving =
-        buffer == nullptr ? nullptr
-                          : xmlSaveToBuffer(buffer.get(), "UTF-8", XML_SAVE_NO_DECL | XML_SAVE_AS_XML);
-    if (saving == nullptr) {
-        throw std::bad_alloc();
-    }
-    const bool is_saved = xmlSaveTree(saving, node) != -1;
-    if (xmlSaveClose(saving) == -1 || !is_saved) {
-        throw std::bad_alloc();
-    }
-    out.append(view_of(xmlBufferContent(buffer.get()))).append("\r\n");
-}
-
 }  // namespace
 
 void document_reader::load(soap_stream& answer, soap_text /*soap_action*/) {
@@ -215,7 +192,8 @@ wide_string document_reader::document_xml() {
     std::string xml;
     append_declaration(*m_document, xml);
     for (xmlNode* node = m_document->children; node != nullptr; node = node->next) {
-        append_node(node, xml);
+        append_as_xml(xml, node);
+        xml.append("\r\n");
     }
     return from_utf8(xml);
 }
