@@ -1,6 +1,7 @@
 #include "os/linux/soap_document_text.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <string_view>
 
 namespace kro::tessel::os {
@@ -28,15 +29,30 @@ std::string_view reference(char c, bool in_attribute) {
     }
 }
 
+// Below 64 are all characters that have one, so that a word of bits tells them from others.
+constexpr std::uint64_t bits_of(std::string_view characters) {
+    std::uint64_t bits = 0;
+    for (const char c : characters) {
+        bits |= std::uint64_t{1} << static_cast<unsigned>(c);
+    }
+    return bits;
+}
+
 void append_escaped(std::string& out, std::string_view text, bool in_attribute) {
-    const std::string_view special = in_attribute ? "<>&\r\"\n\t" : "<>&\r";
-    while (!text.empty()) {
-        const std::size_t plain = std::min(text.find_first_of(special), text.size());
-        out.append(text.substr(0, plain));
-        text.remove_prefix(plain);
-        if (!text.empty()) {
-            out.append(reference(text.front(), in_attribute));
-            text.remove_prefix(1);
+    constexpr std::uint64_t k_in_text = bits_of("<>&\r");
+    constexpr std::uint64_t k_in_attribute = bits_of("<>&\r\"\n\t");
+    const std::uint64_t special = in_attribute ? k_in_attribute : k_in_text;
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    while (at != end) {
+        const char* const next = std::find_if(at, end, [special](char c) {
+            const auto byte = static_cast<unsigned char>(c);
+            return byte < 64 && (special >> byte & 1U) != 0;
+        });
+        out.append(at, next);
+        at = next;
+        if (at != end) {
+            out.append(reference(*at++, in_attribute));
         }
     }
 }
