@@ -12,8 +12,7 @@ enum class cipher_direction { encrypt, decrypt };
 
 /// Encrypts or decrypts whole blocks in place, as FIPS 197 and NIST SP 800-38A define it: nothing is padded,
 /// and nothing carries over from one call to the next.
-/// key:     k_aes256_key bytes. What is derived from it may be kept for the calling thread's next call, and
-/// is
+/// key:     k_aes256_key bytes. What is derived from it may be kept for the calling thread's next call; it is
 ///          wiped when another key comes or the thread ends.
 /// vector:  k_aes_block bytes, the initialisation vector.
 /// bytes:   a multiple of k_aes_block; 0 does nothing.

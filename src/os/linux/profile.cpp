@@ -21,6 +21,10 @@ using wide_view = std::basic_string_view<wchar>;
 
 constexpr std::uint32_t k_not_enough_memory = 8;
 
+// Bytes that are read at first, and not a whole window: a key near the beginning shouldn't cost the file.
+constexpr std::size_t k_first_read = std::size_t{16} << 10U;
+static_assert(k_first_read < k_profile_window);
+
 template <class Unit>
 constexpr bool is_ascii(Unit unit) {
     return (static_cast<std::uint32_t>(unit) & ~0x7FU) == 0;
@@ -195,7 +199,7 @@ std::optional<wide_string> search(profile_file& file, Unit* window, std::size_t 
 std::optional<wide_string> search_file(profile_file& file, const question& asked) {
     const std::unique_ptr<wchar[]> window(new wchar[k_profile_window / sizeof(wchar)]);
     char* const bytes = reinterpret_cast<char*>(window.get());
-    const std::size_t filled = file.read(bytes, k_profile_window);
+    const std::size_t filled = file.read(bytes, k_first_read);
     const std::string_view start(bytes, std::min<std::size_t>(filled, 3));
     const bool little = start.substr(0, 2) == "\xFF\xFE";
     if (little || start.substr(0, 2) == "\xFE\xFF") {
