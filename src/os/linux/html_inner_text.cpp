@@ -28,7 +28,6 @@ inner_text::display inner_text::display_of(GumboTag tag) {
             return display::line_break;
         case GUMBO_TAG_IMG:
         case GUMBO_TAG_OBJECT:
-        case GUMBO_TAG_APPLET:
         case GUMBO_TAG_VIDEO:
         case GUMBO_TAG_AUDIO:
         case GUMBO_TAG_CANVAS:
@@ -40,6 +39,7 @@ inner_text::display inner_text::display_of(GumboTag tag) {
         case GUMBO_TAG_MARQUEE:
             return display::inline_block;
         case GUMBO_TAG_SPAN:
+        case GUMBO_TAG_APPLET:
         case GUMBO_TAG_TBODY:
         case GUMBO_TAG_THEAD:
         case GUMBO_TAG_TFOOT:
@@ -78,6 +78,9 @@ bool inner_text::enter(GumboTag tag, const element_marks& marks) {
                              : marks.shows == element_marks::visible::yes;
     entered.preserves = (!m_open.empty() && m_open.back().preserves) || tag == GUMBO_TAG_PRE ||
                         tag == GUMBO_TAG_LISTING || tag == GUMBO_TAG_XMP || tag == GUMBO_TAG_PLAINTEXT;
+    if (tag == GUMBO_TAG_OBJECT && marks.open) {
+        entered.how = display::in_line;
+    }
     entered.shows_details = tag != GUMBO_TAG_DETAILS || marks.open;
     if (!entered.is_visible && entered.how != display::replaced) {
         // "If node's computed value of 'visibility' is not 'visible'": it gives neither breaks nor tabs.
@@ -219,14 +222,30 @@ void inner_text::append_preserved(std::string_view content) {
     }
 }
 
+// A line end there is no blank: texts without blanks between words are broken so (CSS Text, "segment
+// breaks").
+bool inner_text::is_beside_zero_width(const char* word, const char* end) const {
+    constexpr std::string_view k_zero_width_space = "\xE2\x80\x8B";
+    const std::size_t size = k_zero_width_space.size();
+    const std::string_view before =
+        std::string_view(m_text).substr(m_text.size() - std::min(size, m_text.size()));
+    const std::string_view behind(word, std::min(size, static_cast<std::size_t>(end - word)));
+    return before == k_zero_width_space || behind == k_zero_width_space;
+}
+
 void inner_text::append_collapsed(std::string_view content) {
     const char* from = content.data();
     const char* const end = from + content.size();
     while (from != end) {
         if (collapses(*from)) {
+            const char* const word = std::find_if_not(from, end, collapses);
+            m_break_waits = (m_blank_waits && m_break_waits) || std::find(from, word, '\n') != word;
             m_blank_waits = !m_at_line_start;
-            from = std::find_if_not(from, end, collapses);
+            from = word;
             continue;
+        }
+        if (m_blank_waits && m_break_waits && is_beside_zero_width(from, end)) {
+            m_blank_waits = false;
         }
         flush_blank();
         flush_breaks();

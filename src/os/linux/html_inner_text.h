@@ -54,12 +54,14 @@ private:
     void separate(char separator);
     void append_preserved(std::string_view content);
     void append_collapsed(std::string_view content);
+    bool is_beside_zero_width(const char* word, const char* end) const;
 
     std::vector<context> m_open;
     std::string m_text;
     int m_required_breaks = 0;
     bool m_at_line_start = true;  // where blanks vanish
     bool m_blank_waits = false;   // for something behind it on its line
+    bool m_break_waits = false;   // it is one with a line end in it; only while m_blank_waits
 };
 
 }  // namespace kro::tessel::os

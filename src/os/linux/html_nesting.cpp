@@ -34,6 +34,8 @@ html_token known(html_token token) {
         token.marks.style_display = html_marks::display::none;
     } else if (token.tag == GUMBO_TAG_AUDIO) {
         token.marks.hidden = token.marks.hidden || !token.marks.controls;
+    } else if (token.tag == GUMBO_TAG_OBJECT) {
+        token.marks.open = !token.marks.has_data;  // has nothing to show but what is in it
     }
     return token;
 }
@@ -138,7 +140,7 @@ void html_nesting::write_start(const element& opened, bool is_continued) {
     if (opened.marks.hides()) {
         m_piece.append({' ', k_mark_hidden});
     }
-    if (opened.tag == GUMBO_TAG_DETAILS && opened.marks.open) {
+    if (is_one_of(opened.tag, {GUMBO_TAG_DETAILS, GUMBO_TAG_OBJECT}) && opened.marks.open) {
         m_piece.append({' ', k_mark_open});
     }
     if (is_continued) {
@@ -514,6 +516,10 @@ void html_nesting::start_list_item(const html_token& token) {
 // Only while one that hides is open are the others counted, so that each end tag finds its own.
 void html_nesting::start_inline(const html_token& token) {
     const bool hides = token.marks.hides() || token.marks.shows != visibility::inherited;
+    if (token.tag == GUMBO_TAG_Q && !token.marks.hides()) {
+        write_replaced("img");
+        ++m_open_quotes;
+    }
     if (hides) {
         ++m_hiding_inline;
         push(token, "span");
@@ -630,6 +636,10 @@ void html_nesting::end(const html_token& token) {
                has_trait(tag, k_block_end)) {
         end_in_scope(tag);
     } else {
+        if (tag == GUMBO_TAG_Q && m_open_quotes != 0) {
+            --m_open_quotes;
+            write_replaced("img");
+        }
         element wanted;
         wanted.tag = tag;
         wanted.name_hash = tag == GUMBO_TAG_UNKNOWN ? hash_of(token.name) : 0;

@@ -100,6 +100,9 @@ private:
     std::vector<element> m_open;
     std::uint16_t m_counts[GUMBO_TAG_LAST + 1] = {};
     std::size_t m_hiding_inline = 0;  // open inline elements that hide
+    // q elements whose end is to come. Browsers write the quotation marks; they are no part of the text, but
+    // take a place on the line as a picture does.
+    std::size_t m_open_quotes = 0;
     bool m_quirks = true;
     bool m_left_out = false;    // something, since what was written last
     bool m_behind_pre = false;  // a start tag behind which a line end is dropped was written last

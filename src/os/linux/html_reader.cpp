@@ -180,6 +180,7 @@ bool html_reader::attribute(html_marks& marks) {
     marks.open = marks.open || equals_ignoring_case(name, "open");
     marks.controls = marks.controls || equals_ignoring_case(name, "controls");
     marks.has_source = marks.has_source || equals_ignoring_case(name, "src");
+    marks.has_data = marks.has_data || equals_ignoring_case(name, "data");
     if (equals_ignoring_case(name, "hidden")) {
         marks.hidden = true;
     } else if (equals_ignoring_case(name, "style")) {

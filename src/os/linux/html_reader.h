@@ -16,6 +16,7 @@ struct html_marks {
     bool open = false;             ///< of details, dialog
     bool controls = false;         ///< of audio
     bool has_source = false;       ///< src
+    bool has_data = false;         ///< of object
     bool is_hidden_input = false;  ///< type=hidden
     enum class display { not_said, none, other } style_display = display::not_said;
     visibility shows = visibility::inherited;
