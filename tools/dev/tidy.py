@@ -28,6 +28,14 @@ def our_includes(file):
     return [header.resolve() for header in found if header]
 
 
+@functools.lru_cache(None)
+def checks_of(folder):
+    """The configurations that hold for a folder's sources, one after another."""
+    above = checks_of(folder.parent) if folder != ROOT else b""
+    own = folder / ".clang-tidy"
+    return above + own.read_bytes() if own.is_file() else above
+
+
 def fingerprint(source, command):
     files, left = set(), [source]
     while left:
@@ -35,7 +43,7 @@ def fingerprint(source, command):
         if file not in files:
             files.add(file)
             left += our_includes(file)
-    digest = hashlib.sha256((ROOT / ".clang-tidy").read_bytes() + command.encode())
+    digest = hashlib.sha256(checks_of(source.parent) + command.encode())
     for file in sorted(files):
         digest.update(file.read_bytes())
     return digest.hexdigest()
