@@ -11,8 +11,9 @@
 namespace kro::tessel::os {
 
 struct proxy_script_question {
-    std::string script;  ///< the script's URL; empty, where the system can look for one: it has to be looked for
-    std::string host;    ///< the server's name as it stands in a URL
+    std::string
+        script;  ///< the script's URL; empty, where the system can look for one: it has to be looked for
+    std::string host;  ///< the server's name as it stands in a URL
     std::uint16_t port = 0;
 };
 
@@ -22,7 +23,8 @@ struct proxy_script_answer {
     std::string problem;              ///< why there is no answer, in English; empty when there is one
 };
 
-/// Asks scripts, outside this process or in the system's own service: whatever a script does, the host goes on.
+/// Asks scripts, outside this process or in the system's own service: whatever a script does, the host goes
+/// on.
 class proxy_script_service {
 public:
     using receiver = std::function<void(const proxy_script_answer&)>;

@@ -66,7 +66,8 @@ proxy_helper::~proxy_helper() {
     if (m_process.number() >= 0) {
         ::syscall(SYS_pidfd_send_signal, m_process.number(), SIGKILL, nullptr, 0);
         siginfo_t ending{};
-        while (::waitid(P_PIDFD, static_cast<id_t>(m_process.number()), &ending, WEXITED) < 0 && errno == EINTR) {
+        while (::waitid(P_PIDFD, static_cast<id_t>(m_process.number()), &ending, WEXITED) < 0 &&
+               errno == EINTR) {
         }
     }
 }
@@ -98,7 +99,8 @@ proxy_helper::hearing proxy_helper::hear(std::string& line) {
             continue;
         }
         if (count <= 0) {
-            return count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) ? hearing::nothing_yet : hearing::ended;
+            return count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) ? hearing::nothing_yet
+                                                                          : hearing::ended;
         }
         m_size += static_cast<std::size_t>(count);
     }

@@ -351,7 +351,8 @@ void pool::ask(proxy_script_question question, receiver answered) {
 
 }  // namespace
 
-std::unique_ptr<proxy_script_service> make_proxy_script_pool(std::string program, proxy_script_limits limits) {
+std::unique_ptr<proxy_script_service> make_proxy_script_pool(std::string program,
+                                                             proxy_script_limits limits) {
     return std::make_unique<pool>(std::move(program), limits);
 }
 

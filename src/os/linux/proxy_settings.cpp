@@ -45,7 +45,8 @@ proxy_decision read_proxy_settings(std::basic_string_view<wchar> host, std::uint
     }
     const configured_proxy& proxy = desktop.fixed.proxy_for(address.secure);
     if (desktop.by_script && desktop.script.empty()) {
-        // Whoever answers to the name that is looked for would get to see, and change, all that the user does.
+        // Whoever answers to the name that is looked for would get to see, and change, all that the user
+        // does.
         decision.source = proxy_source::desktop;
         decision.left_out = "the script that the desktop has looked for in the network";
     } else if (desktop.by_script && !desktop.fixed.bypass.covers(address)) {

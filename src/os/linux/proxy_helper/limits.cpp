@@ -45,8 +45,9 @@ void end_with_host() {
 }
 
 void settle_environment() {
-    for (const char* const name : {"no_proxy", "NO_PROXY", "all_proxy", "ALL_PROXY", "http_proxy", "HTTP_PROXY",
-                                   "https_proxy", "HTTPS_PROXY", "ftp_proxy", "FTP_PROXY", "_PX_DEBUG_PACURL"}) {
+    for (const char* const name :
+         {"no_proxy", "NO_PROXY", "all_proxy", "ALL_PROXY", "http_proxy", "HTTP_PROXY", "https_proxy",
+          "HTTPS_PROXY", "ftp_proxy", "FTP_PROXY", "_PX_DEBUG_PACURL"}) {
         ::unsetenv(name);
     }
     ::setenv("GIGACAGE_ENABLED", "0", 1);  // 72 GB of addresses

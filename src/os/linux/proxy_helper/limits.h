@@ -13,8 +13,8 @@ void end_with_host();
 /// Takes away what no script needs, and what would lead libproxy and the script engine elsewhere.
 void settle_environment();
 
-/// From here on this process may take 256 MiB more. The script engine must have started: it reserves addresses
-/// for gigabytes that it never uses, which is why these aren't what is limited.
+/// From here on this process may take 256 MiB more. The script engine must have started: it reserves
+/// addresses for gigabytes that it never uses, which is why these aren't what is limited.
 void limit_memory();
 
 /// The kernel ends this process after so long, unless the object is gone by then: the library does so

@@ -8,7 +8,8 @@ namespace kro::tessel::os {
 namespace {
 
 constexpr std::chrono::minutes k_script_lives(5);
-// A server that can't be reached takes the whole of a question's time: the next ones don't ask it again at once.
+// A server that can't be reached takes the whole of a question's time: the next ones don't ask it again at
+// once.
 constexpr std::chrono::seconds k_failure_lives(10);
 constexpr long k_most_redirects = 5;
 
@@ -60,7 +61,8 @@ fetched_script fetch_script(const std::string& url, std::chrono::milliseconds li
     if (code == CURLE_WRITE_ERROR) {
         script.text = "it is larger than 4 MiB";
     } else if (code != CURLE_OK) {
-        script.text = std::string("it can't be fetched: ") + (reason[0] != 0 ? reason : curl_easy_strerror(code));
+        script.text =
+            std::string("it can't be fetched: ") + (reason[0] != 0 ? reason : curl_easy_strerror(code));
     }
     return script;
 }

@@ -14,8 +14,8 @@ using proxy_helper_protocol::k_longest_text;
 constexpr std::string_view k_scheme = "http://tessel-";
 constexpr std::string_view k_port = ":1";
 
-// The script is the text of an eval, so that one that can't even be read only throws. Its value is that of
-// its last statement: a function that is const, or declared in strict mode, is seen only from inside.
+// The script is a function's body, given as text, so that one that can't even be read only throws, and so that
+// its FindProxyForURL isn't ours when it calls itself.
 constexpr std::string_view k_before = R"js((function () {
     var everything = this, find = null, problem = "";
     function text(value) {
@@ -31,9 +31,9 @@ constexpr std::string_view k_before = R"js((function () {
     }
     if (typeof everything.alert === "undefined") { everything.alert = function () {}; }
     try {
-        find = (0, eval)(")js";
+        find = new Function(")js";
 constexpr std::string_view k_behind =
-    R"js(\n;typeof FindProxyForURL === 'function' ? FindProxyForURL : null");
+    R"js(\n;return typeof FindProxyForURL === 'function' ? FindProxyForURL : null")();
         if (find === null) { problem = "it has no FindProxyForURL"; }
     } catch (error) { problem = text(error); }
     everything.FindProxyForURL = function (url, host) {
@@ -53,7 +53,12 @@ static_assert(k_longest_text == 2000, "the wrapper cuts there");
 // One character of well-formed UTF-8; its bytes are taken off the text.
 std::optional<std::uint32_t> take_character(std::string_view& text) {
     const auto lead = static_cast<unsigned char>(text.front());
-    const std::size_t size = lead < 0x80 ? 1 : lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 0;
+    const std::size_t size = lead < 0x80   ? 1
+                             : lead < 0xC2 ? 0
+                             : lead < 0xE0 ? 2
+                             : lead < 0xF0 ? 3
+                             : lead < 0xF5 ? 4
+                                           : 0;
     if (size == 0 || size > text.size()) {
         return std::nullopt;
     }
