@@ -182,7 +182,7 @@ TEST_F(Pac, RoutesAreWhatTheScriptReturns) {
          "!an error without a text"},
         {"lines and a terminal's commands", function("throw '\\n\\x1b[2Janswer DIRECT\\n';"),
          "!  [2Janswer DIRECT "},
-        {"no script", script("} {"), "!SyntaxError: Unexpected token '}'"},
+        {"no script", script("} {"), "!SyntaxError: Parser error"},
         {"another script", script("function other() {}"), "!it has no FindProxyForURL"},
         {"recursion without end", function("return FindProxyForURL(url, host);"),
          "!RangeError: Maximum call stack size exceeded."},
@@ -333,10 +333,11 @@ TEST_F(Pac, AHelperLivesAsLongAsItIsNeeded) {
     test_server server;
     ask(busy, "http://127.0.0.1:" + std::to_string(server.port()) + "/", "h.example");
     server.accept().answer(k_hangs);
-    const std::string files = "/proc/" + std::to_string(only_child()) + "/fd";
-    for (const auto& entry : std::filesystem::directory_iterator(files)) {
-        EXPECT_NE(std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(ends_of_pipe[0])),
-                  std::filesystem::read_symlink(entry));
+    const auto inherited = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(ends_of_pipe[0]));
+    std::error_code is_gone;  // what it closes meanwhile
+    for (const auto& entry :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(only_child()) + "/fd")) {
+        EXPECT_NE(inherited, std::filesystem::read_symlink(entry, is_gone));
     }
     ask(busy, script(k_hangs), "hang.example");
     busy.reset();  // with a question open, and no receiver comes any more
