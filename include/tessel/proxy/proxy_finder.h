@@ -56,9 +56,8 @@ namespace kro::tessel {
 using proxy_finder_factory = IProxyFinder* (*)(IProxyFinderSink* sink);
 
 /// Why the latest answer of the finder that stands on the system's settings names no proxy and no direct
-/// connection, in English: a script that fails, or can't be evaluated on this machine, above all. Empty when it
-/// names one. Other finders don't set it.
-/// Thread: any. Throws std::bad_alloc.
+/// connection, in English: a script that fails, or can't be evaluated on this machine, above all. Empty when
+/// it names one. Other finders don't set it. Thread: any. Throws std::bad_alloc.
 TESSEL_API CTString last_proxy_problem();
 
 }  // namespace kro::tessel
