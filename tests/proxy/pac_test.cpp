@@ -114,7 +114,7 @@ public:
     ~Pac() override { std::filesystem::remove_all(m_folder); }
 
     std::string file(const std::string& text) {
-        const std::string path = m_folder + "/" + std::to_string(m_count++) + ".pac";
+        std::string path = m_folder + "/" + std::to_string(m_count++) + ".pac";
         std::ofstream(path) << text;
         return path;
     }
@@ -124,7 +124,7 @@ public:
         return script("function FindProxyForURL(url, host) { " + body + " }");
     }
     std::string program(const std::string& text) {
-        const std::string path = file("#!/bin/sh\n" + text);
+        std::string path = file("#!/bin/sh\n" + text);
         ::chmod(path.c_str(), 0700);
         return path;
     }
@@ -188,9 +188,11 @@ TEST_F(Pac, RoutesAreWhatTheScriptReturns) {
          "!RangeError: Maximum call stack size exceeded."},
         {"a frozen world", script("function FindProxyForURL() { return 'DIRECT'; } Object.freeze(this);"),
          "!the script engine failed"},
+#if !defined(__SANITIZE_ADDRESS__)  // whose allocator waits for itself when there is no more memory
         {"more memory than there is",
          function("var all = []; for (;;) all.push(new Uint8Array(1 << 20).fill(7));"),
          "!RangeError: Out of memory"},
+#endif
         {"no file", "file:///nonexistent/x.pac",
          "!it can't be fetched: Couldn't open file /nonexistent/x.pac"},
         {"no protocol", "ftp://h.example/x.pac",

@@ -116,6 +116,7 @@ TEST(SettingsFinder, ReadsTheEnvironmentAnewEachTime) {
 
 class waiting_sink final : public IProxyFinderSink {
 public:
+    virtual ~waiting_sink() = default;
     void OnProxyGetted(const char* server, unsigned short port, const char* proxyList) override {
         m_answer.set_value(std::string(server) + " " + std::to_string(port) + " " + proxyList);
     }
