@@ -291,6 +291,7 @@ TEST_F(Pac, HelpersThatMisbehaveHarmNobody) {
         {"can't, and says so", program("echo cannot today; read line; echo 'failed because'; read line"),
          "!because"},
         {"garbage", program("head -c 4000 /dev/zero; echo; read line"), "!its helper talks nonsense"},
+        {"greetings without end", program("exec yes ready"), "!its helper talks nonsense"},
         {"a line without end", program("exec cat /dev/zero"), "!its helper talks nonsense"},
         {"an answer with strange bytes",
          program("read line; printf 'answer PROXY p:1;PROXY \\377\\033:2\\n'; read line"),
@@ -308,7 +309,7 @@ TEST_F(Pac, HelpersThatMisbehaveHarmNobody) {
         {20s, 60s});
     EXPECT_EQ("direct", arrived(ask(twice, "file:///x", "h.example")));
     EXPECT_NE("http p:1", arrived(ask(twice, "file:///x", "i.example"))) << "an answer that nobody asked for";
-    EXPECT_THROW(ask(twice, "file:///" + std::string(9000, 'x'), "h.example"), std::exception);
+    EXPECT_EQ("!its URL is too long", arrived(ask(twice, "file:///" + std::string(9000, 'x'), "h.example")));
 }
 
 TEST_F(Pac, AMissingScriptEngineIsSaid) {

@@ -11,12 +11,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <deque>
 #include <exception>
 #include <mutex>
 #include <optional>
-#include <stdexcept>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -73,6 +74,7 @@ struct seat {
     std::unique_ptr<proxy_helper> helper = std::make_unique<proxy_helper>();
     std::optional<open_question> question;
     clock::time_point since;  // it has been busy, or has had nothing to do
+    bool greeted = false;     // has said whether it can evaluate scripts at all
 };
 
 /// The thread that does it all, and what it works on. It may outlive the service, when that is destroyed
@@ -80,7 +82,11 @@ struct seat {
 class worker {
 public:
     worker(std::string program, proxy_script_limits limits)
-        : m_program(std::move(program)), m_limits(limits), m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+        : m_program(std::move(program)), m_limits(limits), m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+        if (m_wake.number() < 0) {
+            throw std::system_error(errno, std::generic_category());
+        }
+    }
 
     void post(open_question question);
     void run();
@@ -104,10 +110,11 @@ private:
     clock::time_point next_due() const;
     void attend_to_helpers();
     bool listen_to(seat& one);
-    static bool take_line(seat& one, std::string_view line);
+    bool take_line(seat& one, std::string_view line);
     void lose(seat& one);
     bool is_due(seat& one);
-    static void answer(seat& one, const proxy_script_answer& with);
+    void answer(seat& one, const proxy_script_answer& with);
+    void deliver(const open_question& question, const proxy_script_answer& with);
 
     const std::string m_program;
     const proxy_script_limits m_limits;
@@ -151,12 +158,14 @@ void worker::take_posted() {
         eventfd_t count = 0;
         ::eventfd_read(m_wake.number(), &count);
         for (open_question& question : m_posted) {
-            (m_waiting.size() < k_most_questions ? m_waiting : refused).push_back(std::move(question));
+            const bool fits = question.line.size() <= k_longest_line && m_waiting.size() < k_most_questions;
+            (fits ? m_waiting : refused).push_back(std::move(question));
         }
         m_posted.clear();
     }
     for (open_question& question : refused) {
-        question.answered(failure("too many questions wait"));
+        const bool too_long = question.line.size() > k_longest_line;
+        deliver(question, failure(too_long ? "its URL is too long" : "too many questions wait"));
     }
 }
 
@@ -167,9 +176,9 @@ void worker::hand_out() {
             seat another;
             const int error = another.helper->start(m_program, m_limits.question);
             if (error != 0) {
-                open_question question = std::move(m_waiting.front());
+                const open_question question = std::move(m_waiting.front());
                 m_waiting.pop_front();
-                question.answered(failure("can't run " + m_program + ": " + std::strerror(error)));
+                deliver(question, failure("can't run " + m_program + ": " + std::strerror(error)));
                 continue;
             }
             m_seats.push_back(std::move(another));
@@ -270,7 +279,8 @@ bool worker::take_line(seat& one, std::string_view line) {
     } else if (one.question && starts_with(line, k_failed)) {
         answer(one, failure(printable(line.substr(k_failed.size()))));
     } else {
-        return starts_with(line, k_ready) || starts_with(line, k_cannot);
+        const bool greets = starts_with(line, k_ready) || starts_with(line, k_cannot);
+        return greets && !std::exchange(one.greeted, true);
     }
     return true;
 }
@@ -300,6 +310,13 @@ void worker::answer(seat& one, const proxy_script_answer& with) {
     if (one.question) {
         const open_question question = *std::exchange(one.question, std::nullopt);
         one.since = clock::now();
+        deliver(question, with);
+    }
+}
+
+// Not to a service that has ended inside the receiver before.
+void worker::deliver(const open_question& question, const proxy_script_answer& with) {
+    if (!is_stopped()) {
         question.answered(with);
     }
 }
@@ -336,9 +353,6 @@ void pool::ask(proxy_script_question question, receiver answered) {
     open_question open;
     open.line = line_of(question);
     open.answered = std::move(answered);
-    if (open.line.size() > k_longest_line) {
-        throw std::length_error("a URL for a proxy helper");
-    }
     {
         const std::lock_guard lock(m_mutex);
         if (!m_thread.joinable()) {
