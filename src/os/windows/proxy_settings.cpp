@@ -104,7 +104,7 @@ proxy_decision fixed_decision(const user_settings& settings, view host, std::uin
 
 proxy_decision read_proxy_settings(view host, std::uint16_t port) {
     const user_settings settings;
-    if (!settings.by_script()) {
+    if (!settings.by_script() || is_bypassed(host, {})) {
         return fixed_decision(settings, host, port);
     }
     proxy_decision decision;
