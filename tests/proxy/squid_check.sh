@@ -1,0 +1,91 @@
+#!/usr/bin/env bash
+# squid_check.sh TESSEL SERVICES: requests and SOAP calls through a real proxy that wants an account: asked for once,
+# asked for again when it was wrong, and not at all where one is kept, in a new process too. SERVICES is the folder
+# of the SOAP services.
+set -euo pipefail
+tools=$(dirname "$0")/../../tools/dev
+# shellcheck source=tools/dev/nginx.sh
+. "$tools/nginx.sh"
+# shellcheck source=tools/dev/squid.sh
+. "$tools/squid.sh"
+tessel=$(realpath "$1")
+services=$(realpath "$2")
+for program in squid nginx; do
+    command -v "$program" > /dev/null || { echo "$program isn't installed" && exit 77; }
+done
+work=$(mktemp -d)
+php=
+trap 'stop_squid "$work"; stop_nginx "$work"; [ -z "$php" ] || kill "$php"; rm -rf "$work"' EXIT
+wrong=0
+
+complain() {
+    echo "WRONG: $*"
+    head -c 500 "$work/out" "$work/err" "$work/asked"
+    wrong=1
+}
+# expect CODE ARGUMENT...: runs the command, which starts with an empty list of questions; $work/asked holds them.
+expect() {
+    local wanted=$1 code=0
+    shift
+    : > "$work/asked"
+    "$tessel" "$@" > "$work/out" 2> "$work/err" || code=$?
+    [ "$code" = "$wanted" ] || complain "exit code $code, not $wanted: tessel $*"
+}
+out_is() { [ "$(cat "$work/out")" = "$1" ] || complain "the output isn't \"$1\""; }
+asked() { [ "$(wc -l < "$work/asked")" = "$1" ] || complain "asked $(wc -l < "$work/asked") times, not $1"; }
+
+# Answers the questions with the lines of $work/answers, in turn.
+cat > "$work/askpass" << END
+#!/bin/sh
+echo "\$1" >> $work/asked
+sed -n "\$(wc -l < $work/asked)p" $work/answers
+END
+chmod 755 "$work/askpass"
+openssl req -x509 -newkey rsa:2048 -nodes -keyout "$work/key.pem" -out "$work/ca.pem" -days 2 \
+    -subj /CN=inner.test -addext subjectAltName=DNS:inner.test 2> /dev/null
+mkdir "$work/www"
+echo one > "$work/www/1"
+echo two > "$work/www/2"
+start_nginx "$work" 'server { listen 127.0.0.1:@PORT@; root @FOLDER@/www; }
+server { listen 127.0.0.1:@PORT2@ ssl; ssl_certificate @FOLDER@/ca.pem; ssl_certificate_key @FOLDER@/key.pem;
+    root @FOLDER@/www; }'
+plain=http://inner.test:$(sed -n 1p "$work/ports")
+secure=https://inner.test:$(sed -n 2p "$work/ports")
+start_squid "$work" ann 'p w:d' inner.test
+place=127.0.0.1:$(cat "$work/squid.port")
+export http_proxy=http://$place https_proxy=http://$place TESSEL_REGISTRY=$work/registry.db
+export SSL_CERT_FILE=$work/ca.pem TESSEL_ASKPASS=$work/askpass
+
+# A wrong password, then the right one, which the second request knows; a new process doesn't.
+printf '%s\n' ann wrong ann 'p w:d' > "$work/answers"
+expect 0 get --parallel 1 "$plain/1" "$plain/2"
+out_is $'one\ntwo'
+asked 4
+expect 0 get --parallel 1 "$secure/1" "$secure/2"
+out_is $'one\ntwo'
+asked 4
+: > "$work/answers" # from here on nobody answers
+for url in "$plain/1" "$secure/1"; do
+    expect 3 get "$url"
+    grep -q 'HTTP status 407\|407' "$work/err" || complain "no 407"
+done
+
+# The account that stands beside the proxy in the environment.
+http_proxy=http://ann:p%20w%3Ad@$place expect 0 get "$plain/1"
+out_is one
+asked 0
+
+# A kept one serves every new process, until it is forgotten.
+echo 'p w:d' | expect 0 accounts add --user ann "$place"
+for url in "$plain/2" "$secure/2"; do
+    expect 0 get "$url"
+    out_is two
+    asked 0
+done
+if command -v php > /dev/null && php -m | grep -qx soap; then
+    php -S 127.0.0.1:0 "$services/service.php" > /dev/null 2> >(tee "$work/php.err" > "$work/php.out") &
+    php=$!
+    # shellcheck disable=SC2016
+    timeout 20 tail -n +1 -F --pid="$php" "$work/php.out" 2> /dev/null | grep -m 1 'started' > "$work/php.line"
+fi
+exit "$wrong"
