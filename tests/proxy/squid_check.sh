@@ -53,8 +53,9 @@ plain=http://inner.test:$(sed -n 1p "$work/ports")
 secure=https://inner.test:$(sed -n 2p "$work/ports")
 start_squid "$work" ann 'p w:d' inner.test
 place=127.0.0.1:$(cat "$work/squid.port")
-export http_proxy=http://$place https_proxy=http://$place TESSEL_REGISTRY=$work/registry.db
-export SSL_CERT_FILE=$work/ca.pem TESSEL_ASKPASS=$work/askpass
+unset no_proxy NO_PROXY all_proxy ALL_PROXY
+export GSETTINGS_BACKEND=memory http_proxy=http://$place https_proxy=http://$place
+export TESSEL_REGISTRY=$work/registry.db SSL_CERT_FILE=$work/ca.pem TESSEL_ASKPASS=$work/askpass
 
 # A wrong password, then the right one, which the second request knows; a new process doesn't.
 printf '%s\n' ann wrong ann 'p w:d' > "$work/answers"
@@ -82,10 +83,20 @@ for url in "$plain/2" "$secure/2"; do
     out_is two
     asked 0
 done
+# SOAP calls take it, too.
 if command -v php > /dev/null && php -m | grep -qx soap; then
-    php -S 127.0.0.1:0 "$services/service.php" > /dev/null 2> >(tee "$work/php.err" > "$work/php.out") &
+    php -S 127.0.0.1:0 "$services/service.php" > "$work/php.log" 2>&1 &
     php=$!
-    # shellcheck disable=SC2016
-    timeout 20 tail -n +1 -F --pid="$php" "$work/php.out" 2> /dev/null | grep -m 1 'started' > "$work/php.line"
+    port=$(grep -m 1 -o 'http://[^)]*' < <(tail -n +1 -F --pid="$php" "$work/php.log") | cut -d : -f 3)
+    call=(config --user Ann --namespace urn:tessel-test --action 'urn:tessel-test#getClientConfiguration'
+        "http://inner.test:$port/encoded")
+    echo 'p<&>w' | expect 0 "${call[@]}"
+    grep -q '^screen *ann$' "$work/out" || complain "no answer of the SOAP service"
+    grep -q "POST http://inner.test:$port/encoded" "$work/squid.access" || complain "SOAP went past the proxy"
 fi
+expect 0 accounts forget "$place"
+for url in "$plain/1" "$secure/1"; do
+    expect 3 get "$url"
+done
+[ -z "$php" ] || echo 'p<&>w' | expect 1 "${call[@]}"
 exit "$wrong"
