@@ -56,7 +56,8 @@ public:
 };
 
 std::unique_ptr<CLumProxyUtil> with_quick_finder() {
-    kro::tessel::set_proxy_finder_factory([](IProxyFinderSink*) -> IProxyFinder* { return new quick_finder; });
+    kro::tessel::set_proxy_finder_factory(
+        [](IProxyFinderSink*) -> IProxyFinder* { return new quick_finder; });
     return std::make_unique<CLumProxyUtil>();
 }
 

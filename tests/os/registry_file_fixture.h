@@ -3,6 +3,7 @@
 
 #include "os/linux/registry_service.h"
 #include "os/registry_calls.h"
+
 #include "support/linux/temp_folder.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-// What only a system with forks and a registry of files can be made to show: a copy of the process that hangs,
-// and a start that takes ever longer with the number of accounts.
+// What only a system with forks and a registry of files can be made to show: a copy of the process that
+// hangs, and a start that takes ever longer with the number of accounts.
 #include "support/linux/temp_folder.h"
 #include "tessel/platform/host.h"
 #include "tessel/platform/registry.h"
@@ -66,7 +66,8 @@ TEST(ProxyAccounts, ACopyOfTheProcessAsksNobody) {
 // Written behind the registry's back: a hundred thousand writes of its own, each on the disk, take minutes.
 void fill(sqlite3* database, int count) {
     const std::string sql =
-        "INSERT INTO key (parent, folded, name) WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n "
+        "INSERT INTO key (parent, folded, name) WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM "
+        "n "
         "WHERE i < " +
         std::to_string(count) + ") SELECT (SELECT max(id) FROM key), units(i, 1), units(i, 0) FROM n;" +
         "INSERT INTO value (key, folded, name, type, data) SELECT id, x'0054005900500045', "

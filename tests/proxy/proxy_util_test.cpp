@@ -234,10 +234,14 @@ TEST_F(ProxyUtil, SkipsWhatSomebodyElseWroteAmongTheSaved) {
         unsigned long type;
         const wchar* saved;  // null: no account
     } rows[] = {
-        {TESSEL_W("no colon"), 1, nullptr},          {TESSEL_W("no type:80"), 0, nullptr},
-        {TESSEL_W(":80"), 1, nullptr},               {TESSEL_W("port:0"), 1, nullptr},
-        {TESSEL_W("three:colons:80"), 1, nullptr},   {TESSEL_W("typ:80"), 3, nullptr},
-        {TESSEL_W("typ:81"), 0xFFFFFFFF, nullptr},   {TESSEL_W("good:80"), 2, TESSEL_W("good:80")},
+        {TESSEL_W("no colon"), 1, nullptr},
+        {TESSEL_W("no type:80"), 0, nullptr},
+        {TESSEL_W(":80"), 1, nullptr},
+        {TESSEL_W("port:0"), 1, nullptr},
+        {TESSEL_W("three:colons:80"), 1, nullptr},
+        {TESSEL_W("typ:80"), 3, nullptr},
+        {TESSEL_W("typ:81"), 0xFFFFFFFF, nullptr},
+        {TESSEL_W("good:80"), 2, TESSEL_W("good:80")},
         {TESSEL_W("zeros:0080"), 1, TESSEL_W("zeros:80")},
     };
     const reg_key accounts(HKEY_CURRENT_USER, TESSEL_W("Software\\Halvik\\Bremora\\proxy"), true);

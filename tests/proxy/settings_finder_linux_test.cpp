@@ -53,7 +53,9 @@ public:
 #endif
     }
 
-    void write(const char* text) const { std::ofstream(m_folder.file("glib-2.0/settings/keyfile")) << text; }
+    void write(const char* text) const {
+        std::ofstream(m_folder.file("glib-2.0/settings/keyfile")) << text;
+    }
 
 private:
     const temp_folder m_folder;

@@ -122,7 +122,8 @@ CLI::App* add_verb(CLI::App& family, const char* name, const char* what, int (*r
 }  // namespace
 
 void add_accounts(CLI::App& program, int& exit_code) {
-    auto* family = program.add_subcommand("accounts", "Show and change the accounts of proxies that are kept");
+    auto* family =
+        program.add_subcommand("accounts", "Show and change the accounts of proxies that are kept");
     family->require_subcommand(1);
     auto options = std::make_shared<accounts_options>();
     auto* listing = add_verb(*family, "list", "Show all", list, options, exit_code);
