@@ -42,7 +42,7 @@ packages() {
     # shellcheck disable=SC2086
     run "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -qy --no-install-recommends $missing
     # The programs are needed, not Debian's services on their usual ports.
-    for service in nginx squid; do
+    for service in nginx squid tinyproxy; do
         if [[ $missing == *$service* && -d /run/systemd/system ]]; then
             run "${as_root[@]}" systemctl disable --now "$service"
         fi
