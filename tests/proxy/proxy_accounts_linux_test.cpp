@@ -67,13 +67,14 @@ constexpr int k_many = 30'000;
 
 // Written behind the registry's back: so many writes of its own, each on the disk, take minutes.
 void fill(sqlite3* database, int count) {
-    const std::string sql =
-        "INSERT INTO key (parent, folded, name) WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM "
-        "n "
-        "WHERE i < " +
-        std::to_string(count) + ") SELECT (SELECT max(id) FROM key), units(i, 1), units(i, 0) FROM n;" +
-        "INSERT INTO value (key, folded, name, type, data) SELECT id, x'0054005900500045', "
-        "x'7400790070006500', 4, x'01000000' FROM key WHERE id > (SELECT max(parent) FROM key);";
+    const std::string sql = R"(
+        INSERT INTO key (parent, folded, name)
+            WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < )" +
+                            std::to_string(count) + R"()
+            SELECT (SELECT max(id) FROM key), units(i, 1), units(i, 0) FROM n;
+        INSERT INTO value (key, folded, name, type, data)
+            SELECT id, x'0054005900500045', x'7400790070006500', 4, x'01000000' FROM key
+            WHERE id > (SELECT max(parent) FROM key);)";
     ASSERT_EQ(SQLITE_OK, ::sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr))
         << ::sqlite3_errmsg(database);
 }
