@@ -28,7 +28,9 @@
 #include <tessel/platform/registry.h>
 #include <tessel/platform/timer.h>
 #include <tessel/proxy/proxy_finder.h>
+#include <tessel/proxy/proxy_origin.h>
 #include <tessel/proxy/proxy_util.h>
+#include <tessel/proxy/saved_accounts.h>
 #include <tessel/soap/soap_client.h>
 #include <tessel/xml/xml_handler.h>
 #include <tessel/xml/xml_parser.h>

@@ -35,9 +35,13 @@ IProxyFinder* CreateProxyFinder(IProxyFinderSink* sink) {
     return factory != nullptr ? factory(sink) : kro::tessel::proxy::make_settings_finder(sink).release();
 }
 
+bool kro::tessel::proxy::host_finds_proxies() noexcept {
+    return g_factory.load() != nullptr;
+}
+
 std::vector<kro::tessel::http::proxy_info> kro::tessel::proxy::accounts_in_proxy_settings() {
     std::vector<http::proxy_info> accounts;
-    if (g_factory.load() == nullptr) {
+    if (!host_finds_proxies()) {
         for (const os::proxy_settings_account& one : os::read_proxy_accounts()) {
             accounts.emplace_back(type_of(one.proxy.type), wide(one.proxy.host), one.proxy.port,
                                   wide(one.user), wide(one.password));

@@ -3,11 +3,12 @@
 #include "proxy/trace_proxy.h"
 #include "tessel/base/trace.h"
 #include "tessel/platform/registry.h"
-#include "tessel/proxy/proxy_util.h"
+#include "tessel/proxy/saved_accounts.h"
 
 #include <algorithm>
 #include <new>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -21,11 +22,18 @@ bool is_valid(const http::proxy_info& account) {
            (account.type == http::proxy_http || account.type == http::proxy_https);
 }
 
-// `colon`: where the server ends in the subkey's name.
-CLumProxyInfo read_account(const reg_key& key, const wide_string& name, std::size_t colon) {
-    CLumProxyInfo account;
-    account.server = CTString(name.substr(0, colon));
-    account.port = static_cast<std::uint16_t>(proxy::decimal(name.substr(colon + 1), 0xFFFF));
+// The proxy that a subkey's name says, "server:port"; port 0 when it says none.
+http::proxy_info proxy_named(const wide_string& name) {
+    http::proxy_info proxy;
+    const std::size_t colon = name.find(':');
+    if (colon != wide_string::npos) {
+        proxy.server = CTString(name.substr(0, colon));
+        proxy.port = static_cast<std::uint16_t>(proxy::decimal(name.substr(colon + 1), 0xFFFF));
+    }
+    return proxy;
+}
+
+void read_account(const reg_key& key, http::proxy_info& account) {
     unsigned long type = 0;
     static_cast<void>(key.read_value(TESSEL_W("type"), type));  // its result says nothing of use
     wide_string text;
@@ -36,7 +44,37 @@ CLumProxyInfo read_account(const reg_key& key, const wide_string& name, std::siz
         account.password = CTString(text);
     }
     account.type = static_cast<http::proxy_type>(type);
-    return account;
+}
+
+// Calls `take` with each valid account of the registry. False: there is no key for them.
+template <class Take>
+bool each_saved_account(Take&& take) {
+    const reg_key accounts(HKEY_CURRENT_USER, k_accounts_path, false);
+    if (accounts.key == nullptr) {
+        return false;
+    }
+    wide_string name;
+    for (unsigned long index = 0; accounts.enum_subkey(index, name); ++index) {
+        if (name.find(':') == wide_string::npos) {
+            continue;
+        }
+        const reg_key key(accounts.open_subkey(name, false));
+        if (key.key == nullptr) {
+            break;  // the later ones aren't read (kept)
+        }
+        CLumProxyInfo account(proxy_named(name));
+        read_account(key, account);
+        proxy::trace_proxy_info(account);
+        if (is_valid(account)) {
+            take(account);
+        }
+    }
+    return true;
+}
+
+bool can_name_a_key(const CTString& server) {
+    const wchar not_in_a_name[] = {'\\', 0};  // the name would be a path, or end there
+    return server.find_first_of(not_in_a_name, 0, 2) == wide_string::npos;
 }
 
 wide_string subkey_of(const http::proxy_info& account) {
@@ -59,30 +97,38 @@ bool write_account(reg_key& key, const http::proxy_info& account) {
 
 }  // namespace
 
+std::vector<CLumProxyInfo> kro::tessel::saved_proxy_accounts() {
+    std::vector<CLumProxyInfo> saved;
+    each_saved_account([&saved](const CLumProxyInfo& account) { saved.push_back(account); });
+    return saved;
+}
+
+bool kro::tessel::forget_proxy_account(const CTString& server, std::uint16_t port) {
+    reg_key accounts(HKEY_CURRENT_USER, k_accounts_path, false);
+    const http::proxy_info proxy(http::proxy_http, server, port, CTString(), CTString());
+    if (!can_name_a_key(server) || accounts.key == nullptr) {
+        return false;
+    }
+    bool forgotten = accounts.delete_subkey(subkey_of(proxy));
+    wide_string name;
+    for (unsigned long index = 0; accounts.enum_subkey(index, name);) {
+        const http::proxy_info other = proxy_named(name);  // written in another way, as "proxy:03128"
+        if (other.port == port && other.server == server && accounts.delete_subkey(name)) {
+            forgotten = true;
+        } else {
+            ++index;
+        }
+    }
+    return forgotten;
+}
+
 int CLumProxyUtil::LoadProxyInfo() try {
     const trace_scope scope(TESSEL_W("CLumProxyUtil::LoadProxyInfo()"));
-    const reg_key accounts(HKEY_CURRENT_USER, k_accounts_path, false);
-    if (accounts.key == nullptr) {
-        return 0;
-    }
-    wide_string name;
-    for (unsigned long index = 0; accounts.enum_subkey(index, name); ++index) {
-        const std::size_t colon = name.find(':');
-        if (colon == wide_string::npos) {
-            continue;
-        }
-        const reg_key key(accounts.open_subkey(name, false));
-        if (key.key == nullptr) {
-            return 1;  // the later ones aren't read (kept)
-        }
-        const CLumProxyInfo account = read_account(key, name, colon);
-        proxy::trace_proxy_info(account);
-        if (is_valid(account)) {
-            const std::lock_guard lock(m_lock);
-            add_account(account);
-        }
-    }
-    return 1;
+    const bool opened = each_saved_account([this](const CLumProxyInfo& account) {
+        const std::lock_guard lock(m_lock);
+        add_account(account);
+    });
+    return opened ? 1 : 0;
 } catch (const std::bad_alloc&) {
     return 0;
 }
@@ -90,9 +136,8 @@ int CLumProxyUtil::LoadProxyInfo() try {
 int CLumProxyUtil::SaveProxyInfo(const proxy_info& account) try {
     const trace_scope scope(TESSEL_W("CLumProxyUtil::SaveProxyInfo"));
     proxy::trace_proxy_info(account);
-    const wchar not_in_a_name[] = {'\\', 0};
-    if (account.server.find_first_of(not_in_a_name, 0, 2) != wide_string::npos) {
-        return 0;  // the name would end there, or be a path
+    if (!can_name_a_key(account.server)) {
+        return 0;
     }
     const reg_key accounts(HKEY_CURRENT_USER, k_accounts_path, true);
     if (accounts.key == nullptr) {

@@ -4,6 +4,8 @@
 #include "os/linux/registry_service.h"
 #include "os/registry_calls.h"
 
+#include "support/linux/temp_folder.h"
+
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -29,17 +31,9 @@ namespace fs = std::filesystem;
 /// A folder with a store in it that is not there yet.
 class RegistryFile : public ::testing::Test {
 public:
-    RegistryFile() {
-        m_folder = (fs::temp_directory_path() / "tessel_store_XXXXXX").string();
-        EXPECT_NE(::mkdtemp(m_folder.data()), nullptr);
-    }
-    ~RegistryFile() override { fs::remove_all(m_folder); }
-    RegistryFile(const RegistryFile&) = delete;
-    RegistryFile& operator=(const RegistryFile&) = delete;
-
 protected:
-    const std::string& folder() const { return m_folder; }
-    std::string file() const { return m_folder + "/registry.db"; }
+    std::string folder() const { return m_folder.path().string(); }
+    std::string file() const { return m_folder.file("registry.db"); }
     std::unique_ptr<kro::tessel::os::registry_service> open() const {
         return kro::tessel::os::make_registry(file());
     }
@@ -51,7 +45,7 @@ protected:
     void set_content(const std::string& text) const { std::ofstream(file(), std::ios::binary) << text; }
 
 private:
-    std::string m_folder;
+    const temp_folder m_folder;
 };
 
 /// The calls that the tests of the file make again and again, on HKEY_CURRENT_USER.

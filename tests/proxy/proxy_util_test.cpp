@@ -7,6 +7,7 @@
 #include "support/trace_recorder.h"
 #include "tessel/platform/host.h"
 #include "tessel/platform/registry.h"
+#include "tessel/proxy/saved_accounts.h"
 
 #include <gtest/gtest.h>
 
@@ -211,12 +212,6 @@ TEST_F(ProxyUtil, SavedAccountsComeBackWithTheNextOne) {
         << "leaves both in place";
     EXPECT_EQ(0,
               m_util->SaveProxyInfo(proxy_info(account.type, TESSEL_W("x\\y"), 80, CTString(), CTString())));
-    kro::tessel::registry::reg_key accounts(HKEY_CURRENT_USER, TESSEL_W("Software\\Halvik\\Bremora\\proxy"),
-                                            false);
-    for (const wchar* const odd : {TESSEL_W("no colon"), TESSEL_W(":80"), TESSEL_W("p:0"),
-                                   TESSEL_W("no.type:80"), TESSEL_W("a:b:c")}) {
-        kro::tessel::registry::reg_key_deleter::del(accounts.open_subkey(odd, true));
-    }
     CLumProxyUtil next;
     scripted_finder& its = *scripted_finder::s_current;
     ASSERT_EQ(1U, its.accounts.size());
@@ -227,10 +222,66 @@ TEST_F(ProxyUtil, SavedAccountsComeBackWithTheNextOne) {
     EXPECT_EQ(1, next.GetProxyInfo(CTString(TESSEL_W("http://h/")), found));
     ASSERT_EQ(1U, found.size());
     EXPECT_EQ(TESSEL_W("w"), found.front().password);
-    wide_string name;
-    while (accounts.enum_subkey(0, name)) {
-        ASSERT_TRUE(accounts.delete_subkey(name));
+    EXPECT_TRUE(kro::tessel::forget_proxy_account(TESSEL_W("SAVED.proxy.example"), 3128));
+    EXPECT_FALSE(kro::tessel::forget_proxy_account(host, 3128));
+    EXPECT_TRUE(kro::tessel::saved_proxy_accounts().empty());
+}
+
+TEST_F(ProxyUtil, SkipsWhatSomebodyElseWroteAmongTheSaved) {
+    using kro::tessel::registry::reg_key;
+    const struct {
+        const wchar* key;
+        unsigned long type;
+        const wchar* saved;  // null: no account
+    } rows[] = {
+        {TESSEL_W("no colon"), 1, nullptr},
+        {TESSEL_W("no type:80"), 0, nullptr},
+        {TESSEL_W(":80"), 1, nullptr},
+        {TESSEL_W("port:0"), 1, nullptr},
+        {TESSEL_W("three:colons:80"), 1, nullptr},
+        {TESSEL_W("typ:80"), 3, nullptr},
+        {TESSEL_W("typ:81"), 0xFFFFFFFF, nullptr},
+        {TESSEL_W("good:80"), 2, TESSEL_W("good:80")},
+        {TESSEL_W("zeros:0080"), 1, TESSEL_W("zeros:80")},
+    };
+    const reg_key accounts(HKEY_CURRENT_USER, TESSEL_W("Software\\Halvik\\Bremora\\proxy"), true);
+    for (const auto& row : rows) {
+        reg_key key(accounts.open_subkey(row.key, true));
+        key.write_value(TESSEL_W("type"), row.type);
+        key.write_value(TESSEL_W("user"), 7UL);  // no text
+        const unsigned char bytes[] = {'s', 0, 0, 0, 'x'};
+        key.write_value(TESSEL_W("password"), REG_BINARY, bytes, sizeof bytes);
     }
+    wide_string found;
+    for (const CLumProxyInfo& account : kro::tessel::saved_proxy_accounts()) {
+        EXPECT_TRUE(account.user.empty());
+        EXPECT_EQ(2U, account.password.size()) << "a zero stays, half a unit doesn't";
+        const std::string port = std::to_string(account.port);
+        found += account.server + TESSEL_W(":") + wide_string(port.begin(), port.end()) + TESSEL_W(" ");
+    }
+    EXPECT_EQ(TESSEL_W("good:80 zeros:80 "), found);
+    EXPECT_EQ(1, m_util->LoadProxyInfo());
+    EXPECT_TRUE(kro::tessel::forget_proxy_account(TESSEL_W("zeros"), 80)) << "however it was written";
+    EXPECT_FALSE(kro::tessel::forget_proxy_account(TESSEL_W("port"), 80));
+    for (const auto& row : rows) {
+        EXPECT_EQ(wide_string(row.key).find(TESSEL_W("zeros")) != 0,
+                  reg_key(accounts.key, TESSEL_W(""), false).delete_subkey(row.key));
+    }
+}
+
+TEST_F(ProxyUtil, BearsAnyAnswer) {
+    std::string list;
+    for (int i = 0; i < 500'000; ++i) {
+        list += "http=p:1;x;";
+    }
+    m_finder->asynchronous = true;
+    m_util->PrepareProxyInfo(CTString(TESSEL_W("http://h/")));
+    m_util->OnProxyGetted("h", 80, list.c_str());
+    std::list<proxy_info> found;
+    EXPECT_EQ(1, m_util->GetProxyInfo(CTString(TESSEL_W("http://h/")), found));
+    EXPECT_EQ(500'000U, found.size());
+    m_util->OnProxyGetted("h", 80, "http=\xC3\xBC:1;http=\xFF\xFE:2;https=\xED\xA0\x80:3");
+    EXPECT_EQ(TESSEL_W("\u00FC:1: \uFFFD\uFFFD:2: "), routes(TESSEL_W("http://h/")).substr(0, 11));
 }
 
 // A finder's thread answers until the finder has gone; queries and new accounts run meanwhile.
@@ -253,9 +304,11 @@ TEST_F(ProxyUtil, BearsAnswersFromAllThreadsToTheEnd) {
         EXPECT_NE(TESSEL_W("-"), routes(i % 2 == 0 ? TESSEL_W("http://a/") : TESSEL_W("http://b/")));
     }
     learns.join();
-    scripted_finder::s_on_end = [&](IProxyFinderSink&) {  // waits for its thread, as a finder has to
+    scripted_finder::s_on_end = [&](IProxyFinderSink& sink) {  // waits for its thread, as a finder has to
         done = true;
         answers.join();
+        sink.OnErrorAccount(TESSEL_W("p"), 1);
+        sink.OnProxyGetted("a", 80, "http=last:1");
     };
     m_util.reset();
     scripted_finder::s_on_end = nullptr;

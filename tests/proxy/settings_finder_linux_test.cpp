@@ -1,5 +1,6 @@
 // What the environment and the desktop's settings come to as a list of routes.
 #include "proxy/create_proxy_finder.h"
+#include "support/linux/temp_folder.h"
 #include "support/trace_recorder.h"
 #include "tessel/base/string.h"
 
@@ -50,37 +51,26 @@ void set_environment(std::initializer_list<std::pair<const char*, const char*>> 
 class own_settings {
 public:
     own_settings() {
-        std::string folder = (std::filesystem::temp_directory_path() / "tessel_settings_XXXXXX").string();
-        if (::mkdtemp(folder.data()) == nullptr) {
-            std::abort();
-        }
-        m_folder = folder;
-        std::filesystem::create_directories(m_folder / "glib-2.0/settings");
-        ::setenv("XDG_CONFIG_HOME", folder.c_str(), 1);
+        std::filesystem::create_directories(m_folder.path() / "glib-2.0/settings");
+        ::setenv("XDG_CONFIG_HOME", m_folder.path().c_str(), 1);
 #if !defined(__SANITIZE_THREAD__)
         ::setenv("GSETTINGS_BACKEND", "keyfile", 1);
 #endif
     }
-    ~own_settings() {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_folder, ignored);
-    }
-    own_settings(const own_settings&) = delete;
-    own_settings& operator=(const own_settings&) = delete;
 
     void write(const char* text) const {
-        std::ofstream(m_folder / "glib-2.0/settings/keyfile") << text;
+        std::ofstream(m_folder.file("glib-2.0/settings/keyfile")) << text;
     }
 
     void use_script(const char* body) const {
-        std::ofstream(m_folder / "proxy.pac") << "function FindProxyForURL(url, host) { " << body << " }";
+        std::ofstream(m_folder.file("proxy.pac")) << "function FindProxyForURL(url, host) { " << body << " }";
         write(("[system/proxy]\nmode='auto'\nignore-hosts=['*.inner.example']\nautoconfig-url='file://" +
-               (m_folder / "proxy.pac").string() + "'\n")
+               m_folder.file("proxy.pac").string() + "'\n")
                   .c_str());
     }
 
 private:
-    std::filesystem::path m_folder;
+    const temp_folder m_folder;
 };
 
 const own_settings k_settings;

@@ -23,7 +23,7 @@ usage() {
 
 # packages SECTION...: installs what is missing of these sections of packages.txt.
 packages() {
-    local wanted installed missing as_root=()
+    local wanted installed missing service as_root=()
     command -v dpkg-query > /dev/null || return 0 # another system brings its own
     wanted=$(awk -v sections=" $* " '
         /^\[/ { take = index(sections, " " substr($1, 2, length($1) - 2) " "); next }
@@ -41,10 +41,12 @@ packages() {
     run "${as_root[@]}" apt-get update -q
     # shellcheck disable=SC2086
     run "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -qy --no-install-recommends $missing
-    # The program is needed, not Debian's service on port 80.
-    if [[ $missing == *nginx* && -d /run/systemd/system ]]; then
-        run "${as_root[@]}" systemctl disable --now nginx
-    fi
+    # The programs are needed, not Debian's services on their usual ports.
+    for service in nginx squid tinyproxy; do
+        if [[ $missing == *$service* && -d /run/systemd/system ]]; then
+            run "${as_root[@]}" systemctl disable --now "$service"
+        fi
+    done
 }
 
 # configure PRESET [CMAKE ARGUMENT...]: unless that has been done; the build itself follows changed lists.

@@ -9,6 +9,12 @@ namespace command {
 namespace {
 
 namespace http = kro::tessel::http;
+using kro::tessel::CTString;
+
+using starting_call = http::session_context* (*)(const CTString& url, const CTString& headers,
+                                                 const void* data, unsigned long data_len,
+                                                 unsigned long flags, http::complete_procedure,
+                                                 unsigned long user_context, http_method_t);
 
 // A completion procedure gets a number of at least 32 bits: the index of the URL, not a pointer.
 batch* g_batch = nullptr;
@@ -88,18 +94,19 @@ void batch::start(std::size_t index) {
 http::session_context* batch::start_request(std::size_t index) const {
     kro::tessel::set_last_error(0);
     const std::string& body = m_options.body;
-    std::unique_ptr<http::session_context> context(
-        http::prepare_session(from_utf8(m_options.urls[index]), from_utf8(m_options.headers), body.data(),
-                              static_cast<unsigned long>(body.size()), flags(), on_complete,
-                              static_cast<unsigned long>(index), m_options.method));
-    if (context == nullptr) {
-        return nullptr;
+    const bool has_proxy = !m_options.proxy_host.empty();
+    // The one finds the proxy itself and starts, the other leaves both to us.
+    const starting_call call = has_proxy ? http::prepare_session : starting_call{http::invoke2};
+    auto* const made = call(from_utf8(m_options.urls[index]), from_utf8(m_options.headers), body.data(),
+                            static_cast<unsigned long>(body.size()), flags(), on_complete,
+                            static_cast<unsigned long>(index), m_options.method);
+    if (made == nullptr || !has_proxy) {
+        return made;
     }
-    if (!m_options.proxy_host.empty()) {
-        context->proxy.set_type(http::proxy_http);
-        context->proxy.set_server(from_utf8(m_options.proxy_host));
-        context->proxy.set_port(m_options.proxy_port);
-    }
+    std::unique_ptr<http::session_context> context(made);
+    context->proxy.set_type(http::proxy_http);
+    context->proxy.set_server(from_utf8(m_options.proxy_host));
+    context->proxy.set_port(m_options.proxy_port);
     const std::uint32_t error = http::init_session(context.get());
     if (error != 0) {
         kro::tessel::set_last_error(error);

@@ -77,8 +77,8 @@ int failed(const std::string& what, long status) {
 
 /// Why a key can't be opened or made: a registry that doesn't work at all says so at its root.
 long reason(const key_place& place, long otherwise) {
-    const long status = reg_key(place.root).read_value({}, nullptr, nullptr, nullptr);
-    return status == 0 || status == k_not_found ? otherwise : status;
+    const long status = registry_status(place.root);
+    return status == 0 ? otherwise : status;
 }
 
 /// JSON on one line.

@@ -1,6 +1,7 @@
 // tessel get|head|post|put|delete|request URL...: requests over the asynchronous engine.
 #include "batch.h"
 #include "command.h"
+#include "host_port.h"
 #include "progress.h"
 #include "report.h"
 #include "request_options.h"
@@ -72,14 +73,12 @@ std::string content_of(const std::string& file) {
 }
 
 void split_proxy(const std::string& text, request_options& request) {
-    const auto colon = text.rfind(':');
-    unsigned port = 0;
-    if (colon == 0 || colon == std::string::npos ||
-        !CLI::detail::lexical_cast(text.substr(colon + 1), port) || port == 0 || port > 0xFFFF) {
+    const host_port proxy = split_host_port(text);
+    if (proxy.host.empty()) {
         bad_usage("--proxy: a proxy is given as HOST:PORT, not \"" + text + '"');
     }
-    request.proxy_host = text.substr(0, colon);
-    request.proxy_port = static_cast<std::uint16_t>(port);
+    request.proxy_host = proxy.host;
+    request.proxy_port = proxy.port;
 }
 
 bool is_folder(const std::string& path) {

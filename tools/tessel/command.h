@@ -23,5 +23,7 @@ void add_xml(CLI::App& program, int& exit_code);
 void add_locale(CLI::App& program, int& exit_code);
 void add_reg(CLI::App& program, int& exit_code);   ///< reg list, get, set, delete
 void add_soap(CLI::App& program, int& exit_code);  ///< soap config
+void add_routes(CLI::App& program, int& exit_code);
+void add_accounts(CLI::App& program, int& exit_code);  ///< accounts list, add, forget
 
 }  // namespace command

@@ -36,6 +36,8 @@ int run(int argc, char** argv) {
     command::add_locale(program, code);
     command::add_reg(program, code);
     command::add_soap(program, code);
+    command::add_routes(program, code);
+    command::add_accounts(program, code);
     try {
         program.parse(argc, argv);
     } catch (const CLI::Success& wanted) {  // --help, --version

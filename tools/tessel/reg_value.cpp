@@ -138,6 +138,12 @@ long read_reg_value(const kro::tessel::registry::reg_key& key, const wide_string
     return status;
 }
 
+long registry_status(HKEY root) {
+    constexpr long k_not_found = 2;
+    const long status = kro::tessel::registry::reg_key(root).read_value({}, nullptr, nullptr, nullptr);
+    return status == k_not_found ? 0 : status;
+}
+
 std::string reg_type_name(unsigned long type) {
     const auto* const found = std::find_if(std::begin(k_types), std::end(k_types),
                                            [type](const type_name& one) { return one.type == type; });

@@ -19,6 +19,9 @@ struct reg_value {
 long read_reg_value(const kro::tessel::registry::reg_key& key, const kro::tessel::wide_string& name,
                     reg_value& value);
 
+/// Whether the registry works at all: 0, or the number that says why it doesn't, told at a root.
+long registry_status(HKEY root);
+
 /// "REG_SZ"; the number of a type that has no name.
 std::string reg_type_name(unsigned long type);
 
