@@ -1,4 +1,4 @@
-# What an installation holds, by component: runtime (the library), development (headers, CMake package,
+# What an installation holds, by component: runtime (the library and its proxy helper), development (headers, CMake package,
 # pkg-config file) and command (the command with its man page). All of it may be moved afterwards.
 include(CMakePackageConfigHelpers)
 
@@ -6,6 +6,9 @@ install(TARGETS tessel EXPORT tessel-targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+if(TARGET tessel_proxy_helper)
+  install(TARGETS tessel_proxy_helper RUNTIME DESTINATION ${CMAKE_INSTALL_LIBDIR}/tessel COMPONENT runtime)
+endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/tessel
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development FILES_MATCHING PATTERN "*.h")
 

@@ -16,7 +16,7 @@ enum class proxy_source {
     none,         ///< nothing is configured: a direct connection
     environment,  ///< variables of the process; not on Windows
     desktop,      ///< fixed settings of the user's desktop
-    script,       ///< the desktop names a script (PAC) or has one looked for (WPAD)
+    script,       ///< the desktop names a script (PAC) or, on Windows, has one looked for (WPAD)
 };
 
 /// One way to a server.

@@ -32,7 +32,7 @@ void set_proxy_finder_factory(proxy_finder_factory factory) {
 
 IProxyFinder* CreateProxyFinder(IProxyFinderSink* sink) {
     const auto factory = kro::tessel::g_factory.load();
-    return factory != nullptr ? factory(sink) : kro::tessel::proxy::make_settings_finder().release();
+    return factory != nullptr ? factory(sink) : kro::tessel::proxy::make_settings_finder(sink).release();
 }
 
 bool kro::tessel::proxy::host_finds_proxies() noexcept {

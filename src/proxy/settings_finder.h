@@ -7,9 +7,9 @@
 
 namespace kro::tessel::proxy {
 
-/// Answers each query at once from the settings as they are then. Where they name a script the answer is
-/// empty, with a warning in the trace: it must not look like a decision for a direct connection. It needs no
-/// accounts and keeps none.
-std::unique_ptr<IProxyFinder> make_settings_finder();
+/// Answers each query at once from the settings as they are then. Where they name a script it is asked, and
+/// the answer comes by `sink`, on a thread of the finder's; one that fails is empty, with a warning in the
+/// trace: it must not look like a decision for a direct connection. It needs no accounts and keeps none.
+std::unique_ptr<IProxyFinder> make_settings_finder(IProxyFinderSink* sink);
 
 }  // namespace kro::tessel::proxy

@@ -34,4 +34,7 @@ done
 [ "$("$prefix/bin/tessel" get "$site/page.txt")" = 'Hello there' ]
 [ "$("$prefix/bin/tessel" --version)" = "tessel $(pkg-config --modversion tessel)" ]
 [ -s "$prefix/share/man/man1/tessel.1" ]
+echo 'function FindProxyForURL() { return "PROXY p:1"; }' > "$work/proxy.pac"
+said=$(echo "ask file://$work/proxy.pac http://h.example/" | "$libraries/tessel/tessel-proxy-helper" 2> /dev/null)
+[ "$said" = $'ready\nanswer PROXY p:1' ]
 echo "The installed tree works."

@@ -1,13 +1,17 @@
 // What the environment and the desktop's settings come to as a list of routes.
 #include "proxy/create_proxy_finder.h"
 #include "support/linux/temp_folder.h"
+#include "support/trace_recorder.h"
 #include "tessel/base/string.h"
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <string>
 
 namespace tessel_test {
@@ -57,6 +61,13 @@ public:
         std::ofstream(m_folder.file("glib-2.0/settings/keyfile")) << text;
     }
 
+    void use_script(const char* body) const {
+        std::ofstream(m_folder.file("proxy.pac")) << "function FindProxyForURL(url, host) { " << body << " }";
+        write(("[system/proxy]\nmode='auto'\nignore-hosts=['*.inner.example']\nautoconfig-url='file://" +
+               m_folder.file("proxy.pac") + "'\n")
+                  .c_str());
+    }
+
 private:
     const temp_folder m_folder;
 };
@@ -92,6 +103,57 @@ TEST(SettingsFinder, ReadsTheEnvironmentAnewEachTime) {
     set_environment({});
 }
 
+class waiting_sink final : public IProxyFinderSink {
+public:
+    virtual ~waiting_sink() = default;
+    void OnProxyGetted(const char* server, unsigned short port, const char* proxyList) override {
+        m_answer.set_value(std::string(server) + " " + std::to_string(port) + " " + proxyList);
+    }
+    void OnErrorAccount(const wchar* /*server*/, unsigned short /*port*/) override {}
+
+    std::string answer() {
+        auto coming = m_answer.get_future();
+        return coming.wait_for(std::chrono::seconds(60)) == std::future_status::ready ? coming.get() : "";
+    }
+
+private:
+    std::promise<std::string> m_answer;
+};
+
+std::string answer_later(const wchar* host, unsigned short port) {
+    waiting_sink sink;
+    const std::unique_ptr<IProxyFinder> finder(CreateProxyFinder(&sink));
+    wchar buffer[1024] = {1};
+    unsigned long capacity = 1024;
+    int not_preconfigured = 7;
+    int asynchronous = 0;
+    EXPECT_EQ(0, finder->GetProxyInfo(0, host, port, &not_preconfigured, &asynchronous, buffer, &capacity));
+    EXPECT_EQ(1, asynchronous);
+    EXPECT_EQ(0, not_preconfigured);
+    EXPECT_EQ(0, buffer[0]);
+    return sink.answer();
+}
+
+void asks_the_script() {
+    EXPECT_EQ(-1, ::waitpid(-1, nullptr, WNOHANG)) << "no process without a script";
+    ::setenv("TESSEL_PROXY_HELPER", TESSEL_HELPER, 1);
+    k_settings.use_script(
+        "if (host == 'bad.example') throw 'no'; return 'SOCKS s:1; PROXY p:1; HTTPS q:2; DIRECT';");
+    EXPECT_EQ("H.example 8080 http=p:1;https=q:2;DIRECT", answer_later(TESSEL_W("H.example"), 8080));
+    EXPECT_EQ(TESSEL_W(""), kro::tessel::last_proxy_problem());
+    const trace_recorder trace(kro::tessel::trace_warning);
+    EXPECT_EQ("bad.example 443 ", answer_later(TESSEL_W("bad.example"), 443)) << "not a decision for direct";
+    EXPECT_TRUE(
+        trace_recorder::has(TESSEL_W("The script for proxies has no answer for bad.example:443: no")));
+    EXPECT_EQ(TESSEL_W("no"), kro::tessel::last_proxy_problem());
+    EXPECT_EQ("DIRECT", ask(TESSEL_W("x.inner.example"), 80).list) << "exceptions need no script";
+
+    ::setenv("TESSEL_PROXY_HELPER", "/nonexistent/helper", 1);
+    EXPECT_EQ("h.example 80 ", answer_later(TESSEL_W("h.example"), 80));
+    EXPECT_EQ(TESSEL_W("can't run /nonexistent/helper: No such file or directory"),
+              kro::tessel::last_proxy_problem());
+}
+
 // A process of its own would be needed to change the backend once it is loaded: this test is the only one of
 // it.
 TEST(SettingsFinder, ReadsTheDesktopsSettings) {
@@ -108,8 +170,10 @@ TEST(SettingsFinder, ReadsTheDesktopsSettings) {
     EXPECT_EQ("http=d.example:8", ask(TESSEL_W("h.example"), 80).list);
     EXPECT_TRUE(ask(TESSEL_W("h.example"), 80).preconfigured);
     EXPECT_EQ("DIRECT", ask(TESSEL_W("x.inner.example"), 80).list);
-    k_settings.write("[system/proxy]\nmode='auto'\nautoconfig-url='http://pac.example/'\n");
-    EXPECT_EQ("", ask(TESSEL_W("h.example"), 80).list) << "a script isn't a decision for a direct connection";
+    k_settings.write("[system/proxy]\nmode='auto'\nautoconfig-url=''\n");
+    EXPECT_EQ("", ask(TESSEL_W("h.example"), 80).list) << "nothing is looked for in the network";
+    EXPECT_NE(TESSEL_W(""), kro::tessel::last_proxy_problem());
+    asks_the_script();
     k_settings.write("[system/proxy]\nmode='none'\n");
     EXPECT_EQ("DIRECT", ask(TESSEL_W("h.example"), 80).list);
 }

@@ -1,6 +1,7 @@
 // Proxy discovery: what finds the proxies of a server, and what it tells.
 #pragma once
 
+#include <tessel/base/string.h>
 #include <tessel/base/types.h>
 
 /// Receives what a finder learns. Both operations come on any thread, a thread of the finder's own or that of
@@ -53,5 +54,10 @@ namespace kro::tessel {
 
 /// Makes a finder that reports to `sink`, or null when there can be none. It is deleted by who asked for it.
 using proxy_finder_factory = IProxyFinder* (*)(IProxyFinderSink* sink);
+
+/// Why the latest answer of the finder that stands on the system's settings names no proxy and no direct
+/// connection, in English: a script that fails, or can't be evaluated on this machine, above all. Empty when
+/// it names one. Other finders don't set it. Thread: any. Throws std::bad_alloc.
+TESSEL_API CTString last_proxy_problem();
 
 }  // namespace kro::tessel

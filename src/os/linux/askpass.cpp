@@ -1,12 +1,13 @@
 #include "os/linux/askpass.h"
 
+#include "os/linux/descriptor.h"
 #include "os/linux/inet_text.h"
 #include "os/linux/message_window_loop.h"
+#include "os/linux/start_conditions.h"
 
 #include <fcntl.h>
 #include <glib-unix.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -22,30 +23,6 @@ namespace kro::tessel::os {
 namespace {
 
 constexpr std::size_t k_longest_answer = 4096;
-
-class descriptor {
-public:
-    descriptor() = default;
-    explicit descriptor(int number) noexcept : m_number(number) {}
-    descriptor(const descriptor&) = delete;
-    descriptor& operator=(const descriptor&) = delete;
-    ~descriptor() { close(); }
-
-    void reset(int number) noexcept {
-        close();
-        m_number = number;
-    }
-    void close() noexcept {
-        if (m_number >= 0) {
-            ::close(m_number);
-        }
-        m_number = -1;
-    }
-    int number() const noexcept { return m_number; }
-
-private:
-    int m_number = -1;
-};
 
 using moment = std::int64_t;  // microseconds of GLib's monotonic clock
 
@@ -92,43 +69,6 @@ bool wait_until_readable(int number, moment end) {
     return readable;
 }
 
-/// What the program starts with: nothing to read, the pipe to write to, no signal blocked or ignored.
-class start_conditions {
-public:
-    explicit start_conditions(int output) {
-        sigset_t none;
-        sigset_t all;
-        ::sigemptyset(&none);
-        ::sigfillset(&all);
-        ::posix_spawn_file_actions_init(&m_files);
-        ::posix_spawn_file_actions_addopen(&m_files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        ::posix_spawn_file_actions_adddup2(&m_files, output, STDOUT_FILENO);
-        ::posix_spawnattr_init(&m_attributes);
-        ::posix_spawnattr_setsigmask(&m_attributes, &none);
-        ::posix_spawnattr_setsigdefault(&m_attributes, &all);
-        ::posix_spawnattr_setflags(&m_attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    }
-    start_conditions(const start_conditions&) = delete;
-    start_conditions& operator=(const start_conditions&) = delete;
-    ~start_conditions() {
-        ::posix_spawnattr_destroy(&m_attributes);
-        ::posix_spawn_file_actions_destroy(&m_files);
-    }
-
-    /// The process, or -1.
-    pid_t start(std::string program, std::string question) const {
-        char* const arguments[] = {program.data(), question.data(), nullptr};
-        pid_t process = -1;
-        const int error =
-            ::posix_spawnp(&process, program.c_str(), &m_files, &m_attributes, arguments, environ);
-        return error == 0 ? process : -1;
-    }
-
-private:
-    posix_spawn_file_actions_t m_files{};
-    posix_spawnattr_t m_attributes{};
-};
-
 /// A program that was started to ask one question.
 class asking_program {
 public:
@@ -137,7 +77,12 @@ public:
         if (::pipe2(ends, O_CLOEXEC) == 0) {
             m_output.reset(ends[0]);
             const descriptor its_end(ends[1]);
-            m_process = start_conditions(ends[1]).start(program, question);
+            start_conditions conditions;
+            conditions.give_nothing(STDIN_FILENO);
+            conditions.give(ends[1], STDOUT_FILENO);
+            if (conditions.start({program, question}, m_process) != 0) {
+                m_process = -1;
+            }
         }
     }
     asking_program(const asking_program&) = delete;

@@ -44,12 +44,17 @@ proxy_decision read_proxy_settings(std::basic_string_view<wchar> host, std::uint
         decision.left_out = desktop.fixed.left_out;
     }
     const configured_proxy& proxy = desktop.fixed.proxy_for(address.secure);
-    if (desktop.by_script && !desktop.fixed.bypass.covers(address)) {
+    const bool bypassed = desktop.fixed.bypass.covers(address);
+    if (desktop.by_script && !bypassed && desktop.script.empty()) {
+        // Whoever answered to the name that is looked for would get to see all that the user does.
+        decision.source = proxy_source::desktop;
+        decision.left_out = "the script that the desktop has looked for in the network";
+    } else if (desktop.by_script && !bypassed) {
         decision.source = proxy_source::script;
         decision.script = desktop.script;
         decision.url_host = address.host;
     } else if (proxy.named() || desktop.by_script) {
-        decide(decision, proxy_source::desktop, proxy, desktop.fixed.bypass.covers(address));
+        decide(decision, proxy_source::desktop, proxy, bypassed);
     } else {
         decision.routes.emplace_back();
     }

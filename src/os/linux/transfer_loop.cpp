@@ -1,11 +1,10 @@
 #include "os/linux/transfer_loop.h"
 
 #include "os/inet.h"
+#include "os/linux/signals_blocked.h"
 #include "os/thread.h"
 
 #include <openssl/ssl.h>
-#include <pthread.h>
-#include <signal.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -67,22 +66,6 @@ int curl_events_of(std::uint32_t events) noexcept {
     mask |= (events & EPOLLERR) != 0 ? CURL_CSELECT_ERR : 0;
     return mask;
 }
-
-// Signals are the host's business, on the host's threads.
-class all_signals_blocked {
-public:
-    all_signals_blocked() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &m_before);
-    }
-    all_signals_blocked(const all_signals_blocked&) = delete;
-    all_signals_blocked& operator=(const all_signals_blocked&) = delete;
-    ~all_signals_blocked() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
-
-private:
-    sigset_t m_before{};
-};
 
 }  // namespace
 

@@ -1,6 +1,8 @@
 // The proxy settings of the user, as the system's own programs have them.
 #include "os/proxy_settings.h"
 
+#include "os/windows/proxy_names.h"
+
 #include <windows.h>
 #include <winhttp.h>
 
@@ -11,7 +13,7 @@
 namespace kro::tessel::os {
 namespace {
 
-using view = std::basic_string_view<wchar>;
+using view = proxy_text;
 
 /// What WinHTTP answers, freed at the end.
 class user_settings {
@@ -36,26 +38,6 @@ private:
     WINHTTP_CURRENT_USER_IE_PROXY_CONFIG m_config{};
     const bool m_known;
 };
-
-std::string ascii(view text) {
-    std::string bytes;
-    std::transform(text.begin(), text.end(), std::back_inserter(bytes),
-                   [](wchar unit) { return static_cast<char>(unit < 0x80 ? unit : L'?'); });
-    return bytes;
-}
-
-/// Calls `take` with each entry of a list that blanks and semicolons separate, until it answers true.
-template <class Take>
-bool any_entry(view list, Take take) {
-    while (!list.empty()) {
-        const std::size_t end = std::min(list.find_first_of(L"; \t\r\n"), list.size());
-        if (end != 0 && take(list.substr(0, end))) {
-            return true;
-        }
-        list.remove_prefix(std::min(end + 1, list.size()));
-    }
-    return false;
-}
 
 // Without case; "*" stands for any text.
 bool matches(view pattern, view text) {
@@ -89,20 +71,6 @@ bool is_bypassed(view host, view bypass) {
     });
 }
 
-// "host:port", without a port 80.
-proxy_route route_of(view proxy) {
-    proxy_route route;
-    route.type = proxy_route::kind::http;
-    const std::size_t scheme = proxy.find(L"://");
-    proxy.remove_prefix(scheme == view::npos ? 0 : scheme + 3);
-    const std::size_t colon = proxy.rfind(L':');
-    const std::string digits = ascii(colon == view::npos ? view(L"80") : proxy.substr(colon + 1));
-    route.host = ascii(proxy.substr(0, colon));
-    const unsigned long port = std::strtoul(digits.c_str(), nullptr, 10);
-    route.port = port > 0xFFFF ? std::uint16_t{0} : static_cast<std::uint16_t>(port);
-    return route;
-}
-
 // An entry for the scheme wins over one for all.
 proxy_route proxy_for(bool secure, view proxies) {
     proxy_route found;
@@ -117,17 +85,8 @@ proxy_route proxy_for(bool secure, view proxies) {
     return found.host.empty() || found.port == 0 ? proxy_route() : found;
 }
 
-}  // namespace
-
-proxy_decision read_proxy_settings(view host, std::uint16_t port) {
-    const user_settings settings;
+proxy_decision fixed_decision(const user_settings& settings, view host, std::uint16_t port) {
     proxy_decision decision;
-    if (settings.by_script()) {
-        decision.source = proxy_source::script;
-        decision.script = ascii(settings.script());
-        decision.url_host = ascii(host);
-        return decision;
-    }
     if (is_bypassed(host, settings.bypass())) {
         decision.routes.emplace_back();
         return decision;
@@ -139,6 +98,24 @@ proxy_decision read_proxy_settings(view host, std::uint16_t port) {
         decision.left_out = ascii(settings.proxies());
     }
     return decision;
+}
+
+}  // namespace
+
+proxy_decision read_proxy_settings(view host, std::uint16_t port) {
+    const user_settings settings;
+    if (!settings.by_script() || is_bypassed(host, {})) {
+        return fixed_decision(settings, host, port);
+    }
+    proxy_decision decision;
+    decision.source = proxy_source::script;
+    decision.script = ascii(settings.script());
+    decision.url_host = ascii(host);
+    return decision;
+}
+
+proxy_decision read_fixed_proxy_settings(view host, std::uint16_t port) {
+    return fixed_decision(user_settings(), host, port);
 }
 
 std::vector<proxy_settings_account> read_proxy_accounts() {

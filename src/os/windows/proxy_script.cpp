@@ -1,0 +1,208 @@
+// Scripts for proxies, evaluated by the system's own service, WinHTTP.
+#include "os/proxy_script.h"
+
+#include "os/windows/proxy_names.h"
+
+#include <windows.h>
+#include <winhttp.h>
+
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+
+namespace kro::tessel::os {
+namespace {
+
+constexpr int k_step_limit_ms = 5000;           // of each step of fetching a script
+constexpr std::size_t k_most_questions = 1000;  // that wait; each is another server
+
+std::wstring wide(const std::string& text) {
+    return {text.begin(), text.end()};  // ASCII, as it stands in a URL
+}
+
+std::wstring url_of(const proxy_script_question& question) {
+    const bool secure = question.port == 443;
+    std::wstring url = (secure ? L"https://" : L"http://") + wide(question.host);
+    if (!secure && question.port != 80) {
+        url += L':' + std::to_wstring(question.port);
+    }
+    return url + L'/';
+}
+
+/// What the service says of one URL, freed at the end.
+class script_decision {
+public:
+    script_decision(HINTERNET session, const proxy_script_question& question) {
+        const std::wstring script = wide(question.script);
+        WINHTTP_AUTOPROXY_OPTIONS options{};
+        options.dwFlags = script.empty() ? WINHTTP_AUTOPROXY_AUTO_DETECT : WINHTTP_AUTOPROXY_CONFIG_URL;
+        options.dwAutoDetectFlags =
+            script.empty() ? WINHTTP_AUTO_DETECT_TYPE_DHCP | WINHTTP_AUTO_DETECT_TYPE_DNS_A : 0;
+        options.lpszAutoConfigUrl = script.empty() ? nullptr : script.c_str();
+        m_error = WinHttpGetProxyForUrl(session, url_of(question).c_str(), &options, &m_info) != FALSE
+                      ? ERROR_SUCCESS
+                      : GetLastError();
+    }
+    script_decision(const script_decision&) = delete;
+    script_decision& operator=(const script_decision&) = delete;
+    ~script_decision() {
+        GlobalFree(m_info.lpszProxy);
+        GlobalFree(m_info.lpszProxyBypass);
+    }
+
+    DWORD error() const { return m_error; }
+    bool is_direct() const { return m_info.dwAccessType == WINHTTP_ACCESS_TYPE_NO_PROXY; }
+    proxy_text proxies() const { return m_info.lpszProxy == nullptr ? proxy_text() : m_info.lpszProxy; }
+
+private:
+    WINHTTP_PROXY_INFO m_info{};
+    DWORD m_error = ERROR_SUCCESS;
+};
+
+proxy_script_answer answer_of(HINTERNET session, const proxy_script_question& question) {
+    const script_decision decision(session, question);
+    proxy_script_answer answer;
+    if (decision.error() == ERROR_WINHTTP_AUTODETECTION_FAILED) {
+        // Most networks have no script to find, and most users have it looked for all the same.
+        proxy_decision fixed = read_fixed_proxy_settings(wide(question.host), question.port);
+        answer.routes = std::move(fixed.routes);
+        answer.left_out = std::move(fixed.left_out);
+    } else if (decision.error() != ERROR_SUCCESS) {
+        answer.problem = "error " + std::to_string(decision.error()) + " of WinHTTP";
+    } else if (decision.is_direct()) {
+        answer.routes.emplace_back();
+    } else {
+        any_entry(decision.proxies(), [&answer](proxy_text entry) {
+            const proxy_route route = route_of(entry);
+            if (!route.host.empty() && route.port != 0) {
+                answer.routes.push_back(route);
+            }
+            return false;
+        });
+        answer.problem = answer.routes.empty() ? "it names no HTTP proxy" : "";
+    }
+    return answer;
+}
+
+/// The thread that asks, and what it works on. It outlives the service while the system is still busy with a
+/// question: nothing ends that, and nobody waits for it.
+class worker {
+public:
+    void post(proxy_script_question question, proxy_script_service::receiver answered);
+    void run();
+    /// Waits for a receiver that runs on another thread.
+    void stop(std::thread::id thread);
+
+private:
+    using posted = std::pair<proxy_script_question, proxy_script_service::receiver>;
+
+    bool take(posted& next);
+    void deliver(const posted& to, const proxy_script_answer& answer);
+
+    std::mutex m_mutex;  // guards all of it
+    std::condition_variable m_changed;
+    std::deque<posted> m_posted;
+    bool m_stopped = false;
+    bool m_delivering = false;
+};
+
+void worker::post(proxy_script_question question, proxy_script_service::receiver answered) {
+    const std::lock_guard lock(m_mutex);
+    if (m_posted.size() >= k_most_questions) {
+        throw std::bad_alloc();
+    }
+    m_posted.emplace_back(std::move(question), std::move(answered));
+    m_changed.notify_all();
+}
+
+bool worker::take(posted& next) {
+    std::unique_lock lock(m_mutex);
+    m_changed.wait(lock, [this] { return m_stopped || !m_posted.empty(); });
+    if (m_stopped) {
+        return false;
+    }
+    next = std::move(m_posted.front());
+    m_posted.pop_front();
+    return true;
+}
+
+void worker::deliver(const posted& to, const proxy_script_answer& answer) {
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_stopped) {
+            return;
+        }
+        m_delivering = true;
+    }
+    to.second(answer);
+    const std::lock_guard lock(m_mutex);
+    m_delivering = false;
+    m_changed.notify_all();
+}
+
+void worker::run() try {
+    HINTERNET const session = WinHttpOpen(L"tessel", WINHTTP_ACCESS_TYPE_NO_PROXY, WINHTTP_NO_PROXY_NAME,
+                                          WINHTTP_NO_PROXY_BYPASS, 0);
+    WinHttpSetTimeouts(session, k_step_limit_ms, k_step_limit_ms, k_step_limit_ms, k_step_limit_ms);
+    posted next;
+    while (take(next)) {
+        deliver(next, answer_of(session, next.first));
+    }
+    WinHttpCloseHandle(session);
+} catch (const std::exception&) {
+    // No memory: who waits goes on after its time.
+}
+
+void worker::stop(std::thread::id thread) {
+    std::unique_lock lock(m_mutex);
+    m_stopped = true;
+    m_changed.notify_all();
+    m_changed.wait(lock, [&] { return !m_delivering || thread == std::this_thread::get_id(); });
+}
+
+class winhttp_scripts final : public proxy_script_service {
+public:
+    winhttp_scripts() = default;
+    winhttp_scripts(const winhttp_scripts&) = delete;
+    winhttp_scripts& operator=(const winhttp_scripts&) = delete;
+    ~winhttp_scripts() override {
+        m_worker->stop(m_thread.get_id());
+        if (m_thread.joinable()) {
+            m_thread.detach();
+        }
+    }
+
+    void ask(proxy_script_question question, receiver answered) override {
+        const std::lock_guard lock(m_mutex);
+        if (!m_thread.joinable()) {
+            stay_loaded();
+            m_thread = std::thread([worker = m_worker] { worker->run(); });
+        }
+        m_worker->post(std::move(question), std::move(answered));
+    }
+
+private:
+    // The thread may be in the system when the host lets go of the library.
+    static void stay_loaded() {
+        static const int k_anything_of_ours = 0;
+        HMODULE library = nullptr;
+        GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                           reinterpret_cast<const wchar*>(&k_anything_of_ours), &library);
+    }
+
+    const std::shared_ptr<worker> m_worker = std::make_shared<worker>();
+    std::mutex m_mutex;  // guards the thread's making
+    std::thread m_thread;
+};
+
+}  // namespace
+
+std::unique_ptr<proxy_script_service> make_proxy_script_service() {
+    return std::make_unique<winhttp_scripts>();
+}
+
+}  // namespace kro::tessel::os
