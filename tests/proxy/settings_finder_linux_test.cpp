@@ -9,7 +9,6 @@
 #include <sys/wait.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <future>
@@ -65,7 +64,7 @@ public:
     void use_script(const char* body) const {
         std::ofstream(m_folder.file("proxy.pac")) << "function FindProxyForURL(url, host) { " << body << " }";
         write(("[system/proxy]\nmode='auto'\nignore-hosts=['*.inner.example']\nautoconfig-url='file://" +
-               m_folder.file("proxy.pac").string() + "'\n")
+               m_folder.file("proxy.pac") + "'\n")
                   .c_str());
     }
 
