@@ -2,8 +2,11 @@
 
 #include "os/inet.h"
 
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <iterator>
+#include <limits>
 #include <new>
 #include <utility>
 
@@ -20,6 +23,16 @@ constexpr std::uint64_t k_sent_delay_ms = 1;
 
 // Descriptors that ran out come back from here, by idle connections that end, or from the host: nobody tells.
 constexpr std::uint64_t k_starved_ms = 50;
+
+// So many run without a look at the descriptors that the process may have.
+constexpr std::size_t k_always_running = 64;
+
+// Half of the descriptors: the others are the host's, and of connections that are kept.
+std::size_t most_running() noexcept {
+    rlimit limit{};
+    const bool is_known = ::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
+    return is_known ? static_cast<std::size_t>(limit.rlim_cur / 2) : std::numeric_limits<std::size_t>::max();
+}
 
 }  // namespace
 
@@ -57,19 +70,38 @@ std::uint64_t transfer_exchanges::due() const noexcept {
 void transfer_exchanges::enqueue(std::shared_ptr<curl_transfer> what) {
     origin& to = m_origins[what->request.origin];
     to.waiting.push_back(std::move(what));
-    start_waiting(to);
+    line_up(to);
+    start_waiting();
 }
 
-void transfer_exchanges::start_waiting(origin& from) {
-    const std::uint32_t limit = m_limit.load(std::memory_order_relaxed);
-    while (m_next_start == k_never && from.running < limit && !from.waiting.empty()) {
+void transfer_exchanges::line_up(origin& from) {
+    const bool may_start = from.running < m_limit.load(std::memory_order_relaxed) && !from.waiting.empty();
+    if (may_start && !from.in_line) {
+        m_line.push_back(&from);
+        from.in_line = true;
+    }
+}
+
+void transfer_exchanges::start_waiting() {
+    while (m_next_start == k_never && !m_line.empty() &&
+           (m_running.size() < k_always_running || m_running.size() < most_running())) {
+        origin& next = *m_line.front();
+        m_line.pop_front();
+        next.in_line = false;
+        start_next(next);
+        line_up(next);
+    }
+}
+
+void transfer_exchanges::start_next(origin& from) {
+    while (!from.waiting.empty()) {
         const std::shared_ptr<curl_transfer> next = std::move(from.waiting.front());
         from.waiting.pop_front();
-        if (next->sink == nullptr) {
-            --from.cancelled;
-        } else {
+        if (next->sink != nullptr) {
             start(next, from);
+            return;
         }
+        --from.cancelled;
     }
 }
 
@@ -170,19 +202,19 @@ void transfer_exchanges::abandon(curl_exchange& which) {
 
 void transfer_exchanges::free_place(curl_exchange& which) {
     origin* const from = std::exchange(which.place.from, nullptr);
-    if (from == nullptr) {
-        return;
+    if (from != nullptr) {
+        --from->running;
+        line_up(*from);
     }
-    --from->running;
-    start_waiting(*from);
-    if (from->running == 0 && m_origins.size() > k_max_idle_origins) {
+    start_waiting();
+    if (from != nullptr && from->running == 0 && m_origins.size() > k_max_idle_origins) {
         forget_idle_origins();
     }
 }
 
 void transfer_exchanges::forget_idle_origins() {
     for (auto at = m_origins.begin(); at != m_origins.end();) {
-        const bool idle = at->second.running == 0 && at->second.waiting.empty();
+        const bool idle = at->second.running == 0 && at->second.waiting.empty() && !at->second.in_line;
         at = idle ? m_origins.erase(at) : std::next(at);
     }
 }
@@ -265,9 +297,7 @@ void transfer_exchanges::put_back(curl_exchange& which) {
 void transfer_exchanges::start_starved() {
     if (m_next_start <= m_now) {
         m_next_start = k_never;
-        for (auto& [name, from] : m_origins) {
-            start_waiting(from);
-        }
+        start_waiting();
     }
 }
 

@@ -27,6 +27,7 @@ struct exchange_multi {
 /// Exchanges of one scheme, server, port and proxy.
 struct exchange_origin {
     std::uint32_t running = 0;
+    bool in_line = false;       ///< for the next place that comes free, whoever had it
     std::size_t cancelled = 0;  ///< of those that wait: each keeps its place until its turn comes
     std::deque<std::shared_ptr<curl_transfer>> waiting;
 };
@@ -38,7 +39,7 @@ public:
         : m_sockets(sockets), m_idle_connections(idle_connections) {}
     transfer_exchanges(const transfer_exchanges&) = delete;
     transfer_exchanges& operator=(const transfer_exchanges&) = delete;
-    ~transfer_exchanges();
+    ~transfer_exchanges() override;
 
     /// How many of one origin run at a time. From any thread; counts for those that start later.
     void set_limit(std::uint32_t count) noexcept { m_limit.store(count, std::memory_order_relaxed); }
@@ -50,6 +51,9 @@ public:
 
     /// A turn begins, at this time in milliseconds.
     void begin_turn(std::uint64_t now) noexcept;
+    /// Whether a time-out may be over. What came on the sockets until now has to be handled before `advance`,
+    /// which ends such an exchange.
+    bool may_be_late() const noexcept { return m_next_check <= m_now; }
     /// Does what is due, after the events of the sockets.
     void advance();
     /// When `advance` has to be called again even if no event comes: 0 at once, k_never never.
@@ -78,7 +82,9 @@ private:
 
     multi* set_for(const transfer_request& request);
     std::unique_ptr<curl_exchange> idle_exchange();
-    void start_waiting(origin& from);
+    void line_up(origin& from);
+    void start_waiting();
+    void start_next(origin& from);
     void start(const std::shared_ptr<curl_transfer>& what, origin& from);
     void abandon(curl_exchange& which);
     void free_place(curl_exchange& which);
@@ -100,6 +106,8 @@ private:
     std::uint64_t m_turn = 1;
     multi m_multis[2];  // certificates' dates checked, and not
     std::unordered_map<std::string, origin> m_origins;
+    std::deque<origin*>
+        m_line;  // those with an exchange that may start: each starts one, and goes to the end
     std::vector<std::unique_ptr<curl_exchange>> m_running;
     std::vector<std::unique_ptr<curl_exchange>> m_idle;
     std::vector<curl_exchange*> m_sending;

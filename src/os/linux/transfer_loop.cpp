@@ -195,6 +195,10 @@ void transfer_loop::restart_waits() noexcept {
 void transfer_loop::work() {
     take_inbox();  // first: what was cancelled shall not go on because of an event that came with it
     m_sockets.handle_events();
+    if (m_exchanges.may_be_late()) {
+        // What has come counts, however late it is noticed: this process may have been stopped.
+        m_sockets.handle_all();
+    }
     m_exchanges.advance();
 }
 

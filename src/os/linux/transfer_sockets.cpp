@@ -71,6 +71,17 @@ void transfer_sockets::handle_events() {
     }
 }
 
+// Each wait begins with the sockets that weren't told for longest.
+void transfer_sockets::handle_all() {
+    for (std::size_t left = m_watched.size() / m_events.size() + 1; left != 0; --left) {
+        wait(0);
+        handle_events();
+        if (m_event_count < m_events.size()) {
+            return;
+        }
+    }
+}
+
 void transfer_sockets::handle_event(int socket, std::uint32_t events) {
     if (socket == m_alarm) {
         return;

@@ -26,6 +26,8 @@ public:
     void wait(int milliseconds) noexcept;
     /// Hands what came to the sets whose sockets it came on.
     void handle_events();
+    /// Hands on all that has come by now, also what one wait has no room for.
+    void handle_all();
 
     /// What a set wants to know of a socket: libcurl's CURL_POLL_ numbers.
     void watch(CURLM* set, int socket, int what);
