@@ -27,14 +27,17 @@ constexpr std::uint64_t k_starved_ms = 50;
 // So many run without a look at the descriptors that the process may have.
 constexpr std::size_t k_always_running = 64;
 
-// Half of the descriptors: the others are the host's, and of connections that are kept.
-std::size_t most_running() noexcept {
-    rlimit limit{};
-    const bool is_known = ::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
-    return is_known ? static_cast<std::size_t>(limit.rlim_cur / 2) : std::numeric_limits<std::size_t>::max();
-}
+// More connections than this are of no use to anybody, and libcurl searches them one by one.
+constexpr std::size_t k_most_running = 2048;
 
 }  // namespace
+
+// Half of the descriptors at most: the others are the host's, and of connections that are kept.
+std::size_t transfer_exchanges::most_running() noexcept {
+    rlimit limit{};
+    const bool is_known = ::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
+    return is_known ? std::min(static_cast<std::size_t>(limit.rlim_cur / 2), k_most_running) : k_most_running;
+}
 
 transfer_exchanges::~transfer_exchanges() {
     for (const auto& exchange : m_running) {
@@ -150,7 +153,7 @@ transfer_exchanges::multi* transfer_exchanges::set_for(const transfer_request& r
     curl_multi_setopt(set.handle, CURLMOPT_TIMERFUNCTION, on_timer);
     curl_multi_setopt(set.handle, CURLMOPT_TIMERDATA, &set);
     curl_multi_setopt(set.handle, CURLMOPT_PIPELINING, static_cast<long>(CURLPIPE_NOTHING));
-    curl_multi_setopt(set.handle, CURLMOPT_MAXCONNECTS, m_idle_connections);
+    curl_multi_setopt(set.handle, CURLMOPT_MAXCONNECTS, m_most_connections);
     return &set;
 }
 

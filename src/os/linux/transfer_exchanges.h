@@ -34,15 +34,19 @@ struct exchange_origin {
 
 class transfer_exchanges final : private exchange_host {
 public:
-    /// sockets: has to live longer. idle_connections: how many are kept for later exchanges.
-    transfer_exchanges(transfer_sockets& sockets, long idle_connections)
-        : m_sockets(sockets), m_idle_connections(idle_connections) {}
+    /// sockets: has to live longer. most_connections: more than so many, those in use included, aren't kept
+    /// when an exchange ends.
+    transfer_exchanges(transfer_sockets& sockets, std::size_t most_connections)
+        : m_sockets(sockets), m_most_connections(static_cast<long>(most_connections)) {}
     transfer_exchanges(const transfer_exchanges&) = delete;
     transfer_exchanges& operator=(const transfer_exchanges&) = delete;
     ~transfer_exchanges() override;
 
     /// How many of one origin run at a time. From any thread; counts for those that start later.
     void set_limit(std::uint32_t count) noexcept { m_limit.store(count, std::memory_order_relaxed); }
+
+    /// How many run at a time in all.
+    static std::size_t most_running() noexcept;
 
     void enqueue(std::shared_ptr<curl_transfer> what);
     void drop(const std::shared_ptr<curl_transfer>& what);
@@ -99,7 +103,7 @@ private:
     void report_sent();
 
     transfer_sockets& m_sockets;
-    const long m_idle_connections;
+    const long m_most_connections;
     std::atomic<std::uint32_t> m_limit{6};
 
     std::uint64_t m_now = 0;

@@ -15,8 +15,8 @@
 namespace kro::tessel::os {
 namespace {
 
-constexpr long k_max_idle_connections = 256;
-constexpr long k_max_idle_connections_of_callers = 4;
+constexpr std::size_t k_max_idle_connections = 256;
+constexpr std::size_t k_max_connections_of_callers = 4;
 
 // The C library returns free memory at the end of its heap to the system. With a 512 KiB buffer for each
 // exchange it would do so at every turn, which costs as much as a whole request; freeing one block of
@@ -63,8 +63,9 @@ private:
 
 transfer_loop::transfer_loop(driver turned_by)
     : m_driver(turned_by),
-      m_exchanges(m_sockets,
-                  turned_by == driver::caller ? k_max_idle_connections_of_callers : k_max_idle_connections) {
+      m_exchanges(m_sockets, turned_by == driver::caller
+                                 ? k_max_connections_of_callers
+                                 : transfer_exchanges::most_running() + k_max_idle_connections) {
     prepare_libraries();
     if (turned_by == driver::caller) {
         m_exchanges.set_limit(0xFFFFFFFFU);
