@@ -28,15 +28,24 @@ constexpr std::uint64_t k_starved_ms = 50;
 constexpr std::size_t k_always_running = 64;
 
 // More connections than this are of no use to anybody, and libcurl searches them one by one.
-constexpr std::size_t k_most_running = 2048;
+constexpr std::size_t k_most_connections = 2048;
+constexpr std::size_t k_most_connections_of_a_caller = 4;
+
+// Of each of the two sets, in use or kept: the rest of the descriptors is the host's.
+std::size_t most_connections() noexcept {
+    rlimit limit{};
+    const bool is_known = ::getrlimit(RLIMIT_NOFILE, &limit) == 0;
+    const rlim_t share = is_known ? limit.rlim_cur / 8 * 3 : k_most_connections;
+    return static_cast<std::size_t>(std::clamp<rlim_t>(share, 1, k_most_connections));
+}
 
 }  // namespace
 
-// Half of the descriptors at most: the others are the host's, and of connections that are kept.
-std::size_t transfer_exchanges::most_running() noexcept {
-    rlimit limit{};
-    const bool is_known = ::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
-    return is_known ? std::min(static_cast<std::size_t>(limit.rlim_cur / 2), k_most_running) : k_most_running;
+transfer_exchanges::transfer_exchanges(transfer_sockets& sockets, bool are_of_callers)
+    : m_sockets(sockets), m_are_of_callers(are_of_callers) {
+    if (are_of_callers) {
+        m_limit = std::numeric_limits<std::uint32_t>::max();  // each has its own thread, and this is one's
+    }
 }
 
 transfer_exchanges::~transfer_exchanges() {
@@ -86,13 +95,34 @@ void transfer_exchanges::line_up(origin& from) {
 }
 
 void transfer_exchanges::start_waiting() {
-    while (m_next_start == k_never && !m_line.empty() &&
-           (m_running.size() < k_always_running || m_running.size() < most_running())) {
+    while (m_next_start == k_never && !m_line.empty() && has_room()) {
         origin& next = *m_line.front();
         m_line.pop_front();
         next.in_line = false;
         start_next(next);
         line_up(next);
+    }
+}
+
+bool transfer_exchanges::has_room() {
+    if (m_running.size() >= k_always_running) {
+        count_descriptors();
+    }
+    return m_running.size() < m_most_connections;
+}
+
+// The host may change how many there are. At that number libcurl closes the connection that has been idle for
+// longest when it opens one.
+void transfer_exchanges::count_descriptors() {
+    const std::size_t most = most_connections();
+    if (m_are_of_callers || most == m_most_connections) {
+        return;
+    }
+    m_most_connections = most;
+    for (const multi& set : m_multis) {
+        if (set.handle != nullptr) {
+            curl_multi_setopt(set.handle, CURLMOPT_MAX_TOTAL_CONNECTIONS, static_cast<long>(most));
+        }
     }
 }
 
@@ -143,6 +173,7 @@ transfer_exchanges::multi* transfer_exchanges::set_for(const transfer_request& r
     if (set.handle != nullptr) {
         return &set;
     }
+    count_descriptors();
     set.owner = this;
     set.handle = curl_multi_init();
     if (set.handle == nullptr) {
@@ -153,7 +184,13 @@ transfer_exchanges::multi* transfer_exchanges::set_for(const transfer_request& r
     curl_multi_setopt(set.handle, CURLMOPT_TIMERFUNCTION, on_timer);
     curl_multi_setopt(set.handle, CURLMOPT_TIMERDATA, &set);
     curl_multi_setopt(set.handle, CURLMOPT_PIPELINING, static_cast<long>(CURLPIPE_NOTHING));
-    curl_multi_setopt(set.handle, CURLMOPT_MAXCONNECTS, m_most_connections);
+    if (m_are_of_callers) {
+        curl_multi_setopt(set.handle, CURLMOPT_MAXCONNECTS,
+                          static_cast<long>(k_most_connections_of_a_caller));
+    } else {
+        curl_multi_setopt(set.handle, CURLMOPT_MAXCONNECTS, static_cast<long>(k_most_connections));
+        curl_multi_setopt(set.handle, CURLMOPT_MAX_TOTAL_CONNECTIONS, static_cast<long>(m_most_connections));
+    }
     return &set;
 }
 
@@ -291,6 +328,7 @@ bool transfer_exchanges::collect_ended() {
 // It waits again, in front of those that came after it.
 void transfer_exchanges::put_back(curl_exchange& which) {
     m_next_start = m_now + k_starved_ms;
+    count_descriptors();
     which.place.from->waiting.push_front(which.current());
     curl_multi_remove_handle(which.place.set->handle, which.easy());
     which.detach();

@@ -34,19 +34,14 @@ struct exchange_origin {
 
 class transfer_exchanges final : private exchange_host {
 public:
-    /// sockets: has to live longer. most_connections: more than so many, those in use included, aren't kept
-    /// when an exchange ends.
-    transfer_exchanges(transfer_sockets& sockets, std::size_t most_connections)
-        : m_sockets(sockets), m_most_connections(static_cast<long>(most_connections)) {}
+    /// sockets: has to live longer. are_of_callers: one at a time, for whoever turns the loop.
+    transfer_exchanges(transfer_sockets& sockets, bool are_of_callers);
     transfer_exchanges(const transfer_exchanges&) = delete;
     transfer_exchanges& operator=(const transfer_exchanges&) = delete;
     ~transfer_exchanges() override;
 
     /// How many of one origin run at a time. From any thread; counts for those that start later.
     void set_limit(std::uint32_t count) noexcept { m_limit.store(count, std::memory_order_relaxed); }
-
-    /// How many run at a time in all.
-    static std::size_t most_running() noexcept;
 
     void enqueue(std::shared_ptr<curl_transfer> what);
     void drop(const std::shared_ptr<curl_transfer>& what);
@@ -88,6 +83,8 @@ private:
     std::unique_ptr<curl_exchange> idle_exchange();
     void line_up(origin& from);
     void start_waiting();
+    bool has_room();
+    void count_descriptors();
     void start_next(origin& from);
     void start(const std::shared_ptr<curl_transfer>& what, origin& from);
     void abandon(curl_exchange& which);
@@ -103,9 +100,10 @@ private:
     void report_sent();
 
     transfer_sockets& m_sockets;
-    const long m_most_connections;
+    const bool m_are_of_callers;
     std::atomic<std::uint32_t> m_limit{6};
 
+    std::size_t m_most_connections = 64;  // of a set; not more exchanges run in all
     std::uint64_t m_now = 0;
     std::uint64_t m_turn = 1;
     multi m_multis[2];  // certificates' dates checked, and not

@@ -15,9 +15,6 @@
 namespace kro::tessel::os {
 namespace {
 
-constexpr std::size_t k_max_idle_connections = 256;
-constexpr std::size_t k_max_connections_of_callers = 4;
-
 // The C library returns free memory at the end of its heap to the system. With a 512 KiB buffer for each
 // exchange it would do so at every turn, which costs as much as a whole request; freeing one block of
 // several MiB tells it that such blocks come and go here (mallopt(3), M_MMAP_THRESHOLD).
@@ -62,14 +59,8 @@ private:
 }  // namespace
 
 transfer_loop::transfer_loop(driver turned_by)
-    : m_driver(turned_by),
-      m_exchanges(m_sockets, turned_by == driver::caller
-                                 ? k_max_connections_of_callers
-                                 : transfer_exchanges::most_running() + k_max_idle_connections) {
+    : m_driver(turned_by), m_exchanges(m_sockets, turned_by == driver::caller) {
     prepare_libraries();
-    if (turned_by == driver::caller) {
-        m_exchanges.set_limit(0xFFFFFFFFU);
-    }
 }
 
 transfer_loop::~transfer_loop() {
