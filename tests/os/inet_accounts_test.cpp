@@ -64,18 +64,6 @@ void set_account(os::inet_handle handle, os::inet_credentials whose, const wchar
     ASSERT_TRUE(os::inet().set_credentials(handle, whose, &name, &secret).ok());
 }
 
-TEST(InetAccounts, AChallengeWithoutAnAccountIsTheResponse) {
-    test_server server;
-    inet_client client(os::inet(), server.port());
-    const auto request = client.sent();
-    auto peer = server.accept();
-    EXPECT_THAT(peer.read_request(), Not(HasSubstr("Authorization")));
-    peer.send(k_challenge);
-    EXPECT_EQ(0U, client.end(request));
-    EXPECT_EQ(401U, client.status(request));
-    EXPECT_EQ("shut", client.body(request));
-}
-
 TEST(InetAccounts, AnAccountAnswersTheChallengeOnceAndRepeatsTheBody) {
     test_server server;
     inet_client client(os::inet(), server.port());
