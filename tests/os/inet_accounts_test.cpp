@@ -120,6 +120,32 @@ TEST(InetAccounts, AnAccountThatWasTakenComesAlongWithoutAChallenge) {
     EXPECT_THAT(peer.read_request(), Not(HasSubstr("Authorization"))) << "another account";
 }
 
+// NTLM: three messages on one connection, which is logged in from then on.
+TEST(InetAccounts, AConnectionThatIsLoggedInServesLaterRequests) {
+    test_server server;
+    inet_client client(os::inet(), server.port());
+    set_account(client.connection, os::inet_credentials::server, TESSEL_W("me"), TESSEL_W("secret"));
+    const auto request = client.request();
+    client.net.send(request, {}, nullptr, 0, os::inet_send_mode::whole, client.log.context());
+    auto peer = server.accept();
+    peer.read_request();
+    const std::string refusal = "HTTP/1.1 401 No\r\nContent-Length: 0\r\nWWW-Authenticate: NTLM";
+    peer.send(refusal + "\r\nWWW-Authenticate: Basic realm=\"weaker\"\r\n\r\n");
+    EXPECT_THAT(peer.read_request(), HasSubstr("Authorization: NTLM TlRMTVNTUAAB"));
+    peer.send(refusal + " TlRMTVNTUAACAAAAAAAAADAAAAAFAgAAMTIzNDU2NzgAAAAAAAAAAAAAAAAwAAAA\r\n\r\n");
+    EXPECT_THAT(peer.read_request(), HasSubstr("Authorization: NTLM TlRMTVNTUAAD"));
+    peer.answer("open");
+    EXPECT_EQ(0U, client.log.wait().error);
+    EXPECT_EQ("open", client.body(request));
+    const auto later = client.request();
+    client.net.send(later, {}, nullptr, 0, os::inet_send_mode::whole, client.log.context());
+    EXPECT_THAT(peer.read_request(), Not(HasSubstr("Basic")));
+    peer.answer("still");
+    EXPECT_EQ(0U, client.log.wait().error);
+    EXPECT_EQ("still", client.body(later));
+    EXPECT_FALSE(server.has_client());
+}
+
 TEST(InetAccounts, ProxiesGetWholeAddressesAndTheirOwnAccount) {
     test_server server;
     proxied through(server);
