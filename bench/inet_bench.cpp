@@ -1,8 +1,8 @@
 // The HTTP service beside plain libcurl: requests a second, bytes a second and processor time, in one run
 // against one server process. Prints a line a measurement and the ratio of the medians.
 //
-//   inet_bench [--rounds N] [--requests N] [--mib N] [--limit N] [name ...]     names: 64 1 10000 known
-//   chunked
+//   inet_bench [--rounds N] [--requests N] [--mib N] [--limit N] [name ...]
+//   names: 64 1 10000 servers10 servers1000 known chunked
 
 #include "os/inet.h"
 
@@ -41,10 +41,14 @@ struct job {
 
 class service_client {
 public:
-    explicit service_client(std::uint16_t port)
+    /// Requests go to the servers in turn.
+    explicit service_client(const std::vector<std::uint16_t>& ports)
         : m_session(os::inet().open(os::k_access_direct, {}, {}, TESSEL_W("bench"), true)) {
         os::inet().set_callback(m_session, on_notice);
-        m_connection = os::inet().connect(m_session, TESSEL_W("127.0.0.1"), port, {}, {}, 0);
+        m_connections.reserve(ports.size());
+        for (const std::uint16_t port : ports) {
+            m_connections.push_back(os::inet().connect(m_session, TESSEL_W("127.0.0.1"), port, {}, {}, 0));
+        }
     }
     ~service_client() { os::inet().close(m_session); }
     service_client(const service_client&) = delete;
@@ -106,7 +110,8 @@ private:
         one->body = m_into == nullptr ? one->own.get() : m_into;
         const auto context = reinterpret_cast<std::uintptr_t>(one);
         one->request =
-            os::inet().open_request(m_connection, {}, m_object, os::k_request_keep_connection, context);
+            os::inet().open_request(m_connections[static_cast<std::size_t>(m_started) % m_connections.size()],
+                                    {}, m_object, os::k_request_keep_connection, context);
         os::inet().send(one->request, {}, nullptr, 0, os::inet_send_mode::begin, context);
         ++m_started;
     }
@@ -177,7 +182,7 @@ private:
     }
 
     os::inet_handle m_session;
-    os::inet_handle m_connection = nullptr;
+    std::vector<os::inet_handle> m_connections;
     kro::tessel::wide_string m_object;
     std::size_t m_body_bytes = 0;
     std::uint32_t m_piece = 0;
@@ -210,6 +215,17 @@ void compare_requests(const settings& how, service_client& service, int in_fligh
               {}}});
 }
 
+// 10,000 in flight over so many servers.
+void compare_servers(const settings& how, service_client& service, std::size_t servers) {
+    service_client spread({how.ports.begin(), how.ports.begin() + static_cast<std::ptrdiff_t>(servers)});
+    const auto run = [&how](service_client& by) {
+        by.run(TESSEL_W("/small"), how.requests, 10'000, 100, 10239);
+    };
+    compare(
+        how, "servers" + std::to_string(servers), how.requests, "req",
+        {{"service", [&] { run(spread); }, {}, {}}, {"service, one server", [&] { run(service); }, {}, {}}});
+}
+
 // Into memory that has been written to before: fresh pages cost more than the bytes that arrive in them.
 void compare_bodies(const settings& how, service_client& service, const std::string& kind) {
     curl_client plain;
@@ -229,15 +245,20 @@ void compare_bodies(const settings& how, service_client& service, const std::str
 }  // namespace
 
 int main(int count, char** arguments) {
-    const settings how = settings_of(count, arguments);
+    const settings how = settings_of(count, arguments, 1000);
     curl_global_init(CURL_GLOBAL_DEFAULT);
     if (how.limit != 0) {
         os::inet().set_connection_limit(how.limit);
     }
-    service_client service(how.port);
+    service_client service({how.port});
     for (const int in_flight : {64, 1, 10'000}) {
         if (how.wants(std::to_string(in_flight))) {
             compare_requests(how, service, in_flight);
+        }
+    }
+    for (const std::size_t servers : {10, 1000}) {
+        if (how.wants("servers" + std::to_string(servers))) {
+            compare_servers(how, service, servers);
         }
     }
     for (const char* const kind : {"known", "chunked"}) {

@@ -1,5 +1,5 @@
-// The server that HTTP benchmarks talk to: one thread, to be run in a process of its own. /known/N and
-// /chunked/N answer with N bytes, everything else with 100.
+// The server that HTTP benchmarks talk to, or many servers that are one: one thread, to be run in a process
+// of its own. /known/N and /chunked/N answer with N bytes, everything else with 100.
 #pragma once
 
 #include <arpa/inet.h>
@@ -16,6 +16,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace tessel_bench {
 
@@ -31,24 +32,26 @@ struct peer {
 
 class bench_server {
 public:
-    bench_server() : m_listener(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0)), m_fill(k_piece, 'x') {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        if (::bind(m_listener, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
-            ::listen(m_listener, 4096) != 0 ||
-            ::getsockname(m_listener, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
-            std::abort();
+    /// listeners: as how many servers it is seen. Their sockets are those of whoever makes it.
+    explicit bench_server(std::size_t listeners = 1) : m_fill(k_piece, 'x') {
+        for (std::size_t i = 0; i < listeners; ++i) {
+            listen_on_loopback();
         }
-        m_port = ntohs(address.sin_port);
     }
 
-    std::uint16_t port() const { return m_port; }
+    const std::vector<std::uint16_t>& ports() const { return m_ports; }
+
+    /// In the process that doesn't run it.
+    void close_listeners() {
+        std::for_each(m_listeners.begin(), m_listeners.end(), ::close);
+        m_listeners.clear();
+    }
 
     [[noreturn]] void run() {
         m_epoll = ::epoll_create1(0);
-        watch(m_listener, EPOLL_CTL_ADD, EPOLLIN);
+        for (const int listener : m_listeners) {
+            watch(listener, EPOLL_CTL_ADD, EPOLLIN);
+        }
         for (;;) {
             epoll_event events[256];
             const int count = ::epoll_wait(m_epoll, events, 256, -1);
@@ -59,6 +62,21 @@ public:
     }
 
 private:
+    void listen_on_loopback() {
+        const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        if (::bind(listener, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
+            ::listen(listener, 4096) != 0 ||
+            ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+            std::abort();
+        }
+        m_ports.push_back(ntohs(address.sin_port));
+        m_listeners.insert(std::upper_bound(m_listeners.begin(), m_listeners.end(), listener), listener);
+    }
+
     void watch(int socket, int operation, std::uint32_t events) {
         epoll_event event{};
         event.events = events;
@@ -67,8 +85,8 @@ private:
     }
 
     void handle(int socket, std::uint32_t events) {
-        if (socket == m_listener) {
-            const int client = ::accept4(m_listener, nullptr, nullptr, SOCK_NONBLOCK);
+        if (std::binary_search(m_listeners.begin(), m_listeners.end(), socket)) {
+            const int client = ::accept4(socket, nullptr, nullptr, SOCK_NONBLOCK);
             const int on = 1;
             ::setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
             m_peers[client] = std::make_unique<peer>();
@@ -161,9 +179,9 @@ private:
         }
     }
 
-    int m_listener;
+    std::vector<int> m_listeners;  // rising
+    std::vector<std::uint16_t> m_ports;
     int m_epoll = -1;
-    std::uint16_t m_port = 0;
     std::string m_fill;
     std::map<int, std::unique_ptr<peer>> m_peers;
 };

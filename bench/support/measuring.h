@@ -52,16 +52,25 @@ struct settings {
     std::size_t mib = 512;
     std::uint32_t limit = 0;  ///< of connections to the server; 0: the library's own
     std::uint16_t port = 0;
-    std::vector<std::string> names;  ///< of the measurements; none: all
+    std::vector<std::uint16_t> ports;  ///< of all servers: the same one is seen as many
+    std::vector<std::string> names;    ///< of the measurements; none: all
 
     bool wants(const std::string& name) const {
         return names.empty() || std::find(names.begin(), names.end(), name) != names.end();
     }
 };
 
+/// For a server with many connections, and for those who keep many.
+inline void raise_descriptor_limit() {
+    rlimit limit{};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 /// Reads [--rounds N] [--requests N] [--mib N] [--limit N] [name ...] and starts the server in a process of
 /// its own.
-inline settings settings_of(int count, char** arguments) {
+inline settings settings_of(int count, char** arguments, std::size_t servers = 1) {
     settings how;
     for (int i = 1; i < count; ++i) {
         const std::string word = arguments[i];
@@ -81,12 +90,15 @@ inline settings settings_of(int count, char** arguments) {
             how.names.push_back(word);
         }
     }
-    bench_server server;
-    how.port = server.port();
+    raise_descriptor_limit();
+    bench_server server(servers);
+    how.ports = server.ports();
+    how.port = how.ports.front();
     if (::fork() == 0) {
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         server.run();
     }
+    server.close_listeners();
     return how;
 }
 

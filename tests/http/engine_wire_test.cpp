@@ -8,7 +8,9 @@
 
 #include <atomic>
 #include <functional>
+#include <iterator>
 #include <memory>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -198,58 +200,118 @@ TEST_F(EngineWire, RemovesRequestsInEveryPhase) {
     EXPECT_TRUE(http_session::mgr().remove(invoke2(url(), {}, nullptr, 0, 0, record, 0, http_method_get)));
 }
 
-// Answers each connection once and closes it, until it is stopped.
-void answer_all(test_server& server, const std::atomic<bool>& stop) {
+// Answers each connection once, well or badly as dice say, until it is stopped.
+void answer_somehow(test_server& server, const std::atomic<bool>& stop) {
+    std::mt19937 dice(1);
+    server_connection silent;  // answers nothing until the next one is silent
     while (!stop) {
         if (!server.has_client()) {
             std::this_thread::yield();
             continue;
         }
         server_connection client = server.accept();
-        if (!client.read_head().empty()) {
-            client.send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\nConnection: close\r\n\r\ntext");
+        if (client.read_head().empty()) {
+            continue;
+        }
+        switch (dice() % 8) {
+            case 0:
+                client.reset();
+                break;
+            case 1:
+                client.send("HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\ncut short");
+                break;
+            case 2:
+                client.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n4\r\ntext\r\nzz\r\n");
+                break;
+            case 3:
+                client.send("HTTP/1.1 302 Found\r\nLocation: /again\r\nContent-Length: 0\r\n\r\n");
+                break;
+            case 4:
+                silent = std::move(client);
+                break;
+            case 5:
+                break;  // closed without a byte
+            default:
+                client.send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\nConnection: close\r\n\r\ntext");
         }
     }
 }
 
-// Starts a request and ends it after a while, in one of three ways.
-void start_and_end(const CTString& url, int way, int turns) {
-    const auto ignore = [](unsigned long, session_context*) {};
-    session_context* const request = invoke2(url, {}, nullptr, 0, 0, ignore, 0, http_method_get);
-    ASSERT_NE(request, nullptr);
-    for (int turn = 0; turn < turns; ++turn) {
-        std::this_thread::yield();
+// Requests that four threads start, start again and end, each others' too.
+class shared_requests {
+public:
+    void act(const CTString& url, std::mt19937& dice) {
+        std::atomic<session_context*>& place = m_places[dice() % std::size(m_places)];
+        session_context* const request = place;
+        switch (dice() % 6) {
+            case 0:
+                reinvoke(request);
+                break;
+            case 1:
+                http_session::mgr().remove(request);
+                break;
+            case 2:
+                if (http_session::mgr().detach(request)) {
+                    delete request;
+                }
+                break;
+            default:
+                http_session::mgr().remove(place.exchange(start(url, dice)));
+        }
+        for (auto turns = dice() % 40; turns != 0; --turns) {
+            std::this_thread::yield();
+        }
     }
-    if (way == 1) {
-        reinvoke(request);
+    void remove_all() {
+        for (auto& place : m_places) {
+            http_session::mgr().remove(place.exchange(nullptr));
+        }
     }
-    set_auto_delete(request, false);
-    if (way == 2 && http_session::mgr().detach(request)) {
-        delete request;
-    } else {
-        http_session::mgr().remove(request);
-    }
-}
 
-// Hosts end and restart requests from their worker threads while the loop runs them.
+private:
+    static session_context* start(const CTString& url, std::mt19937& dice) {
+        const auto ignore = [](unsigned long, session_context*) {};
+        const bool has_body = dice() % 2 == 0;
+        return invoke2(url, {}, has_body ? "a=b" : nullptr, has_body ? 3 : 0,
+                       k_invoke_accept_gzip | k_invoke_decode_gzip, ignore, 0,
+                       has_body ? http_method_post : http_method_get);
+    }
+
+    std::atomic<session_context*> m_places[12] = {};
+};
+
+// Hosts end and restart requests from their worker threads while the loop runs them and servers misbehave.
 TEST_F(EngineWire, RequestsMayBeEndedFromAnyThreadAtAnyMoment) {
     std::atomic<bool> stop{false};
-    std::thread player([&] { answer_all(server, stop); });
-    std::atomic<int> workers{3};
-    const auto work = [&](int worker) {
-        for (int round = 0; round < 60; ++round) {
-            start_and_end(url(), round % 3, (round * 7 + worker) % 40);
+    std::thread player([&] { answer_somehow(server, stop); });
+    shared_requests requests;
+    std::atomic<int> workers{4};
+    const auto work = [&](unsigned seed) {
+        std::mt19937 dice(seed);
+        for (int round = 0; round < 300; ++round) {
+            requests.act(url(), dice);
         }
         --workers;
     };
-    std::thread threads[] = {std::thread(work, 0), std::thread(work, 1), std::thread(work, 2)};
+    std::thread threads[] = {std::thread(work, 2), std::thread(work, 3), std::thread(work, 4),
+                             std::thread(work, 5)};
     pump_until([&] { return workers == 0; });
     for (std::thread& thread : threads) {
         thread.join();
     }
-    reset_engine_for_test();
+    requests.remove_all();
     stop = true;
     player.join();
+    const auto serve = [](test_server& at) {
+        while (true) {  // clients that were given up may wait before it
+            server_connection client = at.accept();
+            if (!client.read_head().empty()) {
+                client.answer("well");
+                return;
+            }
+        }
+    };
+    EXPECT_EQ(exchange(serve).content, "well");
 }
 
 }  // namespace

@@ -64,18 +64,6 @@ void set_account(os::inet_handle handle, os::inet_credentials whose, const wchar
     ASSERT_TRUE(os::inet().set_credentials(handle, whose, &name, &secret).ok());
 }
 
-TEST(InetAccounts, AChallengeWithoutAnAccountIsTheResponse) {
-    test_server server;
-    inet_client client(os::inet(), server.port());
-    const auto request = client.sent();
-    auto peer = server.accept();
-    EXPECT_THAT(peer.read_request(), Not(HasSubstr("Authorization")));
-    peer.send(k_challenge);
-    EXPECT_EQ(0U, client.end(request));
-    EXPECT_EQ(401U, client.status(request));
-    EXPECT_EQ("shut", client.body(request));
-}
-
 TEST(InetAccounts, AnAccountAnswersTheChallengeOnceAndRepeatsTheBody) {
     test_server server;
     inet_client client(os::inet(), server.port());
@@ -96,6 +84,68 @@ TEST(InetAccounts, AnAccountAnswersTheChallengeOnceAndRepeatsTheBody) {
         << "sent is told once";
 }
 
+// Below the folder that it opened, with the same account, and until it is refused.
+TEST(InetAccounts, AnAccountThatWasTakenComesAlongWithoutAChallenge) {
+    test_server server;
+    inet_client client(os::inet(), server.port());
+    set_account(client.connection, os::inet_credentials::server, TESSEL_W("me"), TESSEL_W("secret"));
+    server_connection peer;
+    const auto ask = [&](const wchar* object, bool brings_it, bool is_let_in) {
+        SCOPED_TRACE(testing::Message() << "let in " << is_let_in << ", brings it " << brings_it);
+        const auto request = client.request(TESSEL_W("GET"), object);
+        client.net.send(request, {}, nullptr, 0, os::inet_send_mode::whole, client.log.context());
+        if (!peer.is_open()) {
+            peer = server.accept();
+        }
+        const auto has_account = HasSubstr("Authorization: Basic bWU6c2VjcmV0\r\n");
+        if (!brings_it) {
+            EXPECT_THAT(peer.read_request(), Not(HasSubstr("Authorization")));
+            peer.send(k_challenge);
+        }
+        EXPECT_THAT(peer.read_request(), has_account);
+        is_let_in ? peer.answer("open") : peer.send(k_challenge);
+        EXPECT_EQ(0U, client.log.wait().error);
+        EXPECT_EQ(is_let_in ? 200U : 401U, client.status(request));
+        EXPECT_EQ(is_let_in ? "open" : "shut", client.body(request));
+    };
+    ask(TESSEL_W("/vault/a?/x/"), false, true);
+    ask(TESSEL_W("/vault/b/c"), true, true);
+    ask(TESSEL_W("/vault"), false, true);
+    set_account(client.connection, os::inet_credentials::server, TESSEL_W("me"), TESSEL_W("secret"));
+    ask(TESSEL_W("/vault/d"), true, false);
+    ask(TESSEL_W("/vault/d"), false, true);
+    set_account(client.connection, os::inet_credentials::server, TESSEL_W("me"), TESSEL_W("other"));
+    const auto request = client.request(TESSEL_W("GET"), TESSEL_W("/vault/d"));
+    client.net.send(request, {}, nullptr, 0, os::inet_send_mode::begin, client.log.context());
+    EXPECT_THAT(peer.read_request(), Not(HasSubstr("Authorization"))) << "another account";
+}
+
+// NTLM: three messages on one connection, which is logged in from then on.
+TEST(InetAccounts, AConnectionThatIsLoggedInServesLaterRequests) {
+    test_server server;
+    inet_client client(os::inet(), server.port());
+    set_account(client.connection, os::inet_credentials::server, TESSEL_W("me"), TESSEL_W("secret"));
+    const auto request = client.request();
+    client.net.send(request, {}, nullptr, 0, os::inet_send_mode::whole, client.log.context());
+    auto peer = server.accept();
+    peer.read_request();
+    const std::string refusal = "HTTP/1.1 401 No\r\nContent-Length: 0\r\nWWW-Authenticate: NTLM";
+    peer.send(refusal + "\r\nWWW-Authenticate: Basic realm=\"weaker\"\r\n\r\n");
+    EXPECT_THAT(peer.read_request(), HasSubstr("Authorization: NTLM TlRMTVNTUAAB"));
+    peer.send(refusal + " TlRMTVNTUAACAAAAAAAAADAAAAAFAgAAMTIzNDU2NzgAAAAAAAAAAAAAAAAwAAAA\r\n\r\n");
+    EXPECT_THAT(peer.read_request(), HasSubstr("Authorization: NTLM TlRMTVNTUAAD"));
+    peer.answer("open");
+    EXPECT_EQ(0U, client.log.wait().error);
+    EXPECT_EQ("open", client.body(request));
+    const auto later = client.request();
+    client.net.send(later, {}, nullptr, 0, os::inet_send_mode::whole, client.log.context());
+    EXPECT_THAT(peer.read_request(), Not(HasSubstr("Basic")));
+    peer.answer("still");
+    EXPECT_EQ(0U, client.log.wait().error);
+    EXPECT_EQ("still", client.body(later));
+    EXPECT_FALSE(server.has_client());
+}
+
 TEST(InetAccounts, ProxiesGetWholeAddressesAndTheirOwnAccount) {
     test_server server;
     proxied through(server);
@@ -110,6 +160,11 @@ TEST(InetAccounts, ProxiesGetWholeAddressesAndTheirOwnAccount) {
     std::uint32_t status = 0;
     EXPECT_TRUE(os::inet().query_number(request, os::k_query_status_code, status).ok());
     EXPECT_EQ(200U, status);
+    through.whole(0);
+    EXPECT_THAT(peer.read_request(), HasSubstr("Proxy-Authorization: Basic cDp3\r\n"))
+        << "without a challenge";
+    peer.answer("in");
+    EXPECT_EQ(0U, through.log.wait().error);
 }
 
 // A proxy that refuses to connect to a secure server answers with a status: the caller has to see it.

@@ -251,18 +251,6 @@ TEST(InetFault, TunnelsThatAProxyDoesNotOpenEndTheRequest) {
     }
 }
 
-TEST(InetFault, RefusedConnectionsFailTheSend) {
-    test_server server;
-    server.stop_listening();
-    inet_client client(os::inet(), server.port());
-    const auto request = client.request();
-    ASSERT_TRUE(
-        client.net.send(request, {}, nullptr, 0, os::inet_send_mode::begin, client.log.context()).pending());
-    EXPECT_EQ(12029U, client.log.wait().error);
-    EXPECT_EQ(12017U, client.end(request)) << "an end after a failed send";
-    EXPECT_THAT(client.log.codes(), ElementsAre(60, 10, 11, 20, 100, 100));
-}
-
 TEST(InetFault, NamesThatAreNoneFailTheSend) {
     for (const wchar* const host :
          {TESSEL_W("a b"), TESSEL_W("user@host"), TESSEL_W("h/path"), TESSEL_W("a\u0001b")}) {

@@ -192,18 +192,6 @@ TEST_F(InetScripted, IgnoresEventsOfAnExchangeThatASecondSendReplaced) {
     EXPECT_EQ(TESSEL_W("New"), m_client.text(request, os::k_query_status_text));
 }
 
-TEST_F(InetScripted, TellsTheStagesOnceAndInOrder) {
-    begun(m_client.request());
-    auto& exchange = m_network.last();
-    exchange.stage(transfer_stage::resolving);
-    exchange.stage(transfer_stage::connecting);
-    exchange.stage(transfer_stage::connected);
-    exchange.sent();
-    exchange.headers("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n");
-    exchange.end();
-    EXPECT_THAT(m_client.log.codes(), ElementsAre(60, 10, 11, 20, 21, 30, 31, 100));
-}
-
 TEST_F(InetScripted, TellsARefusedCertificateAsAConnectionThatWasClosed) {
     begun(m_client.request());
     m_network.last().stage(transfer_stage::connecting);
@@ -221,16 +209,6 @@ TEST_F(InetScripted, EndsAtOnceOnTheCallersThreadWhenTheResponseIsThere) {
     EXPECT_TRUE(m_service->end(request, m_client.log.context()).pending());
     EXPECT_THAT(m_client.log.codes(), ElementsAre(40, 41, 100));
     EXPECT_TRUE(m_network.woken.empty());
-}
-
-TEST_F(InetScripted, FailsTheSendWithoutAServiceThread) {
-    m_network.refuses = true;
-    const auto request = m_client.request();
-    EXPECT_EQ(
-        12047U,
-        m_service->send(request, {}, nullptr, 0, os::inet_send_mode::begin, m_client.log.context()).error);
-    m_network.refuses = false;
-    begun(request);  // nothing is left pending
 }
 
 TEST_F(InetScripted, HoldsAFullWindowBackUntilHalfOfItIsRead) {

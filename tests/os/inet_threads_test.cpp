@@ -88,6 +88,11 @@ TEST(InetThreads, ALookUpThatHangsHoldsNothingUp) {
     EXPECT_TRUE(slow.net.close(hanging).ok());  // and closing doesn't wait for it
     EXPECT_EQ(12017U, slow.log.wait().error);
     EXPECT_THAT(slow.log.codes(), testing::ElementsAre(60, 10, 100, 70));
+    inet_client impatient(os::inet(), 1, TESSEL_W("slower.test"));
+    impatient.net.set_timeout(impatient.connection, os::inet_timeout::connect, 100);
+    impatient.net.send(impatient.request(), {}, nullptr, 0, os::inet_send_mode::begin,
+                       impatient.log.context());
+    EXPECT_EQ(12002U, impatient.log.wait().error) << "its time-out covers the look-up";
     const auto again = slow.request();
     slow.net.send(again, {}, nullptr, 0, os::inet_send_mode::begin, slow.log.context());
     gate().open();
@@ -95,16 +100,6 @@ TEST(InetThreads, ALookUpThatHangsHoldsNothingUp) {
     peer = server.accept();
     EXPECT_NE(std::string::npos, peer.read_request().find("Host: slow.test:"));
     EXPECT_FALSE(server.has_client()) << "the closed request did not connect";
-}
-
-TEST(InetThreads, TheConnectTimeOutCoversTheLookUp) {
-    gate().shut();
-    inet_client slow(os::inet(), 1, TESSEL_W("slower.test"));
-    slow.net.set_timeout(slow.connection, os::inet_timeout::connect, 100);
-    const auto hanging = slow.request();
-    slow.net.send(hanging, {}, nullptr, 0, os::inet_send_mode::begin, slow.log.context());
-    EXPECT_EQ(12002U, slow.log.wait().error);
-    gate().open();
 }
 
 constexpr bool k_synchronous = false;
@@ -127,37 +122,6 @@ TEST(InetThreads, ASynchronousCallIsClosedInsideItsLookUp) {
     peer.answer("");
     EXPECT_EQ(0U, beside.get());
     gate().open();
-}
-
-TEST(InetThreads, RequestsBeyondTheLimitWaitInOrder) {
-    test_server server;
-    std::vector<std::unique_ptr<notice_log>> logs;
-    inet_client client(os::inet(), server.port());
-    client.net.set_connection_limit(2);
-    std::vector<os::inet_handle> requests;
-    for (int i = 0; i < 5; ++i) {
-        logs.push_back(std::make_unique<notice_log>());
-        const kro::tessel::wide_string object{TESSEL_W('/'), static_cast<wchar>(TESSEL_W('0') + i)};
-        requests.push_back(client.net.open_request(client.connection, {}, object, 0, logs.back()->context()));
-        client.net.send(requests.back(), {}, nullptr, 0, os::inet_send_mode::whole, logs.back()->context());
-    }
-    server_connection peers[2] = {server.accept(), server.accept()};
-    const auto serve = [&](server_connection& peer, char expected) {
-        EXPECT_EQ(expected, peer.read_request().at(5));
-        peer.answer("");
-    };
-    client.net.close(requests[2]);  // one that waits
-    EXPECT_EQ(12017U, logs[2]->wait().error);
-    serve(peers[0], '0');
-    EXPECT_EQ(0U, logs[0]->wait().error);
-    serve(peers[0], '3');
-    EXPECT_EQ(0U, logs[3]->wait().error);
-    serve(peers[0], '4');
-    EXPECT_EQ(0U, logs[4]->wait().error);
-    serve(peers[1], '1');
-    EXPECT_EQ(0U, logs[1]->wait().error);
-    EXPECT_FALSE(server.has_client());
-    client.net.set_connection_limit(6);
 }
 
 double service_seconds() {

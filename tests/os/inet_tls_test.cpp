@@ -211,16 +211,5 @@ TEST(InetTls, KeepsLenientConnectionsFromStrictRequests) {
     EXPECT_EQ(0U, send_secure(*server, k_dates | k_name, client));
 }
 
-TEST(InetTls, TellsAServerThatTalksNoTls) {
-    test_server server;
-    inet_client client(os::inet(), server.port());
-    const auto request = client.request(TESSEL_W("GET"), TESSEL_W("/"), os::k_request_secure);
-    client.net.send(request, {}, nullptr, 0, os::inet_send_mode::begin, client.log.context());
-    auto peer = server.accept();
-    peer.read_bytes(10);
-    peer.send("HTTP/1.1 400 Bad Request\r\n\r\n");
-    EXPECT_EQ(12157U, client.log.wait().error);
-}
-
 }  // namespace
 }  // namespace tessel_test

@@ -2,6 +2,7 @@
 
 #include "os/inet.h"
 #include "os/linux/inet_errors.h"
+#include "os/linux/transfer_logins.h"
 
 #include <arpa/inet.h>
 #include <openssl/ssl.h>
@@ -213,18 +214,43 @@ void curl_exchange::set_headers(std::string& lines) {
 }
 
 void curl_exchange::set_accounts(const transfer_request& request) {
-    const auto any = static_cast<long>(CURLAUTH_ANY);
+    const auto scheme = [](bool is_known) {
+        return static_cast<long>(is_known ? CURLAUTH_BASIC : CURLAUTH_ANY);
+    };
     if (request.server.given()) {
         m_reusable = false;
-        set(m_easy, CURLOPT_HTTPAUTH, any);
+        set(m_easy, CURLOPT_HTTPAUTH, scheme(known_logins().knows(server_place(request), request.server)));
         set(m_easy, CURLOPT_USERNAME, request.server.user.c_str());
         set(m_easy, CURLOPT_PASSWORD, request.server.password.c_str());
     }
     if (request.proxy_account.given() && !request.proxy.empty()) {
         m_reusable = false;
-        set(m_easy, CURLOPT_PROXYAUTH, any);
+        set(m_easy, CURLOPT_PROXYAUTH,
+            scheme(known_logins().knows(proxy_place(request), request.proxy_account)));
         set(m_easy, CURLOPT_PROXYUSERNAME, request.proxy_account.user.c_str());
         set(m_easy, CURLOPT_PROXYPASSWORD, request.proxy_account.password.c_str());
+    }
+}
+
+// An account was taken in plain if nothing else was offered and the response isn't another challenge.
+void curl_exchange::note_login(std::string_view where, const transfer_credentials& account, CURLINFO offered,
+                               bool is_challenge) {
+    long schemes = 0;
+    curl_easy_getinfo(m_easy, offered, &schemes);
+    if (is_challenge) {
+        known_logins().refused(where, account);
+    } else if (schemes == static_cast<long>(CURLAUTH_BASIC)) {
+        known_logins().taken(where, account);
+    }
+}
+
+void curl_exchange::note_logins(int status) {
+    const transfer_request& request = m_transfer->request;
+    if (request.server.given()) {
+        note_login(server_place(request), request.server, CURLINFO_HTTPAUTH_AVAIL, status == 401);
+    }
+    if (request.proxy_account.given() && !request.proxy.empty()) {
+        note_login(proxy_place(request), request.proxy_account, CURLINFO_PROXYAUTH_AVAIL, status == 407);
     }
 }
 
@@ -267,6 +293,7 @@ void curl_exchange::report_headers() {
     m_headers_told = true;
     m_in_block = false;
     begin_wait(wait::receiving);
+    note_logins(status_of(m_block));
     if (m_transfer->sink != nullptr) {
         m_transfer->sink->on_headers(m_transfer->request.tag, std::move(m_block));
         m_host.told(*m_transfer);

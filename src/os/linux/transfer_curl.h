@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kro::tessel::os {
@@ -117,6 +118,9 @@ private:
     void set_request(const transfer_request& request);
     void set_headers(std::string& lines);
     void set_accounts(const transfer_request& request);
+    void note_logins(int status);
+    void note_login(std::string_view where, const transfer_credentials& account, CURLINFO offered,
+                    bool is_challenge);
     void set_text_option(CURLoption option, std::string& in_force, const std::string& wanted);
     void begin_wait(wait what) noexcept;
     bool header_line(std::string_view line);
