@@ -12,6 +12,7 @@
 #include <tessel/http/engine.h>
 #include <tessel/http/http_client.h>
 #include <tessel/http/http_session.h>
+#include <tessel/http/lum_http_client.h>
 #include <tessel/http/method.h>
 #include <tessel/http/proxy_info.h>
 #include <tessel/http/response.h>
