@@ -1,7 +1,9 @@
-// Watching and ending synchronous transfers: how far one has come, and a flag that ends it from another
-// thread. Extensions: a session works without them, and one that sets neither pays nothing for them.
+// Watching and ending synchronous transfers: how far one has come, what arrives before it is complete, and a
+// flag that ends it from another thread. Extensions: a session works without them, and one that sets neither
+// pays nothing for them.
 #pragma once
 
+#include <tessel/base/string.h>
 #include <tessel/base/types.h>
 
 #include <cstdint>
@@ -49,12 +51,24 @@ struct transfer_progress {
     std::uint64_t total = k_unknown;  ///< bytes of the whole body, k_unknown when nobody says how many
 };
 
+/// What a response begins with.
+struct response_head {
+    std::uint32_t status = 0;
+    CTString lines;  ///< the status line and the headers, each with CR LF behind it
+};
+
 /// What goes with a session's transfers.
 struct transfer_watch {
     /// Told on the thread that runs the transfer whenever bytes have moved, so it should return soon. The
     /// count begins anew when a body is sent or received again. When it throws, the transfer ends with
     /// 1359 (8 for std::bad_alloc). May be empty.
     std::function<void(const transfer_progress&)> progress;
+    /// Told of the response whose body comes next; not of those that lead to another try, as for a login.
+    /// May be empty. Exceptions as in `progress`.
+    std::function<void(const response_head&)> head;
+    /// Takes the body piece by piece, as it arrives and not decoded; the session's response then has none.
+    /// May be empty: the response holds the body. Exceptions as in `progress`.
+    std::function<void(const void* data, std::uint32_t size)> body;
     cancel_flag cancel;
 };
 
