@@ -2,6 +2,7 @@
 
 #include "os/inet.h"
 
+#include "platform/exception_boundary.h"
 #include "tessel/http/http_client.h"
 #include "tessel/platform/last_error.h"
 
@@ -9,13 +10,11 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 
 namespace kro::tessel::http {
 namespace {
 
 constexpr std::uint32_t k_error_invalid_data = 13;
-constexpr std::uint32_t k_error_internal = 1359;
 
 constexpr std::size_t k_zeros_behind = 2;  // text ends in a zero unit wherever its data end
 
@@ -77,6 +76,17 @@ bool http_session::check_input_data() const {
     return !m_url.empty() && (m_sync || m_sink != nullptr);
 }
 
+std::uint32_t http_session::run_as_set() {
+    switch (m_action) {
+        case action_upload:
+            return runUpload();
+        case action_download:
+            return runDownload();
+        default:
+            return run();
+    }
+}
+
 bool http_session::invoke() {
     m_response.reset();
     if (!check_input_data()) {
@@ -86,27 +96,17 @@ bool http_session::invoke() {
         return false;
     }
     std::uint32_t error = 0;
-    try {
-        switch (m_action) {
-            case action_upload:
-                error = runUpload();
-                break;
-            case action_download:
-                error = runDownload();
-                break;
-            default:
-                error = run();
-        }
-    } catch (const std::bad_alloc&) {
-        error = os::k_error_not_enough_memory;
-    } catch (...) {
-        error = k_error_internal;
-    }
+    const std::uint32_t thrown = exception::number_of([&] { error = run_as_set(); });
+    error = thrown != 0 ? thrown : error;
     return error == 0 || refused(error);
 }
 
 const http_response* http_session::get_response(unsigned long) const {
     return m_response.get_status_code() != 0 ? &m_response : nullptr;
+}
+
+void http_session::set_watch(const transfer_watch& watch) {
+    m_watch = std::make_shared<const transfer_watch>(watch);
 }
 
 std::uint32_t http_session::reserved1() {

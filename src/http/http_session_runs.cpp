@@ -1,23 +1,41 @@
-#include "os/inet.h"
-
+// The three runs of a session.
+#include "http/session_transfer.h"
+#include "tessel/base/trace.h"
 #include "tessel/http/http_session.h"
 
 namespace kro::tessel::http {
 
+using form = session_transfer::form;
+using pace = body_receiver::pace;
+
 std::uint32_t http_session::run() {
-    return os::k_error_inet_invalid_operation;
+    const trace_scope scope(TESSEL_W("http_session::run()"));
+    session_transfer transfer(*this);
+    return transfer.perform([&transfer] {
+        transfer.open_as_set();
+        transfer.send_until_settled(form::run);
+        transfer.receive(pace::by_chunk);
+    });
 }
 
 std::uint32_t http_session::runUpload() {
-    return os::k_error_inet_invalid_operation;
+    const trace_scope scope(TESSEL_W("http_session::runUpload()"));
+    session_transfer transfer(*this);
+    return transfer.perform([&transfer] {
+        transfer.open_for_large_body();
+        transfer.send_until_settled(form::upload);
+        transfer.receive(pace::as_it_comes);
+    });
 }
 
 std::uint32_t http_session::runDownload() {
-    return os::k_error_inet_invalid_operation;
-}
-
-void http_session::set_watch(const transfer_watch& watch) {
-    m_watch = std::make_shared<const transfer_watch>(watch);
+    const trace_scope scope(TESSEL_W("http_session::runDownload()"));
+    session_transfer transfer(*this);
+    return transfer.perform([&transfer] {
+        transfer.open_for_large_body();
+        transfer.send_regardless(form::bare);
+        transfer.receive_regardless(pace::as_it_comes);
+    });
 }
 
 }  // namespace kro::tessel::http

@@ -140,6 +140,7 @@ private:
         void* data = nullptr;  ///< from malloc, with two zero bytes behind the data
         std::uint32_t len = 0;
     };
+    std::uint32_t run_as_set();
     static bool store(byte_buffer& buffer, const void* data, std::uint32_t len);
 
     CTString m_url;
