@@ -56,6 +56,7 @@ std::uint32_t session_transfer::perform(const std::function<void()>& steps) {
         error = os::k_error_inet_operation_cancelled;
     }
     close_all();
+    set_last_error(error);  // for the sink
     if (m_session.m_sink != nullptr) {
         const std::uint32_t thrown = exception::number_of([this] {
             m_session.m_sink->on_completed(&m_session, m_session.get_action_data(), &m_session.m_response);
@@ -151,11 +152,17 @@ std::optional<std::uint32_t> session_transfer::announced_length() const {
 }
 
 std::uint32_t session_transfer::receive_into_response(body_receiver::pace how) {
+    tell_head();
     const std::optional<std::uint32_t> length = announced_length();
     std::function<void(std::uint64_t)> on_bytes;
     if (is_watched()) {
         const std::uint64_t total = length ? *length : transfer_progress::k_unknown;
         on_bytes = [this, total](std::uint64_t done) { report(transfer_download, done, total); };
+    }
+    if (m_session.m_watch != nullptr && m_session.m_watch->body) {
+        const std::uint32_t error = hand_body_on(on_bytes);
+        throw_if_ended();
+        return error;
     }
     body_receiver body(m_request, length, how, on_bytes);
     const std::uint32_t error = body.receive();
@@ -171,7 +178,7 @@ void session_transfer::receive(body_receiver::pace how) {
     if (error != 0) {
         throw internal_errno_exception(error);
     }
-    if (m_session.m_auto_decode_gzip) {
+    if (m_session.m_auto_decode_gzip && m_received != nullptr) {
         decode();
     }
 }

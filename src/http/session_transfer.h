@@ -80,6 +80,10 @@ private:
     std::uint32_t receive_into_response(body_receiver::pace how);
     void decode();
 
+    // For the watch (session_delivery.cpp).
+    void tell_head() const;
+    std::uint32_t hand_body_on(const std::function<void(std::uint64_t)>& on_bytes) const;
+
     // Watching.
     bool is_watched() const noexcept { return m_session.m_watch != nullptr && m_session.m_watch->progress; }
     bool is_cancelled() const noexcept {

@@ -68,9 +68,6 @@ transfer_result transfer::run() {
         static_cast<unsigned long>(m_request.body.size()), headers.empty() ? nullptr : headers.data(),
         static_cast<unsigned long>(headers.size() * sizeof(wchar)), flags));
     m_bar.clear();
-    if (!m_result.attempts.empty()) {
-        m_result.attempts.back().error = m_result.error;
-    }
     m_result.took =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
     if (m_result.error != 0) {
@@ -84,15 +81,9 @@ const http::_buffer_content* transfer::content() {
     return m_response == nullptr ? nullptr : m_response->get_buffer_content();
 }
 
-void transfer::on_send_data_error(http::http_session* session, void* handle, unsigned long error,
-                                  http::error_resolvent& resolvent) {
-    m_error_of_route = static_cast<std::uint32_t>(error);
-    CLumHttpClient::on_send_data_error(session, handle, error, resolvent);
-}
-
 void transfer::on_completed(http::http_session* session, unsigned long /*action*/,
                             const http::http_response* response) {
-    const std::uint32_t error = std::exchange(m_error_of_route, 0);
+    const auto error = static_cast<std::uint32_t>(kro::tessel::get_last_error());
     if (m_is_over) {
         return;  // nothing is sent by the routes behind the one that was stopped
     }

@@ -56,8 +56,6 @@ public:
     /// The body that was kept; null for none.
     const kro::tessel::http::_buffer_content* content();
 
-    void on_send_data_error(kro::tessel::http::http_session* session, void* handle, unsigned long error,
-                            kro::tessel::http::error_resolvent& resolvent) override;
     void on_completed(kro::tessel::http::http_session* session, unsigned long action,
                       const kro::tessel::http::http_response* response) override;
 
@@ -71,7 +69,6 @@ private:
     transfer_bar m_bar;
     std::function<void()> m_moved;
     transfer_result m_result;
-    std::uint32_t m_error_of_route = 0;
     bool m_is_over = false;
     const kro::tessel::http::http_response* m_response = nullptr;
 };
