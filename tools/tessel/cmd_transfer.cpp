@@ -55,13 +55,13 @@ int fetch(const transfer_options& options) {
     return complain_about(request, result);
 }
 
-std::string trouble_of(const download& fetched, const std::string& file) {
-    std::string text = fetched.trouble();
-    if (fetched.bytes() != 0 && (!text.empty() || fetched.result().error != 0)) {
+int complain_about_download(const download& fetched, const std::string& file) {
+    const int code = complain_about(fetched.request(), fetched.result(), fetched.trouble());
+    if (fetched.bytes() != 0) {
         fmt::print(stderr, "tessel: {}.part holds {} bytes; the same command goes on from there\n", file,
                    fetched.bytes());
     }
-    return text;
+    return code;
 }
 
 int download_file(const transfer_options& options) {
@@ -72,8 +72,7 @@ int download_file(const transfer_options& options) {
     download fetched(request_of(options), options.file, !options.resumes);
     fetched.run();
     const transfer_result& result = fetched.result();
-    const std::string trouble = trouble_of(fetched, options.file);
-    const int code = fetched.is_good() ? exit_ok : complain_about(fetched.request(), result, trouble);
+    const int code = fetched.is_good() ? exit_ok : complain_about_download(fetched, options.file);
     if (options.json) {
         auto line = json_of(fetched.request(), result, fetched.bytes());
         line["resumed"] = fetched.resumed();

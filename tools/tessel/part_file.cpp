@@ -2,6 +2,7 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -19,10 +20,23 @@ void remove_quietly(const std::string& file) {
     fs::remove(file, ignored);
 }
 
+// What stands in a file for anybody to read.
+std::string without_login(const std::string& url) {
+    const std::size_t host = url.find("//");
+    const std::size_t path = url.find('/', std::min(host, url.size() - 2) + 2);
+    const std::size_t login = url.rfind('@', path);
+    return host == std::string::npos || login == std::string::npos || login < host
+               ? url
+               : url.substr(0, host + 2) + url.substr(login + 1);
+}
+
 }  // namespace
 
-part_file::part_file(std::string file, std::string url)
-    : m_file(std::move(file)), m_part(m_file + ".part"), m_origin(m_part + ".from"), m_url(std::move(url)) {
+part_file::part_file(std::string file, const std::string& url)
+    : m_file(std::move(file)),
+      m_part(m_file + ".part"),
+      m_origin(m_part + ".from"),
+      m_url(without_login(url)) {
     read_origin();
 }
 

@@ -13,7 +13,7 @@ namespace command {
 class part_file {
 public:
     /// url: of what is to be downloaded. A part of another one isn't gone on with.
-    part_file(std::string file, std::string url);
+    part_file(std::string file, const std::string& url);
 
     /// Bytes that an earlier run has left; 0 when there is nothing to go on with.
     std::uint64_t left_over() const { return m_left_over; }
