@@ -94,8 +94,9 @@ public:
             body.data = body.own.get();
             body.capacity = body_bytes;
             curl_easy_setopt(m_easy, CURLOPT_WRITEDATA, &body);
-            if (curl_easy_perform(m_easy) != CURLE_OK || body.size != body_bytes) {
-                std::fprintf(stderr, "libcurl: transfer failed\n");
+                    const CURLcode code = curl_easy_perform(m_easy);
+            if (code != CURLE_OK || body.size != body_bytes) {
+                std::fprintf(stderr, "libcurl: transfer failed: %s\n", curl_easy_strerror(code));
                 std::exit(1);
             }
         }

@@ -133,7 +133,8 @@ private:
             one.chunked = true;
             one.out += "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
         } else {
-            one.out += "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\nContent-Length: 100\r\n\r\n";
+            one.out += "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\nContent-Length: 100\r\n";
+            one.out += one.closes ? "Connection: close\r\n\r\n" : "\r\n";
             one.out.append(m_fill, 0, 100);
         }
     }
