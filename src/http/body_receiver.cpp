@@ -8,9 +8,9 @@
 namespace kro::tessel::http {
 namespace {
 
-// Bytes of one read into the chunk of a known length. Large, so that most go from the network straight to
-// their place, and small enough that progress is told of in time.
-constexpr std::uint32_t k_slice = 256U << 10U;
+// Most bytes of one read while somebody watches. Others are as large as their chunk, so that the bytes go from
+// the network straight to their place.
+constexpr std::uint32_t k_watched_read = 256U << 10U;
 
 }  // namespace
 
@@ -34,6 +34,7 @@ body_receiver::~body_receiver() {
 }
 
 std::uint32_t body_receiver::receive() {
+    const std::uint32_t most = m_on_bytes ? k_watched_read : UINT32_MAX;
     for (;;) {
         if (!has_room()) {
             const std::uint32_t error = make_room();
@@ -43,7 +44,7 @@ std::uint32_t body_receiver::receive() {
         }
         auto* const place = static_cast<unsigned char*>(m_filled->data) + m_used;
         const os::inet_read_status read =
-            os::inet().read(m_request, place, std::min(m_room - m_used, k_slice), 0);
+            os::inet().read(m_request, place, std::min(m_room - m_used, most), 0);
         if (read.bytes != 0) {
             count(read.bytes);
         }
