@@ -127,7 +127,8 @@ private:
     void answer(peer& one, const std::string& line) {
         if (line.compare(0, 11, "GET /known/") == 0) {
             one.body_left = std::stoull(line.substr(11));
-            one.out += "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(one.body_left) + "\r\n\r\n";
+            one.out += "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(one.body_left) +
+                       (one.closes ? "\r\nConnection: close\r\n\r\n" : "\r\n\r\n");
         } else if (line.compare(0, 13, "GET /chunked/") == 0) {
             one.body_left = std::stoull(line.substr(13));
             one.chunked = true;
