@@ -167,8 +167,7 @@ void CLumHttpClient::on_response_error(http_session* session, void* /*request*/,
         session->is_preconfig()) {
         return;
     }
-    const proxy_info route = session->get_proxy_info();
-    if (route.server.empty()) {
+    if (session->get_proxy_info().server.empty()) {
         resolvent = failed;
     }
 }

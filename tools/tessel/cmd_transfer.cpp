@@ -116,7 +116,8 @@ void add_common_options(CLI::App& verb, transfer_options& options) {
     verb.add_option("-H,--header", options.headers, "a header line, may be repeated")
         ->allow_extra_args(false);
     verb.add_option("--timeout", options.request.timeout, "give up after so many seconds without a byte")
-        ->check(CLI::Range(std::uint32_t{1}, k_longest_timeout));
+        ->check(CLI::Range(std::uint32_t{1}, k_longest_timeout))
+        ->capture_default_str();
     verb.add_flag("--json", options.json, "the outcome as a line of JSON");
     verb.add_flag("--trace", options.trace, "every step on standard error, passwords of proxies included");
 }

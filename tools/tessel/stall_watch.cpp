@@ -5,11 +5,7 @@
 namespace command {
 
 stall_watch::stall_watch(std::chrono::seconds limit, std::function<void()> on_stall)
-    : m_limit(limit), m_on_stall(std::move(on_stall)) {
-    if (m_limit.count() != 0) {
-        m_thread = std::thread([this] { watch(); });
-    }
-}
+    : m_limit(limit), m_on_stall(std::move(on_stall)), m_thread([this] { watch(); }) {}
 
 stall_watch::~stall_watch() {
     {
@@ -17,9 +13,7 @@ stall_watch::~stall_watch() {
         m_ended = true;
     }
     m_ended_or_not.notify_one();
-    if (m_thread.joinable()) {
-        m_thread.join();
-    }
+    m_thread.join();
 }
 
 void stall_watch::moved() {

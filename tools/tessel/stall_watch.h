@@ -11,7 +11,7 @@ namespace command {
 
 class stall_watch {
 public:
-    /// limit: 0 for none. on_stall: called once at most, on a thread of its own.
+    /// on_stall: called once at most, on a thread of its own.
     stall_watch(std::chrono::seconds limit, std::function<void()> on_stall);
     stall_watch(const stall_watch&) = delete;
     stall_watch& operator=(const stall_watch&) = delete;

@@ -20,10 +20,10 @@ struct transfer_request {
     std::string url;
     std::string headers;  ///< lines separated by CR LF
     std::string body;
-    bool gzip = false;          ///< ask for a compressed body, and decompress it
-    std::uint32_t timeout = 0;  ///< seconds without a byte after which it is given up; 0: the library's own
-    bool shows_upload = false;  ///< which direction the bar shows
-    std::uint64_t resumed = 0;  ///< bytes that are there already, for the bar
+    bool gzip = false;            ///< ask for a compressed body, and decompress it
+    std::uint32_t timeout = 300;  ///< seconds without a byte after which it is given up
+    bool shows_upload = false;    ///< which direction the bar shows
+    std::uint64_t resumed = 0;    ///< bytes that are there already, for the bar
 };
 
 struct route_attempt {

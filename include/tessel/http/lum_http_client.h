@@ -131,6 +131,10 @@ public:
 private:
     class response_view final : public ILumHttpResponse {
     public:
+        response_view() = default;
+        response_view(const response_view&) = default;
+        response_view& operator=(const response_view&) = default;
+        virtual ~response_view() = default;
         unsigned short GetStatusCode() const override;
         CTString GetContent() const override;
         unsigned long GetRawContent(void* buffer, unsigned long* size) const override;
