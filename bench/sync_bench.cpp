@@ -8,7 +8,6 @@
 #include "support/curl_client.h"
 #include "support/measuring.h"
 #include "tessel/tessel.h"
-#include "os/inet.h"
 
 #include <curl/curl.h>
 
@@ -134,33 +133,8 @@ void compare_downloads(const settings& how) {
     const std::string url = server_url(how) + "/small";
     session_client ours(url, http::http_session::action_download);
     easy_client easy(url, k_bare_headers);
-    auto& net = os::inet();
-    const auto bare = [&](std::uint32_t access, bool each) {
-        os::inet_handle s = nullptr, c = nullptr;
-        for (int i = 0; i < how.requests; ++i) {
-            if (s == nullptr || each) {
-                s = net.open(access, {}, {}, TESSEL_W("Mozilla/4.0 (compatible; MSIE 6.0; Win32)"), false);
-                c = net.connect(s, TESSEL_W("127.0.0.1"), how.port, {}, {}, 0);
-            }
-            auto r = net.open_request(c, TESSEL_W("GET"), TESSEL_W("/small"), 0x8400C000U, 0);
-            net.send(r, {}, nullptr, 0, os::inet_send_mode::whole, 0);
-            std::uint32_t n = 0;
-            net.query_number(r, os::k_query_status_code, n);
-            net.query_number(r, os::k_query_content_length, n);
-            char buf[200];
-            if (net.read(r, buf, 100, 0).bytes != 100) std::abort();
-            if (net.available(r).bytes != 0) std::abort();
-            net.close(r);
-            if (each) { net.close(c); net.close(s); }
-        }
-        if (!each) net.close(s);
-    };
-    if (const char* only = std::getenv("ONLY")) { if (*only == 49) ours.run(how.requests, 100); else if (*only == 50) easy.run(how.requests, 100); return; }
     compare(how, "download", how.requests, "req",
             {{"session", [&] { ours.run(how.requests, 100); }, {}, {}},
-             {"seam, one session", [&] { bare(1, false); }, {}, {}},
-             {"seam, session each", [&] { bare(1, true); }, {}, {}},
-             {"seam, preconf each", [&] { bare(0, true); }, {}, {}},
              {"easy, reused", [&] { easy.run(how.requests, 100); }, {}, {}}});
 }
 
