@@ -86,12 +86,20 @@ void session_transfer::open_for_large_body() {
     }
 }
 
+const _url_components& session_transfer::url_parts() {
+    if (m_session.m_cracked_url.empty() || m_session.m_cracked_url != m_session.m_url) {
+        m_session.m_cracked_url.clear();
+        if (!crack_url(m_session.m_url, m_session.m_components)) {
+            fail_with_last_error();
+        }
+        m_session.m_cracked_url = m_session.m_url;
+    }
+    return m_session.m_components;
+}
+
 void session_transfer::open(std::uint32_t access, wide_view proxy, wide_view agent) {
     os::inet_service& net = os::inet();
-    _url_components& parts = m_session.m_components;
-    if (!crack_url(m_session.m_url, parts)) {
-        fail_with_last_error();
-    }
+    const _url_components& parts = url_parts();
     const bool is_system = access == os::k_access_preconfigured;
     m_internet = net.open(access, proxy, is_system ? k_local_names : wide_view(), agent, false);
     if (m_internet == nullptr) {

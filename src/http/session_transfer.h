@@ -62,6 +62,7 @@ private:
     };
 
     void open(std::uint32_t access, std::basic_string_view<wchar> proxy, std::basic_string_view<wchar> agent);
+    const _url_components& url_parts();
     void set_proxy_account();
     void close_all() noexcept;
     void close_request() noexcept;

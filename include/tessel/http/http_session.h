@@ -159,6 +159,7 @@ private:
     bool m_raw_data = false;
     ACTION_TYPE m_action = action_run;
     CTString m_agent;
+    CTString m_cracked_url;  // what m_components are of; empty for nothing
     std::shared_ptr<const transfer_watch> m_watch;
 };
 
