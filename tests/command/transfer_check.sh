@@ -72,10 +72,9 @@ nothing_left() {
 # begin_download URL ARGUMENT...: runs it in the background until a part of the file is there; its process is $running.
 begin_download() {
     rm -f "$got"
-    set -m # else the shell makes its background processes deaf to interrupts
-    "$tessel" download "$@" "$got" > "$work/out" 2> "$work/err" &
+    # The shell makes its background processes deaf to interrupts.
+    env --default-signal=INT "$tessel" download "$@" "$got" > "$work/out" 2> "$work/err" &
     running=$!
-    set +m
     until [ -s "$got.part" ] || ! kill -0 "$running"; do :; done
 }
 ends_with() {
