@@ -165,7 +165,7 @@ done
 
 # A server that goes away in the middle, and comes back.
 begin_download "$site/slow/file.bin"
-stop_nginx "$work"
+(stop_nginx "$work") # a shell of its own: this one waits for a process already
 ends_with 1
 err_has ' of 3000000 bytes came'
 nginx -p "$work" -e "$work/error.log" -c "$work/nginx.conf"
