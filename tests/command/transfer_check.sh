@@ -71,7 +71,7 @@ nothing_left() {
 
 # begin_download URL ARGUMENT...: runs it in the background until a part of the file is there; its process is $running.
 begin_download() {
-    rm -f "$got"
+    rm -f "$got"*
     # The shell makes its background processes deaf to interrupts.
     env --default-signal=INT "$tessel" download "$@" "$got" > "$work/out" 2> "$work/err" &
     running=$!
@@ -165,7 +165,7 @@ done
 
 # A server that goes away in the middle, and comes back.
 begin_download "$site/slow/file.bin"
-(stop_nginx "$work") # a shell of its own: this one waits for a process already
+stop_nginx "$work"
 ends_with 1
 err_has ' of 3000000 bytes came'
 nginx -p "$work" -e "$work/error.log" -c "$work/nginx.conf"

@@ -292,9 +292,10 @@ TEST_F(LumHttpClient, LetsTheWatchHaveTheBodyAsItComes) {
 TEST_F(LumHttpClient, CopiesItsSettings) {
     class : public ILumHttpClientSink {
     } sink;
-    m_client.SetSink(&sink);
-    m_client.SetSync(0);
-    CLumHttpClient copy = m_client;
+    CLumHttpClient source;
+    source.SetSink(&sink);
+    source.SetSync(0);
+    CLumHttpClient copy = source;
     EXPECT_EQ(&sink, copy.GetSink());
     EXPECT_EQ(0, copy.IsSync());
     copy = CLumHttpClient();

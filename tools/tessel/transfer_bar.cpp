@@ -5,6 +5,7 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdio>
 #include <iterator>
@@ -27,10 +28,10 @@ std::string bar(double share) {
 }
 
 std::string readable_time(double seconds) {
-    constexpr unsigned k_minute = 60;
-    constexpr unsigned k_hour = 3600;
+    constexpr long k_minute = 60;
+    constexpr long k_hour = 3600;
     constexpr double k_longest = 359999;
-    const auto whole = static_cast<unsigned>(std::min(seconds, k_longest) + 0.5);
+    const long whole = std::lround(std::min(seconds, k_longest));
     return whole < k_hour
                ? fmt::format("{}:{:02}", whole / k_minute, whole % k_minute)
                : fmt::format("{}:{:02}:{:02}", whole / k_hour, whole % k_hour / k_minute, whole % k_minute);

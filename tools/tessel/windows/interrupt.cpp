@@ -1,8 +1,7 @@
 #include "../interrupt.h"
 
-#include <windows.h>
-
 #include <atomic>
+#include <csignal>
 #include <mutex>
 #include <utility>
 
@@ -15,16 +14,14 @@ std::mutex g_mutex;  // guards the function, and is held while it runs
 std::function<void()> g_stop;
 std::atomic<bool> g_interrupted{false};
 
-// On a thread that the system makes for it.
-BOOL WINAPI note(DWORD /*event*/) {
-    if (g_interrupted.exchange(true)) {
-        return FALSE;  // the next handler ends the process
-    }
+// On a thread that the system makes for it. Before that the runtime has put the default action back in force, so
+// that the next interrupt ends the process.
+void note(int /*signal*/) {
+    g_interrupted = true;
     const std::lock_guard lock(g_mutex);
     if (g_stop) {
         g_stop();
     }
-    return TRUE;
 }
 
 }  // namespace
@@ -35,11 +32,13 @@ interrupt_watch::interrupt_watch(std::function<void()> stop) {
         const std::lock_guard lock(g_mutex);
         g_stop = std::move(stop);
     }
-    ::SetConsoleCtrlHandler(note, TRUE);
+    std::signal(SIGINT, note);
+    std::signal(SIGBREAK, note);
 }
 
 interrupt_watch::~interrupt_watch() {
-    ::SetConsoleCtrlHandler(note, FALSE);
+    std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGBREAK, SIG_DFL);
     const std::lock_guard lock(g_mutex);
     g_stop = nullptr;
 }
