@@ -1,5 +1,6 @@
 // The server that HTTP benchmarks talk to, or many servers that are one: one thread, to be run in a process
-// of its own. /known/N and /chunked/N answer with N bytes, everything else with 100.
+// of its own. /known/N and /chunked/N answer with N bytes, everything else with 100; bodies of requests are
+// read past.
 #pragma once
 
 #include <arpa/inet.h>
@@ -27,7 +28,10 @@ struct peer {
     std::string out;
     std::size_t sent = 0;
     std::uint64_t body_left = 0;
+    std::uint64_t body_expected = 0;  // of the request
+    std::string line;                 // of that request
     bool chunked = false;
+    bool closes = false;
 };
 
 class bench_server {
@@ -94,12 +98,14 @@ private:
             return;
         }
         peer& one = *m_peers[socket];
-        if ((events & EPOLLIN) != 0 && !receive(socket, one)) {
+        const bool is_there = (events & EPOLLIN) == 0 || receive(socket, one);
+        if (is_there) {
+            flush(socket, one);
+        }
+        if (!is_there || (one.closes && one.out.empty() && one.body_left + one.body_expected == 0)) {
             m_peers.erase(socket);
             ::close(socket);
-            return;
         }
-        flush(socket, one);
     }
 
     bool receive(int socket, peer& one) {
@@ -108,25 +114,47 @@ private:
         if (count <= 0) {
             return false;
         }
-        one.in.append(bytes, static_cast<std::size_t>(count));
+        const auto skipped = std::min(one.body_expected, static_cast<std::uint64_t>(count));
+        one.in.append(bytes + skipped, static_cast<std::size_t>(count) - skipped);
+        pass_over_body(one, skipped);
         std::size_t end = 0;
-        while ((end = one.in.find("\r\n\r\n")) != std::string::npos) {
-            answer(one, one.in.substr(0, one.in.find(' ', 4)));
+        while (one.body_expected == 0 && (end = one.in.find("\r\n\r\n")) != std::string::npos) {
+            const std::string head = one.in.substr(0, end + 4);
             one.in.erase(0, end + 4);
+            one.line = head.substr(0, head.find(' ', 4));
+            one.closes = head.find("\r\nConnection: close\r\n") != std::string::npos;
+            const std::size_t length = head.find("\r\nContent-Length: ");
+            one.body_expected = length == std::string::npos ? 0 : std::stoull(head.substr(length + 18));
+            if (one.body_expected == 0) {
+                answer(one, one.line);
+            } else {
+                const auto there = std::min<std::uint64_t>(one.body_expected, one.in.size());
+                one.in.erase(0, there);
+                pass_over_body(one, there);
+            }
         }
         return true;
+    }
+
+    void pass_over_body(peer& one, std::uint64_t bytes) {
+        one.body_expected -= bytes;
+        if (bytes != 0 && one.body_expected == 0) {
+            answer(one, one.line);
+        }
     }
 
     void answer(peer& one, const std::string& line) {
         if (line.compare(0, 11, "GET /known/") == 0) {
             one.body_left = std::stoull(line.substr(11));
-            one.out += "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(one.body_left) + "\r\n\r\n";
+            one.out += "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(one.body_left) +
+                       (one.closes ? "\r\nConnection: close\r\n\r\n" : "\r\n\r\n");
         } else if (line.compare(0, 13, "GET /chunked/") == 0) {
             one.body_left = std::stoull(line.substr(13));
             one.chunked = true;
             one.out += "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
         } else {
-            one.out += "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\nContent-Length: 100\r\n\r\n";
+            one.out += "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\nContent-Length: 100\r\n";
+            one.out += one.closes ? "Connection: close\r\n\r\n" : "\r\n";
             one.out.append(m_fill, 0, 100);
         }
     }

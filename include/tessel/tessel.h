@@ -10,11 +10,15 @@
 #include <tessel/codec/url_coding.h>
 #include <tessel/http/buffer_content.h>
 #include <tessel/http/engine.h>
+#include <tessel/http/http_client.h>
+#include <tessel/http/http_session.h>
+#include <tessel/http/lum_http_client.h>
 #include <tessel/http/method.h>
 #include <tessel/http/proxy_info.h>
 #include <tessel/http/response.h>
 #include <tessel/http/session.h>
 #include <tessel/http/session_context.h>
+#include <tessel/http/transfer_watch.h>
 #include <tessel/http/url.h>
 #include <tessel/i18n/inifile_locale.h>
 #include <tessel/i18n/locale.h>

@@ -4,11 +4,17 @@
 #include "tessel/http/buffer_content.h"
 
 #include <cstddef>
+#include <cstdint>
 
 namespace kro::tessel::http {
 
 /// Bytes of a chunk after the first one of known length, the byte kept for the zero included.
 inline constexpr std::size_t k_chunk_capacity = 10240;
+
+/// Most bytes of a received body: sizes have 32 bits, and one byte is kept for the zero.
+inline constexpr std::uint64_t k_max_received = 0xFFFFFFFEU;
+/// A chunk with this much room unused is cut down to what it holds.
+inline constexpr std::size_t k_chunk_slack = 64U << 10U;
 
 /// A chunk of `capacity` zero bytes, its size set to that. Null when there is no memory or the capacity
 /// exceeds 2^32 - 1.
@@ -23,6 +29,10 @@ _buffer_content* trim_chunk(_buffer_content* chunk, std::size_t bytes) noexcept;
 
 /// Frees a chain, chunk by chunk in a loop; null is accepted.
 void free_chain(_buffer_content* chain) noexcept;
+
+/// Tells the system of the small chunks that a body of unknown length is likely to need yet, once it is long.
+/// received: bytes so far. expected: 0 at first; the function's own.
+void expect_rest_of_body(std::uint64_t received, std::uint64_t& expected) noexcept;
 
 enum class flatten_result { flat_already, flattened, no_memory };
 

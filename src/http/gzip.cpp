@@ -102,7 +102,7 @@ public:
             case flatten_result::flat_already:
                 free_chain(std::exchange(chain->next, nullptr));  // an empty chunk behind a full one
                 static_cast<unsigned char*>(chain->data)[chain->size] = 0;
-                if (m_capacity - chain->size >= k_gzip_slack) {
+                if (m_capacity - chain->size >= k_chunk_slack) {
                     chain = trim_chunk(chain, std::size_t{chain->size} + 1);
                 }
                 break;

@@ -16,8 +16,6 @@ inline constexpr std::size_t k_gzip_output_factor = 7;
 /// room in one piece. What goes beyond the first chunk costs memory and time twice while the chunks are
 /// joined, so it isn't small either.
 inline constexpr std::size_t k_max_gzip_chunk = (sizeof(void*) > 4 ? 256U : 64U) << 20U;
-/// A decoded chunk with this much room unused is cut down to what it holds.
-inline constexpr std::size_t k_gzip_slack = 64U << 10U;
 /// Most bytes of a decoded response: more than this a chunk's size and the zero behind it can't express.
 inline constexpr std::size_t k_max_gzip_output = 0xFFFFFFFEU;
 /// Bytes inflated between two questions whether to go on.

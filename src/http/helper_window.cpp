@@ -20,6 +20,8 @@ namespace {
 constexpr const wchar* k_class_name = TESSEL_W("tessel.http.helper.class");
 constexpr const wchar* k_title = TESSEL_W("tessel.http.helper");
 constexpr std::uint32_t k_message_step = os::k_message_user + 1;
+constexpr std::uint32_t k_message_data_received = os::k_message_user;
+constexpr std::uintptr_t k_data_received_mark = 0x12345678;
 constexpr std::uint32_t k_receive_timeout_ms = 120000;
 
 std::mutex g_init_mutex;                            // guards the making of the window
@@ -66,6 +68,11 @@ void post_step(session_context* context) {
                                    << static_cast<const void*>(context)
                                    << TESSEL_W(": was http_init called?");
     }
+}
+
+void post_data_received(session_context* context) {
+    os::message_windows().post(g_posting_window, k_message_data_received, k_data_received_mark,
+                               reinterpret_cast<std::intptr_t>(context));
 }
 
 void reset_engine_for_test() {

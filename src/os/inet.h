@@ -124,7 +124,8 @@ struct inet_status {
 
 struct inet_read_status {
     inet_status status;
-    std::uint32_t bytes = 0;  ///< when ok: written to the destination; 0 is the end of the body
+    /// Written to the destination, also by a read that failed behind them; 0 when ok is the end of the body.
+    std::uint32_t bytes = 0;
 };
 
 /// The information of notice 100.

@@ -111,6 +111,7 @@ scripted_inet::handle scripted_inet::open(std::uint32_t access, text_view proxy,
                                           bool async) {
     note("open " + std::to_string(access) + " " + ascii(proxy) + " " + ascii(agent) +
          (async ? " async" : ""));
+    m_async = async;
     return answer(opens, 0) == 0 ? make_handle() : nullptr;
 }
 
@@ -138,7 +139,7 @@ inet_status scripted_inet::send(handle, text_view headers, const void* data, std
                                 inet_send_mode, std::uintptr_t) {
     const auto* bytes = static_cast<const char*>(data);
     note("send " + ascii(headers) + "|" + (bytes == nullptr ? "" : std::string(bytes, data_bytes)));
-    return {answer(sends, k_pending)};
+    return {answer(sends, m_async ? k_pending : 0)};
 }
 
 inet_status scripted_inet::end(handle, std::uintptr_t) {
@@ -164,7 +165,7 @@ inet_read_status scripted_inet::read(handle, void* destination, std::uint32_t ca
 }
 
 inet_read_status scripted_inet::available(handle) {
-    return {{0}, static_cast<std::uint32_t>(body.size())};
+    return {{0}, static_cast<std::uint32_t>(std::min(body.size(), read_limit))};
 }
 
 void scripted_inet::complete(bool result, std::uint32_t error, std::uint32_t bytes) {
@@ -221,8 +222,9 @@ inet_status scripted_inet::set_timeout(handle of, inet_timeout kind, std::uint32
     return {};
 }
 
-inet_status scripted_inet::get_timeout(handle, inet_timeout, std::uint32_t&) {
-    return {k_error_inet_invalid_option};
+inet_status scripted_inet::get_timeout(handle, inet_timeout, std::uint32_t& milliseconds) {
+    milliseconds = receive_timeout.value_or(milliseconds);
+    return {receive_timeout ? 0 : k_error_inet_invalid_option};
 }
 
 inet_status scripted_inet::set_credentials(handle, inet_credentials whose, const text* user,

@@ -16,8 +16,8 @@
 namespace tessel_test {
 
 /// In force while it lives. Without a script every call succeeds as the system's service would: handles are
-/// announced inside the call, sends and ends are pending until the test completes them, reads are met
-/// from `body` at once.
+/// announced inside the call, sends and ends are pending until the test completes them (of a synchronous
+/// session: done), reads are met from `body` at once.
 class scripted_inet final : public kro::tessel::os::inet_service {
 public:
     using handle = kro::tessel::os::inet_handle;
@@ -38,6 +38,7 @@ public:
     std::uint32_t status_code = 200;
     std::optional<std::uint32_t> content_length;
     std::optional<text> content_encoding;
+    std::optional<std::uint32_t> receive_timeout;  ///< none: can't be asked for
     std::string body;
     std::size_t read_limit = SIZE_MAX;
     text proxy_user, proxy_password;  ///< what the dialogue left in the options
@@ -110,6 +111,7 @@ private:
     std::set<handle> m_open;
     std::map<handle, std::uintptr_t> m_contexts;
     std::uintptr_t m_next_handle = 0x100;
+    bool m_async = true;  // the last session
     handle m_last_request = nullptr;
     pending_read m_read;
     announcement m_announcement;

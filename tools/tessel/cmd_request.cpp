@@ -1,6 +1,7 @@
 // tessel get|head|post|put|delete|request URL...: requests over the asynchronous engine.
 #include "batch.h"
 #include "command.h"
+#include "header_lines.h"
 #include "host_port.h"
 #include "progress.h"
 #include "report.h"
@@ -50,17 +51,6 @@ http_method_t method_named(const std::string& name) {
         bad_usage("--method: " + name + " is no method that the engine knows");
     }
     return method;
-}
-
-std::string joined_headers(const std::vector<std::string>& lines) {
-    std::string headers;
-    for (const std::string& line : lines) {
-        if (line.find(':') == std::string::npos || line.find_first_of("\r\n") != std::string::npos) {
-            bad_usage("--header: a header is one line like \"Name: value\", not \"" + line + '"');
-        }
-        headers += (headers.empty() ? "" : "\r\n") + line;
-    }
-    return headers;
 }
 
 std::string content_of(const std::string& file) {

@@ -13,8 +13,9 @@ enum exit_code : int {
     exit_bad_status = 3  ///< every request was answered, at least one with a status of 400 or above
 };
 
-void add_request_verbs(CLI::App& program, int& exit_code);  ///< get head post put delete request
-void add_coders(CLI::App& program, int& exit_code);         ///< encode decode
+void add_request_verbs(CLI::App& program, int& exit_code);   ///< get head post put delete request
+void add_transfer_verbs(CLI::App& program, int& exit_code);  ///< fetch download upload
+void add_coders(CLI::App& program, int& exit_code);          ///< encode decode
 void add_text(CLI::App& program, int& exit_code);
 void add_url(CLI::App& program, int& exit_code);
 void add_error(CLI::App& program, int& exit_code);

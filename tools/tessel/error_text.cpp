@@ -109,4 +109,15 @@ bool is_known_error(std::uint32_t error) {
     return !service_text(error).empty();
 }
 
+bool is_bad_status(std::uint32_t status) {
+    constexpr std::uint32_t k_first_bad_status = 400;
+    return status >= k_first_bad_status;
+}
+
+std::string describe_status(std::uint32_t status) {
+    const bool wants_login = status == 401 || status == 407;
+    return fmt::format("the server answered with HTTP status {}{}", status,
+                       wants_login ? " (TESSEL_ASKPASS names a program that asks for the login)" : "");
+}
+
 }  // namespace command

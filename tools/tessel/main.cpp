@@ -27,6 +27,7 @@ int run(int argc, char** argv) {
         ->type_name("FILE");
     program.set_version_flag("--version", "tessel " TESSEL_VERSION);
     command::add_request_verbs(program, code);
+    command::add_transfer_verbs(program, code);
     command::add_url(program, code);
     command::add_coders(program, code);
     command::add_text(program, code);

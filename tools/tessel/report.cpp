@@ -1,5 +1,6 @@
 #include "report.h"
 
+#include "body_output.h"
 #include "command.h"
 #include "error_text.h"
 #include "text.h"
@@ -22,23 +23,12 @@ struct file_closer {
     void operator()(std::FILE* file) const noexcept { std::fclose(file); }
 };
 
-constexpr std::uint32_t k_first_bad_status = 400;
-
 const http::_buffer_content* body_of(const request_result& result) {
     return result.context == nullptr ? nullptr : result.context->content;
 }
 
 std::uint32_t status_of(const request_result& result) {
     return result.context == nullptr ? 0 : result.context->status_code;
-}
-
-bool write_chain(const http::_buffer_content* chain, std::FILE* out) {
-    for (; chain != nullptr; chain = chain->next) {
-        if (std::fwrite(chain->data, 1, chain->size, out) != chain->size) {
-            return false;
-        }
-    }
-    return true;
 }
 
 /// The last piece of the URL's path; "index" where that is no name for a file.
@@ -64,12 +54,10 @@ void report::add(const request_result& result) {
     if (result.error != 0) {
         complain(result, describe_error(result.error));
     } else {
-        if (status_of(result) >= k_first_bad_status) {
+        if (is_bad_status(status_of(result))) {
             m_bad_status = true;
-            const bool wants_login = status_of(result) == 401 || status_of(result) == 407;
-            fmt::print(stderr, "tessel: {}: the server answered with HTTP status {}{}\n",
-                       m_options.urls[result.index], status_of(result),
-                       wants_login ? " (TESSEL_ASKPASS names a program that asks for the login)" : "");
+            fmt::print(stderr, "tessel: {}: {}\n", m_options.urls[result.index],
+                       describe_status(status_of(result)));
         }
         if (!m_options.output.empty()) {
             file = write_to_file(result);

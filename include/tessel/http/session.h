@@ -1,6 +1,7 @@
 // The session manager: what all asynchronous requests share.
 #pragma once
 
+#include <tessel/http/http_session.h>
 #include <tessel/http/session_context.h>
 
 #include <cstdint>
@@ -35,20 +36,6 @@ public:
 
 private:
     std::shared_ptr<engine_state> m_state;
-};
-
-/// One transfer as an object.
-class TESSEL_API http_session {
-public:
-    /// The kind of transfer that a session performs.
-    enum ACTION_TYPE : std::uint32_t {
-        action_run = 0,  ///< the general run
-        action_upload = 8,
-        action_download = 16,
-    };
-
-    /// The process's session manager; made on first use, there until unload.
-    static http_session_mgr& mgr();
 };
 
 }  // namespace kro::tessel::http

@@ -47,7 +47,7 @@ public:
     /// The response failed or carried an error status.
     virtual void on_response_error(http_session* session, void* request, unsigned long error,
                                    error_resolvent& resolvent) = 0;
-    /// The transfer ended. response: the session's own.
+    /// The transfer ended, with the thread's last error (0: well). response: the session's own.
     virtual void on_completed(http_session* session, unsigned long action, const http_response* response) = 0;
     virtual ~http_session_sink() = default;
 };

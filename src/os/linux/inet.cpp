@@ -164,11 +164,7 @@ inet_handle linux_inet::open_request(inet_handle connection, wide_view verb, wid
     const auto request =
         std::make_shared<inet_request>(std::move(parent), m_network, std::move(turned),
                                        verb.empty() ? "GET" : narrow(verb), object, flags, context);
-    for (const auto kind : {inet_timeout::connect, inet_timeout::send, inet_timeout::receive}) {
-        if (!request->timeout(kind)) {
-            request->set_timeout(kind, process_timeout(kind));
-        }
-    }
+    request->fill_timeouts(m_timeouts);
     request->begin_creation();
     if (!m_handles.add(request)) {
         return refused(k_error_inet_incorrect_handle_type);

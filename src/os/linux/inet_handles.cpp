@@ -37,6 +37,14 @@ std::optional<std::uint32_t> inet_node::timeout(inet_timeout kind) const {
     return m_timeouts[static_cast<std::size_t>(kind)];
 }
 
+void inet_node::fill_timeouts(const std::atomic<std::uint32_t> (&process)[3]) {
+    for (std::size_t i = 0; i < std::size(m_timeouts); ++i) {
+        if (!m_timeouts[i]) {
+            m_timeouts[i] = process[i].load(std::memory_order_relaxed);
+        }
+    }
+}
+
 void inet_node::set_timeout(inet_timeout kind, std::uint32_t milliseconds) {
     const std::lock_guard lock(m_mutex);
     m_timeouts[static_cast<std::size_t>(kind)] = milliseconds;
@@ -63,13 +71,19 @@ void inet_node::leave_callback() noexcept {
 }
 
 void inet_node::begin_creation() {
+    if (m_context == 0) {
+        return;
+    }
     const std::lock_guard lock(m_mutex);
     enter_callback();
 }
 
 void inet_node::announce_creation() {
+    if (m_context == 0) {
+        return;
+    }
     const inet_callback call = callback();
-    if (call != nullptr && m_context != 0) {
+    if (call != nullptr) {
         const inet_handle created = m_value;
         call(m_parent->value(), m_context, k_notice_handle_created, &created, sizeof created);
     }

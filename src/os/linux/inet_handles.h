@@ -34,13 +34,15 @@ public:
     const std::shared_ptr<inet_node>& parent() const noexcept { return m_parent; }
 
     std::optional<std::uint32_t> timeout(inet_timeout kind) const;
+    /// Takes the process's values for what was set nowhere above. Before the node can be found.
+    void fill_timeouts(const std::atomic<std::uint32_t> (&process)[3]);
     void set_timeout(inet_timeout kind, std::uint32_t milliseconds);
 
     inet_callback callback() const noexcept { return m_callback.load(std::memory_order_acquire); }
     inet_callback set_callback(inet_callback next) noexcept { return m_callback.exchange(next); }
 
     /// Notice 60, on the calling thread. The node counts as being in its callback from before it can be
-    /// found until this returns, so that a close from elsewhere waits.
+    /// found until this returns, so that a close from elsewhere waits. Without a context there is none.
     void begin_creation();
     void announce_creation();
 

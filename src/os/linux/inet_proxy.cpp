@@ -1,7 +1,41 @@
 #include "os/linux/inet_proxy.h"
 
+#include <chrono>
+#include <mutex>
+#include <utility>
+
 namespace kro::tessel::os {
 namespace {
+
+using clock = std::chrono::steady_clock;
+
+// A session is opened for each synchronous transfer, and to read all the settings takes longer than a short
+// one.
+constexpr auto k_settings_stay = std::chrono::seconds(1);
+
+struct system_proxies {
+    std::shared_ptr<const fixed_proxies> environment;
+    std::shared_ptr<const fixed_proxies> desktop;
+};
+
+std::shared_ptr<const fixed_proxies> shared_if_any(fixed_proxies proxies) {
+    const bool any = proxies.http.named() || proxies.https.named();
+    return any ? std::make_shared<const fixed_proxies>(std::move(proxies)) : nullptr;
+}
+
+system_proxies system_proxies_of_late() {
+    static std::mutex mutex;  // guards the two below
+    static system_proxies latest;
+    static clock::time_point due = clock::time_point::min();
+
+    const std::lock_guard lock(mutex);
+    const clock::time_point now = clock::now();
+    if (now >= due) {
+        latest = {shared_if_any(environment_proxies()), shared_if_any(desktop_proxies_now().fixed)};
+        due = now + k_settings_stay;
+    }
+    return latest;
+}
 
 constexpr std::string_view k_dividers = " \t\r\n;";
 
@@ -21,8 +55,9 @@ proxy_rules proxy_rules::explicit_ones(std::string_view proxies, std::string_vie
 
 proxy_rules proxy_rules::preconfigured() {
     proxy_rules rules;
-    rules.m_sources[0] = environment_proxies();
-    rules.m_sources[1] = desktop_proxies_now().fixed;
+    system_proxies settings = system_proxies_of_late();
+    rules.m_environment = std::move(settings.environment);
+    rules.m_desktop = std::move(settings.desktop);
     return rules;
 }
 
@@ -48,10 +83,13 @@ void proxy_rules::add_proxy(std::string_view entry) {
 }
 
 proxy_rules::route proxy_rules::settled_route(const inet_address& address) const {
-    for (const fixed_proxies& source : m_sources) {
-        const configured_proxy& proxy = source.proxy_for(address.secure);
+    for (const fixed_proxies* const source : {m_environment.get(), m_desktop.get()}) {
+        if (source == nullptr) {
+            continue;
+        }
+        const configured_proxy& proxy = source->proxy_for(address.secure);
         if (proxy.named()) {
-            return source.bypass.covers(address)
+            return source->bypass.covers(address)
                        ? route()
                        : route{proxy.host + ':' + std::to_string(proxy.port), proxy.account};
         }

@@ -6,13 +6,14 @@
 #include "os/linux/proxy_sources.h"
 #include "os/linux/transfer.h"
 
+#include <memory>
 #include <string>
 #include <string_view>
 
 namespace kro::tessel::os {
 
 /// The proxies of a session; never changes once made, so any thread may ask.
-class proxy_rules {  // NOLINT(bugprone-reserved-identifier): an array is copied by a variable of the compiler
+class proxy_rules {
 public:
     struct route {
         std::string proxy;  ///< "host:port", empty for a direct connection
@@ -24,8 +25,8 @@ public:
     /// (names without a dot) and "<-loopback>" (this machine goes through the proxy too). Entries are
     /// divided by blanks or semicolons.
     static proxy_rules explicit_ones(std::string_view proxies, std::string_view bypass);
-    /// The environment's and the desktop's fixed ones, as they are now. A script is left out: asking it takes
-    /// longer than opening a session may.
+    /// The environment's and the desktop's fixed ones, as they are or were a second ago at most. A script is left
+    /// out: asking it takes longer than opening a session may.
     static proxy_rules preconfigured();
 
     route route_to(const inet_address& address) const;
@@ -37,7 +38,9 @@ private:
     std::string m_http;  // "host:port" of the explicit ones
     std::string m_https;
     proxy_bypass m_bypass;
-    fixed_proxies m_sources[2];  // the first that has a proxy for a server's scheme decides
+    // The first that has a proxy for a server's scheme decides; null for one without any.
+    std::shared_ptr<const fixed_proxies> m_environment;
+    std::shared_ptr<const fixed_proxies> m_desktop;
 };
 
 }  // namespace kro::tessel::os

@@ -85,30 +85,38 @@ std::uint32_t inet_request::query_request(std::uint32_t what, const std::string&
     return k_error_http_header_not_found;
 }
 
-inet_status inet_request::query_text(std::uint32_t what, std::uint32_t& index, wide_string& text) const {
+std::uint32_t inet_request::query(std::uint32_t what, const std::string& name, std::uint32_t index,
+                                  std::string& value) const {
     const std::lock_guard lock(m_mutex);
     if (m_closed) {
-        return {k_error_inet_incorrect_handle_type};
+        return k_error_inet_incorrect_handle_type;
     }
-    const bool of_request = (what & k_query_request_headers) != 0;
     const std::uint32_t level = what & ~k_query_request_headers;
-    const std::string name = header_name(level, text);
-    std::string value;
-    std::uint32_t error = 0;
-    if (of_request) {
-        error = query_request(level, name, index, value);
-    } else if (m_was_sent && m_two_steps && !m_published && !m_ended) {
-        error = k_error_inet_incorrect_handle_state;
-    } else if (level == k_query_request_method) {
-        value = m_was_sent ? m_outgoing.verb : m_verb;
-    } else if (name.empty()) {
-        error =
-            index == 0 || !counts_no_index(level) ? query_fixed(level, value) : k_error_http_header_not_found;
-    } else if (const auto found = m_published ? m_head.find(name, index) : std::nullopt) {
-        value = *found;
-    } else {
-        error = k_error_http_header_not_found;
+    if (level != what) {
+        return query_request(level, name, index, value);
     }
+    if (m_was_sent && m_two_steps && !m_published && !m_ended) {
+        return k_error_inet_incorrect_handle_state;
+    }
+    if (level == k_query_request_method) {
+        value = m_was_sent ? m_outgoing.verb : m_verb;
+        return 0;
+    }
+    if (name.empty()) {
+        return index == 0 || !counts_no_index(level) ? query_fixed(level, value)
+                                                     : k_error_http_header_not_found;
+    }
+    const auto found = m_published ? m_head.find(name, index) : std::nullopt;
+    if (found) {
+        value = *found;
+    }
+    return found ? 0 : k_error_http_header_not_found;
+}
+
+inet_status inet_request::query_text(std::uint32_t what, std::uint32_t& index, wide_string& text) const {
+    const std::uint32_t level = what & ~k_query_request_headers;
+    std::string value;
+    const std::uint32_t error = query(what, header_name(level, text), index, value);
     if (error == 0) {
         text = widen(value);
         index += counts_no_index(level) ? 0 : 1;
@@ -131,13 +139,12 @@ inet_request::challenge inet_request::challenge_of_response() const {
 }
 
 inet_status inet_request::query_number(std::uint32_t what, std::uint32_t& number) const {
-    std::uint32_t index = 0;
-    wide_string text;
-    const inet_status status = query_text(what, index, text);
-    if (!status.ok()) {
-        return status;
+    std::string text;
+    const std::uint32_t error = query(what, header_name(what & ~k_query_request_headers, {}), 0, text);
+    if (error != 0) {
+        return {error};
     }
-    const auto value = whole_number(narrow(text), 0xFFFFFFFFU);
+    const auto value = whole_number(text, 0xFFFFFFFFU);
     if (!value) {
         return {k_error_http_invalid_header};
     }

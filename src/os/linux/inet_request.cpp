@@ -286,6 +286,9 @@ void inet_request::complete(std::uint32_t error, std::uint32_t bytes) {
 }
 
 void inet_request::creation_announced() {
+    if (context() == 0) {
+        return;
+    }
     const std::lock_guard lock(m_mutex);
     if (!m_notices.empty() && m_turned == nullptr) {
         m_network.wake(shared_from_this());

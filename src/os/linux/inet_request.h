@@ -94,6 +94,8 @@ private:
     void grant_if_drained();
     bool connection_is_kept() const noexcept;
     inet_status readable() const noexcept;
+    std::uint32_t query(std::uint32_t what, const std::string& name, std::uint32_t index,
+                        std::string& value) const;
     std::uint32_t query_fixed(std::uint32_t what, std::string& value) const;
     std::uint32_t query_request(std::uint32_t what, const std::string& name, std::uint32_t index,
                                 std::string& value) const;

@@ -25,8 +25,11 @@ std::uint16_t port_of(const url_handle& url, bool secure) {
 // Its account stays out of what is said about a URL.
 configured_proxy parse_proxy(const char* text, std::string& left_out) {
     configured_proxy proxy;
+    if (text == nullptr) {
+        return proxy;
+    }
     const url_handle url = make_url();
-    if (text == nullptr || url == nullptr) {
+    if (url == nullptr) {
         return proxy;
     }
     const bool has_scheme = std::string_view(text).find("://") != std::string_view::npos;

@@ -1,0 +1,322 @@
+// Synchronous sessions on the system's HTTP service, against a server driven byte by byte.
+#include "support/test_server.h"
+#include "tessel/tessel.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <future>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace kro::tessel::http;
+using kro::tessel::CTString;
+using kro::tessel::get_last_error;
+using kro::tessel::wide_string;
+using tessel_test::server_connection;
+using tessel_test::test_server;
+
+CTString url_of(const test_server& server, const wchar* path = TESSEL_W("/")) {
+    const std::string port = std::to_string(server.port());
+    return CTString(TESSEL_W("http://127.0.0.1:")) + wide_string(port.begin(), port.end()) + path;
+}
+
+std::unique_ptr<http_session> session_to(const test_server& server,
+                                         unsigned long action = http_session::action_run) {
+    auto session = std::make_unique<http_session>();
+    session->set_url(url_of(server));
+    session->set_sync(true);
+    session->set_action_data(action);
+    return session;
+}
+
+unsigned long invoke(http_session& session) {
+    return session.invoke() ? 0 : get_last_error();
+}
+
+std::string content(const http_session& session) {
+    const auto* response = session.get_response();
+    const auto* chunk = response == nullptr ? nullptr : response->get_buffer_content();
+    return chunk == nullptr ? std::string() : std::string(static_cast<const char*>(chunk->data), chunk->size);
+}
+
+TEST(HttpSessionWire, SaysExactlyThisAndHearsTheAnswer) {
+    test_server server;
+    const std::string host = "Host: 127.0.0.1:" + std::to_string(server.port()) + "\r\n";
+    std::vector<std::string> requests;
+    std::thread player([&] {
+        for (int turn = 0; turn < 2; ++turn) {
+            auto peer = server.accept();
+            requests.push_back(peer.read_request());
+            peer.send("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\nhello");
+        }
+    });
+    const auto session = session_to(server);
+    session->set_method(http_method_post);
+    const wide_string body = TESSEL_W("name=\u20AC");
+    session->set_data_to_post(body.data(), static_cast<unsigned>(body.size() * sizeof(wchar)));
+    EXPECT_EQ(0U, invoke(*session));
+    EXPECT_EQ("hello", content(*session));
+    EXPECT_EQ(200, session->get_response()->get_status_code());
+    session->set_action_data(http_session::action_download);
+    session->set_method(http_method_get);
+    EXPECT_EQ(0U, invoke(*session));
+    player.join();
+    const std::string agent = "User-Agent: Mozilla/4.0 (compatible; MSIE 6.0; Win32)\r\n";
+    EXPECT_EQ("POST / HTTP/1.1\r\n" + host + "Content-Length: 8\r\n" + agent +
+                  "Content-Type: application/x-www-form-urlencoded;charset:utf-8\r\nConnection: close\r\n"
+                  "Cache-Control: no-cache\r\n\r\nname=\xE2\x82\xAC",
+              requests.at(0));
+    EXPECT_EQ("GET / HTTP/1.1\r\n" + host + agent + "Cache-Control: no-cache\r\n\r\n", requests.at(1));
+}
+
+TEST(HttpSessionWire, EachFaultHasOneOutcomePerRun) {
+    const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\n";
+    const struct {
+        const char* what;
+        std::function<void(server_connection&)> serve;
+        unsigned long run, download;
+        std::string content;
+    } rows[] = {
+        {"closes before any byte", [](server_connection& peer) { peer.close(); }, 12152, 0, ""},
+        {"cuts the body", [&](server_connection& peer) { peer.send(head + "hello"); }, 0, 0, "hello"},
+        {"lies about its length",
+         [](server_connection& peer) {
+             peer.send("HTTP/1.1 200 OK\r\nContent-Length: 4294967294\r\n\r\nhello");
+         },
+         0, 0, "hello"},
+        {"lies more",
+         [](server_connection& peer) {
+             peer.send("HTTP/1.1 200 OK\r\nContent-Length: 1099511627776\r\n\r\nhello");
+         },
+         0, 0, "hello"},
+        {"breaks a chunk",
+         [](server_connection& peer) {
+             peer.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\nZZ\r\n");
+         },
+         12030, 0, "hello"},
+    };
+    for (const auto& row : rows) {
+        for (const auto action : {http_session::action_run, http_session::action_download}) {
+            SCOPED_TRACE(row.what + (" " + std::to_string(action)));
+            test_server server;
+            const auto session = session_to(server, action);
+            std::thread player([&] {
+                auto peer = server.accept();
+                peer.read_request();
+                row.serve(peer);
+            });
+            EXPECT_EQ(action == http_session::action_run ? row.run : row.download, invoke(*session));
+            EXPECT_EQ(row.content, content(*session));
+            player.join();
+        }
+    }
+}
+
+TEST(HttpSessionWire, AResetKeepsWhatHadCome) {
+    for (const auto action : {http_session::action_run, http_session::action_download}) {
+        test_server server;
+        const auto session = session_to(server, action);
+        std::promise<void> has_come;
+        transfer_watch watch;
+        watch.progress = [&](const transfer_progress& how) {
+            if (how.done == 300000) {
+                has_come.set_value();
+            }
+        };
+        session->set_watch(watch);
+        std::thread player([&] {
+            auto peer = server.accept();
+            peer.read_request();
+            peer.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n493E0\r\n" +
+                      std::string(300000, 'x') + "\r\n");
+            if (action == http_session::action_download) {  // a run's read goes on until its chunk is full
+                has_come.get_future().wait();
+            }
+            peer.reset();
+        });
+        const unsigned long error = invoke(*session);
+        player.join();
+        EXPECT_EQ(action == http_session::action_run ? 12031U : 0U, error);
+        if (action == http_session::action_download) {
+            EXPECT_EQ(300000U, content(*session).size());
+        }
+    }
+}
+
+TEST(HttpSessionWire, TellsHowFarItHasCome) {
+    test_server server;
+    const std::string large(8000000, 'u');
+    std::thread player([&] {
+        auto peer = server.accept();
+        const std::string request = peer.read_request();
+        EXPECT_EQ(large, request.substr(request.find("\r\n\r\n") + 4));
+        peer.answer(large);
+    });
+    const auto session = session_to(server, http_session::action_upload);
+    session->set_method(http_method_put);
+    session->set_data_to_post(large.data(), static_cast<unsigned>(large.size()));
+    std::vector<transfer_progress> ups, downs;
+    transfer_watch watch;
+    watch.progress = [&](const transfer_progress& how) {
+        (how.direction == transfer_upload ? ups : downs).push_back(how);
+        EXPECT_EQ(large.size(), how.total);
+    };
+    session->set_watch(watch);
+    EXPECT_EQ(0U, invoke(*session));
+    player.join();
+    EXPECT_EQ(large, content(*session));
+    for (const auto* told : {&ups, &downs}) {
+        EXPECT_GE(told->size(), 5U);
+        EXPECT_EQ(large.size(), told->back().done);
+        EXPECT_TRUE(std::is_sorted(told->begin(), told->end(),
+                                   [](const auto& a, const auto& b) { return a.done < b.done; }));
+    }
+}
+
+TEST(HttpSessionWire, AThrowingProgressFunctionEndsAnUpload) {
+    test_server server;
+    const std::string large(8000000, 'u');
+    std::thread player([&] {
+        auto peer = server.accept();
+        EXPECT_THROW(peer.read_bytes(large.size()), std::exception) << "the connection was closed";
+    });
+    const auto session = session_to(server, http_session::action_upload);
+    session->set_method(http_method_post);
+    session->set_data_to_post(large.data(), static_cast<unsigned>(large.size()));
+    transfer_watch watch;
+    watch.progress = [](const transfer_progress&) { throw std::runtime_error("host"); };
+    session->set_watch(watch);
+    EXPECT_EQ(1359U, invoke(*session));
+    player.join();
+}
+
+TEST(HttpSessionWire, IsCancelledFromAnotherThreadInEveryWait) {
+    const struct {
+        const char* what;
+        const char* answered;
+    } rows[] = {{"no answer", ""}, {"inside the body", "HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\nhello"}};
+    for (const auto& row : rows) {
+        for (const auto action :
+             {http_session::action_run, http_session::action_upload, http_session::action_download}) {
+            SCOPED_TRACE(row.what + (" " + std::to_string(action)));
+            test_server server;
+            const auto session = session_to(server, action);
+            const cancel_flag flag = [&] {
+                transfer_watch watch;
+                session->set_watch(watch);
+                return watch.cancel;
+            }();
+            auto blocked = std::async(std::launch::async, [&] { return invoke(*session); });
+            auto peer = server.accept();
+            peer.read_request();
+            peer.send(row.answered);
+            flag.cancel();
+            EXPECT_EQ(12017U, blocked.get());
+            EXPECT_TRUE(peer.wait_for_close());
+            EXPECT_EQ(12017U, invoke(*session));
+            EXPECT_FALSE(server.has_client());
+            flag.reset();
+            auto again = std::async(std::launch::async, [&] { return invoke(*session); });
+            peer = server.accept();
+            peer.read_request();
+            peer.answer("well");
+            EXPECT_EQ(0U, again.get());
+            EXPECT_EQ("well", content(*session));
+        }
+    }
+}
+
+TEST(HttpSessionWire, ThreadsDoNotHoldEachOtherUp) {
+    test_server stalled;
+    auto slow = std::async(std::launch::async, [session = session_to(stalled)] { return invoke(*session); });
+    auto silent = stalled.accept();
+    silent.read_request();
+
+    constexpr int k_threads = 8;
+    constexpr int k_turns = 20;
+    std::vector<std::thread> threads;
+    threads.reserve(k_threads * 2);
+    std::vector<std::unique_ptr<test_server>> servers;
+    servers.reserve(k_threads);
+    for (int i = 0; i < k_threads; ++i) {
+        servers.push_back(std::make_unique<test_server>());
+        test_server& server = *servers.back();
+        threads.emplace_back([&server] {
+            for (int turn = 0; turn < k_turns; ++turn) {
+                auto peer = server.accept();
+                const std::string request = peer.read_request();
+                peer.answer(request.substr(request.size() - 1));
+            }
+        });
+        threads.emplace_back([&server, i] {
+            const auto session = session_to(server);
+            session->set_method(http_method_post);
+            session->set_raw_data(true);
+            const char mark = static_cast<char>('a' + i);
+            session->set_data_to_post(&mark, 1);
+            for (int turn = 0; turn < k_turns; ++turn) {
+                EXPECT_EQ(0U, invoke(*session));
+                EXPECT_EQ(std::string(1, mark), content(*session));
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(std::future_status::timeout, slow.wait_for(std::chrono::seconds(0)));
+    silent.answer("late");
+    EXPECT_EQ(0U, slow.get());
+}
+
+TEST(HttpSessionWire, CancellingRacesWithEveryPhase) {
+    constexpr int k_rounds = 300;
+    test_server server;
+    std::atomic<bool> over{false};
+    std::thread player([&] {
+        while (!over) {
+            try {
+                auto peer = server.accept();
+                while (!peer.read_request().empty()) {
+                    peer.answer("hello");
+                }
+            } catch (const std::exception&) {
+                continue;  // a client that broke off
+            }
+        }
+    });
+    const auto session = session_to(server, http_session::action_download);
+    transfer_watch watch;
+    session->set_watch(watch);
+    int cancelled = 0;
+    for (int round = 0; round < k_rounds; ++round) {
+        watch.cancel.reset();
+        std::thread canceller([&, round] {
+            for (int spins = 0; spins < round * 20; ++spins) {
+                std::this_thread::yield();
+            }
+            watch.cancel.cancel();
+        });
+        const unsigned long error = invoke(*session);
+        canceller.join();
+        EXPECT_TRUE(error == 12017 || (error == 0 && content(*session) == "hello")) << error;
+        cancelled += error == 12017 ? 1 : 0;
+    }
+    EXPECT_GT(cancelled, 0);
+    over = true;
+    session->set_watch({});
+    session->set_action_data(http_session::action_run);  // whose connection ends with it
+    EXPECT_EQ(0U, invoke(*session));
+    player.join();
+}
+
+}  // namespace

@@ -1,0 +1,12 @@
+// Header lines from the command line.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace command {
+
+/// The lines joined with CR LF. Throws CLI::ValidationError for one that is no header line.
+std::string joined_headers(const std::vector<std::string>& lines);
+
+}  // namespace command
