@@ -58,9 +58,9 @@ using credentials_prompt = bool (*)(credentials_request& request);
 TESSEL_API void set_credentials_prompt(credentials_prompt prompt);
 
 /// Sets what finds the proxies of a server; null brings the default back: the environment and the settings of
-/// the desktop on Linux, the user's settings on Windows. The factory is asked once,
-/// at the first question about a proxy, so set it before the first request. It may return null: then every
-/// request goes to its server directly.
+/// the desktop on Linux, the user's settings on Windows, with the script that they may name. The factory is
+/// asked once, at the first question about a proxy, so set it before the first request. It may return null:
+/// then every request goes to its server directly.
 /// Thread: any.
 TESSEL_API void set_proxy_finder_factory(proxy_finder_factory factory);
 

@@ -47,8 +47,7 @@ bool script_engine::load(std::string_view script) {
 
 script_outcome script_engine::evaluate(const std::string& url) {
     char** const answers = px_proxy_factory_get_proxies(m_factory.get(), url.c_str());
-    script_outcome outcome =
-        unwrapped_outcome(answers != nullptr && answers[0] != nullptr ? answers[0] : "");
+    script_outcome outcome = unwrapped_outcome(answers != nullptr && answers[0] != nullptr ? answers[0] : "");
     px_proxy_factory_free_proxies(answers);
     return outcome;
 }

@@ -14,8 +14,8 @@ using proxy_helper_protocol::k_longest_text;
 constexpr std::string_view k_scheme = "http://tessel-";
 constexpr std::string_view k_port = ":1";
 
-// The script is a function's body, given as text, so that one that can't even be read only throws, and so that
-// its FindProxyForURL isn't ours when it calls itself.
+// The script is a function's body, given as text, so that one that can't even be read only throws, and so
+// that its FindProxyForURL isn't ours when it calls itself.
 constexpr std::string_view k_before = R"js((function () {
     var everything = this, find = null, problem = "";
     function text(value) {
