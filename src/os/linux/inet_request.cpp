@@ -505,7 +505,10 @@ data_verdict inet_request::on_data(std::uint64_t tag, const char* data, std::siz
     }
     const bool reading = m_operation == operation::read && !m_operation_done;
     if (!reading) {
-        if (!m_window.has_room_for(bytes)) {
+        // A caller that turns the network by itself reads soon, and mostly into its own memory.
+        const std::size_t ceiling =
+            m_turned == nullptr ? receive_window::k_ceiling : receive_window::k_ceiling / 4;
+        if (!m_window.has_room_for(bytes, ceiling)) {
             m_paused = true;
             return data_verdict::full;
         }

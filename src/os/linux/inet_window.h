@@ -13,7 +13,9 @@ public:
     static constexpr std::size_t k_ceiling = std::size_t{1} << 20U;
 
     std::size_t size() const noexcept { return m_size; }
-    bool has_room_for(std::size_t bytes) const noexcept { return m_size + bytes <= k_ceiling || m_size == 0; }
+    bool has_room_for(std::size_t bytes, std::size_t ceiling) const noexcept {
+        return m_size + bytes <= ceiling || m_size == 0;
+    }
 
     void append(const char* data, std::size_t bytes);
     /// Moves up to `capacity` bytes out. Returns their number.
