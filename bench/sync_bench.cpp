@@ -1,5 +1,5 @@
-// Synchronous sessions beside libcurl's easy interface in the same run: as a host would use either, sending the
-// same headers. Ratios are the times of the other side over ours.
+// Synchronous sessions beside libcurl's easy interface in the same run: as a host would use either, sending
+// the same headers. Ratios are the times of the other side over ours.
 //
 //   sync_bench [--rounds N] [--requests N] [--mib N] [name ...]
 //   names: memory run download threads known chunked upload
@@ -94,7 +94,7 @@ public:
             body.data = body.own.get();
             body.capacity = body_bytes;
             curl_easy_setopt(m_easy, CURLOPT_WRITEDATA, &body);
-                    const CURLcode code = curl_easy_perform(m_easy);
+            const CURLcode code = curl_easy_perform(m_easy);
             if (code != CURLE_OK || body.size != body_bytes) {
                 std::fprintf(stderr, "libcurl: transfer failed: %s\n", curl_easy_strerror(code));
                 std::exit(1);
@@ -111,12 +111,12 @@ std::string server_url(const settings& how) {
     return "http://127.0.0.1:" + std::to_string(how.port);
 }
 
-const std::vector<const char*> k_run_headers{
-    k_agent, "Content-Type: application/x-www-form-urlencoded;charset:utf-8", "Connection: close",
-    "Cache-Control: no-cache", "Accept:"};
+const std::vector<const char*> k_run_headers{k_agent,
+                                             "Content-Type: application/x-www-form-urlencoded;charset:utf-8",
+                                             "Connection: close", "Cache-Control: no-cache", "Accept:"};
 const std::vector<const char*> k_bare_headers{k_agent, "Cache-Control: no-cache", "Accept:"};
-const std::vector<const char*> k_upload_headers{k_agent,   "Cache-Control: no-cache", "Accept:",
-                                                "Expect:", "Content-Type:",           "Pragma:"};
+const std::vector<const char*> k_upload_headers{
+    k_agent, "Cache-Control: no-cache", "Accept:", "Expect:", "Content-Type:", "Pragma:"};
 
 // A connection each: they run out of ports when there are too many.
 void compare_runs(const settings& how) {

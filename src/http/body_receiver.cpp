@@ -8,9 +8,15 @@
 namespace kro::tessel::http {
 namespace {
 
-// Most bytes of one read while somebody watches. Others are as large as their chunk, so that the bytes go from
-// the network straight to their place.
+// Most bytes of one read while somebody watches. Others are as large as their chunk, so that the bytes go
+// from the network straight to their place.
 constexpr std::uint32_t k_watched_read = 256U << 10U;
+
+// What a body of unknown length that has come to k_long_body is received into. The C library gives blocks of
+// this size a mapping of their own, so each goes back to the system as soon as it has been joined; and they
+// are filled by reads as large as themselves. What stays empty of the last one is never touched.
+constexpr std::uint64_t k_long_body = 2U << 20U;
+constexpr std::uint32_t k_large_chunk = 64U << 20U;
 
 }  // namespace
 
@@ -57,6 +63,9 @@ std::uint32_t body_receiver::receive() {
 // Another chunk; or the end of the body, which a read into a chunk of 0 bytes couldn't tell of.
 std::uint32_t body_receiver::make_room() {
     std::uint32_t room = static_cast<std::uint32_t>(k_chunk_capacity) - 1;
+    if (!m_is_sized && m_received >= k_long_body && add_chunk(k_large_chunk)) {
+        return 0;
+    }
     if (m_is_sized || m_pace == pace::as_it_comes) {
         const os::inet_read_status there = os::inet().available(m_request);
         if (!there.status.ok() || there.bytes == 0) {
@@ -65,18 +74,20 @@ std::uint32_t body_receiver::make_room() {
         }
         room = there.bytes;
     }
+    return add_chunk(room) ? 0 : os::k_error_not_enough_memory;
+}
+
+bool body_receiver::add_chunk(std::uint32_t room) {
+    _buffer_content* const added =
+        m_received + room > k_max_received ? nullptr : make_chunk_to_fill(std::size_t{room} + 1);
+    if (added == nullptr) {
+        return false;
+    }
     close_last_chunk();
-    if (m_pace == pace::by_chunk) {
-        expect_rest_of_body(m_received, m_expected);
-    }
-    m_filled = m_received + room > k_max_received ? nullptr : make_chunk_to_fill(std::size_t{room} + 1);
-    m_room = m_used = 0;
-    if (m_filled == nullptr) {
-        m_filled = m_last;
-        return os::k_error_not_enough_memory;
-    }
+    m_filled = added;
     m_room = room;
-    return 0;
+    m_used = 0;
+    return true;
 }
 
 void body_receiver::count(std::uint32_t bytes) {

@@ -16,8 +16,8 @@ namespace kro::tessel::http {
 class body_receiver {
 public:
     enum class pace {
-        by_chunk,   ///< a body of unknown length in chunks of k_chunk_capacity, each read until it's full
-        as_it_comes  ///< in chunks of what is there, so that each arrival is reported
+        by_chunk,    ///< a body of unknown length in chunks of k_chunk_capacity, each read until it's full
+        as_it_comes  ///< in chunks of what is there
     };
 
     /// length:  what the response says of it; the memory is taken at once, but touched as the body comes.
@@ -28,8 +28,8 @@ public:
     body_receiver& operator=(const body_receiver&) = delete;
     ~body_receiver();
 
-    /// Returns 0 at the end of the body, else the error number: of a read, or 8 for a body that finds no room.
-    /// What had come before stays.
+    /// Returns 0 at the end of the body, else the error number: of a read, or 8 for a body that finds no
+    /// room. What had come before stays.
     std::uint32_t receive();
 
     /// Hands out what was received as one chunk, ended by a zero byte that isn't counted, or a chain if there
@@ -38,6 +38,7 @@ public:
 
 private:
     std::uint32_t make_room();
+    bool add_chunk(std::uint32_t room);
     void count(std::uint32_t bytes);
     void close_last_chunk() noexcept;
     bool has_room() const noexcept { return m_used < m_room; }
@@ -54,7 +55,6 @@ private:
     std::uint32_t m_room = 0;             // of m_filled, without the byte for the zero
     std::uint32_t m_used = 0;
     std::uint64_t m_received = 0;
-    std::uint64_t m_expected = 0;
 };
 
 }  // namespace kro::tessel::http

@@ -13,10 +13,6 @@ namespace {
 
 constexpr std::uint64_t k_max_size = 0xFFFFFFFFU;
 
-// A body of unknown length that has come to k_long_body is taken to go on for k_likely_rest at least.
-constexpr std::uint64_t k_long_body = 0x200000;
-constexpr std::uint64_t k_likely_rest = 0x1000000;
-
 std::atomic<int> g_calls_until_failure{-1};
 
 bool is_to_fail() noexcept {
@@ -102,13 +98,6 @@ _buffer_content* trim_chunk(_buffer_content* chunk, std::size_t bytes) noexcept 
 void free_chain(_buffer_content* chain) noexcept {
     while (chain != nullptr) {
         std::free(std::exchange(chain, chain->next));
-    }
-}
-
-void expect_rest_of_body(std::uint64_t received, std::uint64_t& expected) noexcept {
-    if (received >= k_long_body && received >= expected) {
-        expected = received + k_likely_rest;
-        os::expect_blocks(k_likely_rest);
     }
 }
 

@@ -30,10 +30,6 @@ _buffer_content* trim_chunk(_buffer_content* chunk, std::size_t bytes) noexcept;
 /// Frees a chain, chunk by chunk in a loop; null is accepted.
 void free_chain(_buffer_content* chain) noexcept;
 
-/// Tells the system of the small chunks that a body of unknown length is likely to need yet, once it is long.
-/// received: bytes so far. expected: 0 at first; the function's own.
-void expect_rest_of_body(std::uint64_t received, std::uint64_t& expected) noexcept;
-
 enum class flatten_result { flat_already, flattened, no_memory };
 
 /// Joins a chain of several chunks into one chunk that ends in a zero byte which isn't counted, freeing each

@@ -16,8 +16,8 @@ wchar lowered(wchar unit) noexcept {
 bool begins_with_name(wide_view line, wide_view name) noexcept {
     line.remove_prefix(std::min(line.find_first_not_of(TESSEL_W(" \t")), line.size()));
     const bool same =
-        line.size() > name.size() && std::equal(name.begin(), name.end(), line.begin(),
-                                                [](wchar a, wchar b) { return a == lowered(b); });
+        line.size() > name.size() &&
+        std::equal(name.begin(), name.end(), line.begin(), [](wchar a, wchar b) { return a == lowered(b); });
     if (!same) {
         return false;
     }

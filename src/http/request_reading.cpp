@@ -1,4 +1,6 @@
 // Reading the body into the chain: straight into the chunks, one copy of each byte.
+#include "os/memory.h"
+
 #include "http/buffer_chain.h"
 #include "http/request_machine.h"
 #include "tessel/base/trace.h"
@@ -7,6 +9,10 @@
 
 namespace kro::tessel::http {
 namespace {
+
+// A body of unknown length that has come to k_long_body is taken to go on for k_likely_rest at least.
+constexpr std::uint64_t k_long_body = 0x200000;
+constexpr std::uint64_t k_likely_rest = 0x1000000;
 
 // A chunk whose last byte is kept for the terminating zero.
 _buffer_content* make_chunk_with_room_for_zero(std::size_t capacity) {
@@ -93,7 +99,10 @@ bool request_machine::take_bytes(std::uint32_t count, std::uint32_t& error) {
         m_context.buffers.dwBufferLength = static_cast<std::uint32_t>(end - position);
         return true;
     }
-    expect_rest_of_body(m_slot->received, m_slot->expected);
+    if (m_slot->received >= k_long_body && m_slot->received >= m_slot->expected) {
+        m_slot->expected = m_slot->received + k_likely_rest;
+        os::expect_blocks(k_likely_rest);
+    }
     m_slot->next_chunk =
         m_slot->received > k_max_received ? nullptr : make_chunk_with_room_for_zero(k_chunk_capacity);
     if (m_slot->next_chunk == nullptr) {

@@ -152,9 +152,8 @@ bool session_transfer::user_wants_again(const outcome& what) {
         return false;
     }
     void* const parent = m_session.m_parent_wnd;
-    const std::uint32_t answer =
-        os::inet().dialog(parent != nullptr ? parent : os::message_windows().dialog_parent(), m_request,
-                          error, k_dialog_flags);
+    const std::uint32_t answer = os::inet().dialog(
+        parent != nullptr ? parent : os::message_windows().dialog_parent(), m_request, error, k_dialog_flags);
     trace_message(trace_debug) << TESSEL_W("InternetErrorDlg return ") << answer;
     return answer == os::k_error_inet_force_retry;
 }

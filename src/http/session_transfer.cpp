@@ -32,10 +32,11 @@ constexpr std::uint32_t k_least_wait_for_large_body = 360000;  // ms
     throw internal_errno_exception(error != 0 ? error : os::k_error_inet_internal);
 }
 
-wide_string proxy_text(const proxy_info& proxy) {
+CTString proxy_text(const proxy_info& proxy) {
     const std::string port = std::to_string(proxy.port);
-    wide_string text = proxy.server + TESSEL_W(":");
-    return text.append(port.begin(), port.end());
+    CTString text = proxy.server + TESSEL_W(":");
+    text.append(port.begin(), port.end());
+    return text;
 }
 
 void close(os::inet_handle& handle) noexcept {
@@ -72,7 +73,8 @@ void session_transfer::open_as_set() {
     const CTString& agent = m_session.m_agent;
     const std::uint32_t undirected = m_session.m_preconfig ? os::k_access_preconfigured : os::k_access_direct;
     open(proxy.server.empty() ? undirected : os::k_access_proxy,
-         proxy.server.empty() ? wide_string() : proxy_text(proxy), agent.empty() ? k_default_agent : wide_view(agent));
+         proxy.server.empty() ? CTString() : proxy_text(proxy),
+         agent.empty() ? k_default_agent : wide_view(agent));
     set_proxy_account();
 }
 
@@ -113,9 +115,9 @@ void session_transfer::open(std::uint32_t access, wide_view proxy, wide_view age
         fail_with_last_error();
     }
     const bool is_secure = parts.scheme_number == os::k_scheme_https;
-    m_request = net.open_request(m_connection, get_http_method_name(m_session.m_method),
-                                 parts.path + parts.extra,
-                                 k_open_flags | (is_secure ? os::k_request_secure : 0), 0);
+    m_request =
+        net.open_request(m_connection, get_http_method_name(m_session.m_method), parts.path + parts.extra,
+                         k_open_flags | (is_secure ? os::k_request_secure : 0), 0);
     if (m_request == nullptr) {
         fail_with_last_error();
     }

@@ -102,7 +102,7 @@ private:
     os::inet_handle m_request = nullptr;
     outgoing m_outgoing;
     _buffer_content* m_received = nullptr;  // the response's
-    std::uint64_t m_gone_out = 0;    // of the body, as reported
+    std::uint64_t m_gone_out = 0;           // of the body, as reported
     std::uint32_t m_host_error = 0;  // what the host's progress function threw inside a call of the service
 };
 

@@ -28,8 +28,8 @@ void run_at_boundary(Body&& body) {
 inline constexpr std::uint32_t k_error_no_memory = 8;
 inline constexpr std::uint32_t k_error_internal = 1359;
 
-/// Runs `body` and gives the number of the exception that escaped it, 0 for none: an internal_errno_exception's
-/// own, 8 for std::bad_alloc, 1359 for all others, a host's among them.
+/// Runs `body` and gives the number of the exception that escaped it, 0 for none: an
+/// internal_errno_exception's own, 8 for std::bad_alloc, 1359 for all others, a host's among them.
 template <class Body>
 std::uint32_t number_of(Body&& body) noexcept {
     try {

@@ -1,5 +1,5 @@
-// Synchronous sessions against a scripted service: what is asked of it, what the sink and the user decide, and
-// what the host gets.
+// Synchronous sessions against a scripted service: what is asked of it, what the sink and the user decide,
+// and what the host gets.
 #include "support/scripted_inet.h"
 #include "support/trace_recorder.h"
 #include "tessel/tessel.h"
@@ -189,24 +189,66 @@ TEST_F(HttpSession, DecidesWithItsSinkAndItsUserWhatFollows) {
         {"send, default", {12002}, 200, {default_}, {}, {}, {"send 12002/0"}, 0, 12002},
         {"send, undecided", {12002}, 200, {}, {}, {}, {"send 12002/0", "response 12002/0"}, 0, 12002},
         {"send, retry second", {12002, 0}, 200, {f}, {retry}, {}, {"send 12002/0", "response 12002/0"}, 0, 0},
-        {"send, default second", {12007}, 200, {f}, {default_}, {}, {"send 12007/0", "response 12007/0"}, 0,
+        {"send, default second",
+         {12007},
+         200,
+         {f},
+         {default_},
+         {},
+         {"send 12007/0", "response 12007/0"},
+         0,
          12007},
-        {"send, retry, other error", {12002, 12029}, 200, {retry, default_}, {}, {},
-         {"send 12002/0", "send 12029/0"}, 0, 12029},
+        {"send, retry, other error",
+         {12002, 12029},
+         200,
+         {retry, default_},
+         {},
+         {},
+         {"send 12002/0", "send 12029/0"},
+         0,
+         12029},
         {"status, undecided", {0}, 404, {}, {}, {}, {"send 12000/404", "response 12000/404"}, 0, 0},
         {"status, default", {0}, 404, {default_}, {}, {}, {"send 12000/404"}, 0, 0},
-        {"status, default second", {0}, 407, {f}, {default_}, {}, {"send 12000/407", "response 12000/407"}, 0,
+        {"status, default second",
+         {0},
+         407,
+         {f},
+         {default_},
+         {},
+         {"send 12000/407", "response 12000/407"},
+         0,
          0},
-        {"status, retry, send fails", {0, 12031}, 500, {retry, f}, {default_}, {},
-         {"send 12000/500", "send 12031/0", "response 12031/0"}, 0, 12031},
+        {"status, retry, send fails",
+         {0, 12031},
+         500,
+         {retry, f},
+         {default_},
+         {},
+         {"send 12000/500", "send 12031/0", "response 12031/0"},
+         0,
+         12031},
         {"no status", {0}, 0, {}, {}, {}, {"send 12000/0", "response 12000/0"}, 0, 0},
         {"407, cancelled", {0}, 407, {}, {}, {1223}, {"send 12000/407", "response 12000/407"}, 1, 0},
-        {"401, again and again", {0, 0, 0}, 401, {}, {}, {12032, 12032, 0},
+        {"401, again and again",
+         {0, 0, 0},
+         401,
+         {},
+         {},
+         {12032, 12032, 0},
          {"send 12000/401", "response 12000/401", "send 12000/401", "response 12000/401", "send 12000/401",
-          "response 12000/401"}, 3, 0},
+          "response 12000/401"},
+         3,
+         0},
         {"403", {0}, 403, {}, {}, {0}, {"send 12000/403", "response 12000/403"}, 1, 0},
         {"bad password", {12014, 0}, 200, {}, {}, {12032}, {"send 12014/0", "response 12014/0"}, 1, 0},
-        {"bad password, cancelled", {12014}, 200, {}, {}, {1223}, {"send 12014/0", "response 12014/0"}, 1,
+        {"bad password, cancelled",
+         {12014},
+         200,
+         {},
+         {},
+         {1223},
+         {"send 12014/0", "response 12014/0"},
+         1,
          12014},
     };
     for (const auto& row : rows) {
@@ -311,10 +353,10 @@ TEST_F(HttpSession, RunComposesTheRequest) {
     set_text(own, TESSEL_W("\u00E4=1"));
     EXPECT_TRUE(own.invoke());
     const std::string requests = "open_request POST /a?b=c 8480c000";
-    EXPECT_THAT(inet.calls(),
-                ElementsAre("open 3 proxy:3128 agent/1", "connect h:8443 user secret", requests,
-                            "set_credentials proxy me word", "send " + type + ";charset:utf-8" + close +
-                            "|\xC3\xA4=1", testing::_, "close", "close", "close"));
+    EXPECT_THAT(inet.calls(), ElementsAre("open 3 proxy:3128 agent/1", "connect h:8443 user secret", requests,
+                                          "set_credentials proxy me word",
+                                          "send " + type + ";charset:utf-8" + close + "|\xC3\xA4=1",
+                                          testing::_, "close", "close", "close"));
 
     const auto sent = [&] {
         EXPECT_TRUE(own.invoke());

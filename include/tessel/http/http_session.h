@@ -61,12 +61,13 @@ public:
     /// upon is a response like any other: the run succeeds.
     /// A body that breaks off with an error fails the run and leaves what was received in the response.
     virtual std::uint32_t run();
-    /// Sends the body as it is, with the caller's headers alone; for large ones. Always by way of the system's
-    /// proxy settings, and with a receive time-out of at least six minutes. Errors as those of `run`.
+    /// Sends the body as it is, with the caller's headers alone; for large ones. Always by way of the
+    /// system's proxy settings, and with a receive time-out of at least six minutes. Errors as those of
+    /// `run`.
     virtual std::uint32_t runUpload();
     /// Fetches the URL without headers and body; for large ones. Proxy and time-out as for an upload.
-    /// A failed send isn't an error: it ends as an empty response with status 0; neither is a body that breaks
-    /// off, which is delivered as far as it came. The sink hears of the end only (kept).
+    /// A failed send isn't an error: it ends as an empty response with status 0; neither is a body that
+    /// breaks off, which is delivered as far as it came. The sink hears of the end only (kept).
     virtual std::uint32_t runDownload();
     virtual std::uint32_t reserved1();  ///< does nothing, gives 0; keeps its place for the interface's sake
     virtual std::uint32_t reserved2();  ///< the same
@@ -82,15 +83,15 @@ public:
     /// The session's response; null while there's no status code. The argument isn't used.
     const http_response* get_response(unsigned long = 0) const;
 
-    /// Copies the body of the requests to come. Text (UTF-16 units, without a zero) unless `set_raw_data` says
-    /// otherwise. data: may be null when len is 0, which clears it. len: bytes.
-    /// Returns: false, with nothing changed: 87 for null with a length, 8 without memory.
+    /// Copies the body of the requests to come. Text (UTF-16 units, without a zero) unless `set_raw_data`
+    /// says otherwise. data: may be null when len is 0, which clears it. len: bytes. Returns: false, with
+    /// nothing changed: 87 for null with a length, 8 without memory.
     bool set_data_to_post(const void* data, unsigned int len);
     /// The same for the request headers: text, in lines separated by CR LF.
     bool set_data_to_header(const void* data, unsigned int len);
 
-    /// Gives the body. buf: gets as much as fits; may be null. len: in the room in bytes, out the body's length.
-    /// Returns: whether all of it fitted; false: 122, or 87 when len is null.
+    /// Gives the body. buf: gets as much as fits; may be null. len: in the room in bytes, out the body's
+    /// length. Returns: whether all of it fitted; false: 122, or 87 when len is null.
     bool get_data_to_post(void* buf, unsigned int* len) const;
 
     void set_url(const CTString& url) { m_url = url; }
@@ -126,7 +127,8 @@ public:
     /// Progress and cancelling, for the transfers to come; copied.
     void set_watch(const transfer_watch& watch);
 
-    /// The manager of asynchronous requests, see tessel/http/session.h; made on first use, there until unload.
+    /// The manager of asynchronous requests, see tessel/http/session.h; made on first use, there until
+    /// unload.
     static http_session_mgr& mgr();
 
 protected:

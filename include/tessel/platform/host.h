@@ -45,8 +45,8 @@ struct credentials_request {
     CTString password;       ///< out: the password entered
 };
 
-/// Asks the user for credentials. Called on the user-interface thread, from a step of a request; it may
-/// run a nested loop. Returns false when the user cancelled.
+/// Asks the user for credentials. Called on the user-interface thread, from a step of a request, or on the
+/// thread of a synchronous transfer; it may run a nested loop. Returns false when the user cancelled.
 using credentials_prompt = bool (*)(credentials_request& request);
 
 /// Sets the prompt behind the authentication dialogue on Linux; null brings the default back. That is the

@@ -25,8 +25,8 @@ public:
     /// (names without a dot) and "<-loopback>" (this machine goes through the proxy too). Entries are
     /// divided by blanks or semicolons.
     static proxy_rules explicit_ones(std::string_view proxies, std::string_view bypass);
-    /// The environment's and the desktop's fixed ones, as they are or were a second ago at most. A script is left
-    /// out: asking it takes longer than opening a session may.
+    /// The environment's and the desktop's fixed ones, as they are or were a second ago at most. A script is
+    /// left out: asking it takes longer than opening a session may.
     static proxy_rules preconfigured();
 
     route route_to(const inet_address& address) const;
