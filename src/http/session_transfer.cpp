@@ -231,8 +231,9 @@ void session_transfer::body_goes_out(std::uint64_t bytes) noexcept {
     }
     m_gone_out = done;
     m_host_error = exception::number_of([&] { report(transfer_upload, done, m_outgoing.bytes); });
-    if (m_host_error != 0) {
-        close_request();
+    const transfer_watch& watch = *m_session.m_watch;
+    if (m_host_error != 0 && watch.cancel.state().take_back(m_request)) {
+        close(m_request);
     }
 }
 
