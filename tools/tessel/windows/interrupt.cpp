@@ -14,8 +14,8 @@ std::mutex g_mutex;  // guards the function, and is held while it runs
 std::function<void()> g_stop;
 std::atomic<bool> g_interrupted{false};
 
-// On a thread that the system makes for it. Before that the runtime has put the default action back in force, so
-// that the next interrupt ends the process.
+// On a thread that the system makes for it. Before that the runtime has put the default action back in force,
+// so that the next interrupt ends the process.
 void note(int /*signal*/) {
     g_interrupted = true;
     const std::lock_guard lock(g_mutex);
