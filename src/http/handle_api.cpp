@@ -169,11 +169,12 @@ std::uint32_t init_session(session_context* context) try {
 }
 
 bool reinvoke(void* handle) {
-    if (find_traced(handle, TESSEL_W("[httputil] reinvoke, invalid session!! ")) == nullptr) {
+    const request_ref slot = find_traced(handle, TESSEL_W("[httputil] reinvoke, invalid session!! "));
+    if (slot == nullptr) {
         return false;
     }
     // Only the low byte of the code counts (kept: hosts test for "false", started).
-    return static_cast<std::uint8_t>(init_session(static_cast<session_context*>(handle))) != 0;
+    return static_cast<std::uint8_t>(start_guarded(slot)) != 0;
 }
 
 bool set_url(void* handle, const CTString& url) try {
