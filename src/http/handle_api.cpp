@@ -183,6 +183,9 @@ bool set_url(void* handle, const CTString& url) try {
         return false;
     }
     const std::lock_guard step(slot->step);
+    if (engine().live.has_ended(*slot)) {
+        return false;  // by another thread, since it was found
+    }
     slot->context->url = url;
     return true;
 } catch (const std::bad_alloc&) {
@@ -193,7 +196,9 @@ void set_auto_delete(void* handle, bool auto_delete) {
     const request_ref slot = find_traced(handle, TESSEL_W("[httputil] set_auto_delete, invalid session!! "));
     if (slot != nullptr) {
         const std::lock_guard step(slot->step);
-        slot->context->auto_delete = auto_delete;
+        if (!engine().live.has_ended(*slot)) {
+            slot->context->auto_delete = auto_delete;
+        }
     }
 }
 

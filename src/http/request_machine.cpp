@@ -51,7 +51,7 @@ request_machine::request_machine(engine_state& state, request_ref slot)
 }
 
 std::uint32_t request_machine::start() {
-    if (m_engine.live.has_ended(*m_slot)) {
+    if (has_ended()) {
         return os::k_error_inet_operation_cancelled;  // by another thread, since it was found
     }
     trace_message(trace_debug) << TESSEL_W("[httputil] || init_session ")
@@ -332,6 +332,9 @@ void run_due_step(session_context* context) noexcept {
         return;
     }
     request_machine machine(engine(), std::move(slot));
+    if (machine.has_ended()) {
+        return;  // by another thread, since the step was taken
+    }
     const std::uint32_t error = machine.process_guarded();
     if (error != 0 && machine.is_current()) {
         trace_number(TESSEL_W("[httputil] state_processor failed. ret: "), error);
