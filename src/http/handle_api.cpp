@@ -169,11 +169,12 @@ std::uint32_t init_session(session_context* context) try {
 }
 
 bool reinvoke(void* handle) {
-    if (find_traced(handle, TESSEL_W("[httputil] reinvoke, invalid session!! ")) == nullptr) {
+    const request_ref slot = find_traced(handle, TESSEL_W("[httputil] reinvoke, invalid session!! "));
+    if (slot == nullptr) {
         return false;
     }
     // Only the low byte of the code counts (kept: hosts test for "false", started).
-    return static_cast<std::uint8_t>(init_session(static_cast<session_context*>(handle))) != 0;
+    return static_cast<std::uint8_t>(start_guarded(slot)) != 0;
 }
 
 bool set_url(void* handle, const CTString& url) try {
@@ -182,6 +183,9 @@ bool set_url(void* handle, const CTString& url) try {
         return false;
     }
     const std::lock_guard step(slot->step);
+    if (engine().live.has_ended(*slot)) {
+        return false;  // by another thread, since it was found
+    }
     slot->context->url = url;
     return true;
 } catch (const std::bad_alloc&) {
@@ -192,7 +196,9 @@ void set_auto_delete(void* handle, bool auto_delete) {
     const request_ref slot = find_traced(handle, TESSEL_W("[httputil] set_auto_delete, invalid session!! "));
     if (slot != nullptr) {
         const std::lock_guard step(slot->step);
-        slot->context->auto_delete = auto_delete;
+        if (!engine().live.has_ended(*slot)) {
+            slot->context->auto_delete = auto_delete;
+        }
     }
 }
 

@@ -16,10 +16,10 @@ request_slot::~request_slot() {
     free_chain(next_chunk);
 }
 
-void live_requests::add(const request_ref& slot) {
+bool live_requests::add(const request_ref& slot) {
     const std::lock_guard lock(m_mutex);
-    if (slot->live) {
-        return;
+    if (slot->live || slot->ended) {
+        return slot->live;
     }
     const auto place = m_order.insert(m_order.end(), slot);
     try {
@@ -30,6 +30,12 @@ void live_requests::add(const request_ref& slot) {
     }
     slot->live = true;
     slot->owns_context = true;
+    return true;
+}
+
+bool live_requests::has_ended(const request_slot& slot) const {
+    const std::lock_guard lock(m_mutex);
+    return slot.ended;
 }
 
 bool live_requests::contains(const session_context* context) const {
@@ -53,6 +59,7 @@ request_ref live_requests::take(const session_context* context) {
     m_order.erase(found->second);
     m_index.erase(found);
     slot->live = false;
+    slot->ended = true;
     slot->step_due = false;
     return slot;
 }

@@ -34,6 +34,7 @@ struct request_slot {
 
     // Guarded by the mutex of live_requests.
     bool live = false;
+    bool ended = false;                 ///< removed or detached: never live again
     bool owns_context = false;          ///< the context is destroyed with the slot
     bool step_due = false;              ///< a posted message is to run a step
     std::uint32_t start = 0;            ///< counts the starts: a step of an earlier one does no more
@@ -48,7 +49,10 @@ using request_ref = std::shared_ptr<request_slot>;
 class live_requests {
 public:
     /// Appends the request, which from then on owns its context; one that is live already stays where it is.
-    void add(const request_ref& slot);
+    /// False for one that was removed or detached meanwhile.
+    bool add(const request_ref& slot);
+    /// Whether it was removed or detached: then its context may be gone.
+    bool has_ended(const request_slot& slot) const;
 
     bool contains(const session_context* context) const;
     request_ref find(const session_context* context) const;

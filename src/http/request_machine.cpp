@@ -51,6 +51,9 @@ request_machine::request_machine(engine_state& state, request_ref slot)
 }
 
 std::uint32_t request_machine::start() {
+    if (has_ended()) {
+        return os::k_error_inet_operation_cancelled;  // by another thread, since it was found
+    }
     trace_message(trace_debug) << TESSEL_W("[httputil] || init_session ")
                                << static_cast<const void*>(&m_context);
     forget_earlier_start();
@@ -66,7 +69,9 @@ std::uint32_t request_machine::start() {
     m_context.port = m_context.components.port;
     const bool connected = m_engine.connections.find({m_context.host_key, m_context.port}) != nullptr;
     m_context.state = connected ? state_opening : state_connecting;
-    m_engine.live.add(m_slot);
+    if (!m_engine.live.add(m_slot)) {
+        return os::k_error_inet_operation_cancelled;
+    }
     return connected ? process_state() : connect(session);
 }
 
@@ -327,6 +332,9 @@ void run_due_step(session_context* context) noexcept {
         return;
     }
     request_machine machine(engine(), std::move(slot));
+    if (machine.has_ended()) {
+        return;  // by another thread, since the step was taken
+    }
     const std::uint32_t error = machine.process_guarded();
     if (error != 0 && machine.is_current()) {
         trace_number(TESSEL_W("[httputil] state_processor failed. ret: "), error);

@@ -36,6 +36,7 @@ public:
     /// Delivers the result.
     void finish();
 
+    bool has_ended() const { return m_engine.live.has_ended(*m_slot); }
     bool is_current() const { return m_engine.live.is_current(*m_slot, m_start); }
 
 private:
