@@ -248,7 +248,7 @@ TEST(HttpSessionWire, ThreadsDoNotHoldEachOtherUp) {
     constexpr int k_threads = 8;
     constexpr int k_turns = 20;
     std::vector<std::thread> threads;
-    threads.reserve(k_threads * 2);
+    threads.reserve(std::size_t{2} * k_threads);
     std::vector<std::unique_ptr<test_server>> servers;
     servers.reserve(k_threads);
     for (int i = 0; i < k_threads; ++i) {
