@@ -131,9 +131,9 @@ private:
             m_toolkit.note("xml");
             return wide(m_toolkit.xml);
         }
-        bool fault(kro::tessel::wide_string& code, kro::tessel::wide_string& string) override {
-            code = wide(m_toolkit.fault_code);
-            string = wide(m_toolkit.fault_text);
+        bool fault(kro::tessel::wide_string& its_code, kro::tessel::wide_string& its_text) override {
+            its_code = wide(m_toolkit.fault_code);
+            its_text = wide(m_toolkit.fault_text);
             return !m_toolkit.fault_code.empty();
         }
         std::unique_ptr<kro::tessel::os::soap_nodes> rpc_result_nodes() override {
