@@ -23,18 +23,23 @@ std::shared_ptr<const fixed_proxies> shared_if_any(fixed_proxies proxies) {
     return any ? std::make_shared<const fixed_proxies>(std::move(proxies)) : nullptr;
 }
 
-system_proxies system_proxies_of_late() {
-    static std::mutex mutex;  // guards the two below
-    static system_proxies latest;
-    static clock::time_point due = clock::time_point::min();
+struct read_proxies {
+    std::mutex mutex;  // guards the two below
+    system_proxies latest;
+    clock::time_point due = clock::time_point::min();
+};
 
-    const std::lock_guard lock(mutex);
+system_proxies system_proxies_of_late() {
+    // Never destroyed: other threads may open sessions while the process ends.
+    static read_proxies& s_read = *new read_proxies;
+
+    const std::lock_guard lock(s_read.mutex);
     const clock::time_point now = clock::now();
-    if (now >= due) {
-        latest = {shared_if_any(environment_proxies()), shared_if_any(desktop_proxies_now().fixed)};
-        due = now + k_settings_stay;
+    if (now >= s_read.due) {
+        s_read.latest = {shared_if_any(environment_proxies()), shared_if_any(desktop_proxies_now().fixed)};
+        s_read.due = now + k_settings_stay;
     }
-    return latest;
+    return s_read.latest;
 }
 
 constexpr std::string_view k_dividers = " \t\r\n;";
