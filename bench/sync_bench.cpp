@@ -1,7 +1,7 @@
 // Synchronous sessions beside libcurl's easy interface in the same run: as a host would use either, sending
 // the same headers. Ratios are the times of the other side over ours.
 //
-//   sync_bench [--rounds N] [--requests N] [--mib N] [name ...]
+//   sync_bench [--rounds N] [--requests N] [--mib N] [--side TEXT] [name ...]
 //   names: memory run download threads known chunked upload
 
 #include "support/bench_server.h"

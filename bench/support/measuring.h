@@ -54,6 +54,7 @@ struct settings {
     std::uint16_t port = 0;
     std::vector<std::uint16_t> ports;  ///< of all servers: the same one is seen as many
     std::vector<std::string> names;    ///< of the measurements; none: all
+    std::string side;                  ///< only sides whose names begin so, for a profiler
 
     bool wants(const std::string& name) const {
         return names.empty() || std::find(names.begin(), names.end(), name) != names.end();
@@ -68,7 +69,7 @@ inline void raise_descriptor_limit() {
     ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-/// Reads [--rounds N] [--requests N] [--mib N] [--limit N] [name ...] and starts the server in a process of
+/// Reads [--rounds N] [--requests N] [--mib N] [--limit N] [--side TEXT] [name ...] and starts the server in a process of
 /// its own.
 inline settings settings_of(int count, char** arguments, std::size_t servers = 1) {
     settings how;
@@ -82,6 +83,8 @@ inline settings settings_of(int count, char** arguments, std::size_t servers = 1
             how.limit = static_cast<std::uint32_t>(std::atoi(arguments[++i]));
         } else if (word == "--mib" && i + 1 < count) {
             how.mib = static_cast<std::size_t>(std::atoi(arguments[++i]));
+        } else if (word == "--side" && i + 1 < count) {
+            how.side = arguments[++i];
         } else if (word.rfind("--benchmark_min_time", 0) == 0) {
             how.rounds = 1;  // as for the other benchmarks: only see that it runs
             how.requests = 400;
@@ -111,6 +114,11 @@ struct side {
 
 inline void compare(const settings& how, const std::string& title, double units, const char* unit,
                     std::vector<side> sides) {
+    const auto is_left_out = [&how](const side& one) { return one.name.rfind(how.side, 0) != 0; };
+    sides.erase(std::remove_if(sides.begin(), sides.end(), is_left_out), sides.end());
+    if (sides.empty()) {
+        return;
+    }
     for (int round = 0; round < how.rounds; ++round) {
         for (side& one : sides) {
             const measured result = measure(one.work);
