@@ -387,7 +387,11 @@ void transfer_exchanges::restart_waits(std::uint64_t now) noexcept {
 int transfer_exchanges::on_socket(CURL* /*easy*/, curl_socket_t socket, int what, void* set,
                                   void* /*unused*/) {
     auto& from = *static_cast<multi*>(set);
-    from.owner->m_sockets.watch(from.handle, socket, what);
+    try {
+        from.owner->m_sockets.watch(from.handle, socket, what);
+    } catch (const std::bad_alloc&) {
+        // An error from here would end the whole set for good; this way one exchange runs into its time-out.
+    }
     return 0;
 }
 
