@@ -164,6 +164,7 @@ void transfer_exchanges::start(const std::shared_ptr<curl_transfer>& what, origi
     exchange->place.set = set;
     exchange->place.from = &from;
     ++from.running;
+    m_sockets.begins(set->handle);
 }
 
 // libcurl's key for connections lacks the certificate rules that it can't see: a connection that was opened
@@ -179,8 +180,7 @@ transfer_exchanges::multi* transfer_exchanges::set_for(const transfer_request& r
     if (set.handle == nullptr) {
         return nullptr;
     }
-    curl_multi_setopt(set.handle, CURLMOPT_SOCKETFUNCTION, on_socket);
-    curl_multi_setopt(set.handle, CURLMOPT_SOCKETDATA, &set);
+    m_sockets.adopt(set.handle);
     curl_multi_setopt(set.handle, CURLMOPT_TIMERFUNCTION, on_timer);
     curl_multi_setopt(set.handle, CURLMOPT_TIMERDATA, &set);
     curl_multi_setopt(set.handle, CURLMOPT_PIPELINING, static_cast<long>(CURLPIPE_NOTHING));
@@ -294,8 +294,7 @@ void transfer_exchanges::run_timers() {
     for (multi& set : m_multis) {
         if (set.timer_due <= m_now) {
             set.timer_due = k_never;
-            int running = 0;
-            curl_multi_socket_action(set.handle, CURL_SOCKET_TIMEOUT, 0, &running);
+            m_sockets.handle_time(set.handle);
         }
     }
 }
@@ -383,17 +382,6 @@ void transfer_exchanges::restart_waits(std::uint64_t now) noexcept {
 }
 
 // ---- what libcurl and the exchanges tell
-
-int transfer_exchanges::on_socket(CURL* /*easy*/, curl_socket_t socket, int what, void* set,
-                                  void* /*unused*/) {
-    auto& from = *static_cast<multi*>(set);
-    try {
-        from.owner->m_sockets.watch(from.handle, socket, what);
-    } catch (const std::bad_alloc&) {
-        // An error from here would end the whole set for good; this way one exchange runs into its time-out.
-    }
-    return 0;
-}
 
 int transfer_exchanges::on_timer(CURLM* /*handle*/, long milliseconds, void* set) {
     auto& from = *static_cast<multi*>(set);

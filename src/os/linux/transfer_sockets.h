@@ -18,6 +18,11 @@ public:
 
     /// Has to succeed before anything else is called. Once it has, it does nothing.
     virtual bool prepare() = 0;
+    /// A set was made: its sockets are looked after from now on, and have to be gone before this is.
+    virtual void adopt(CURLM* set) = 0;
+    /// An exchange begins in this set.
+    virtual void begins(CURLM* set) noexcept = 0;
+
     /// Ends a wait, or the next one. From any thread.
     void ring() noexcept;
 
@@ -30,8 +35,9 @@ public:
     /// Hands on all that has come by now, also what one wait has no room for.
     virtual void handle_all() = 0;
 
-    /// What a set wants to know of a socket: libcurl's CURL_POLL_ numbers.
-    virtual void watch(CURLM* set, int socket, int what) = 0;
+    /// A time that the set asked for has come.
+    virtual void handle_time(CURLM* set) = 0;
+
     /// A socket for a connection; -1 with errno as the system left it.
     virtual int open(const curl_sockaddr& address);
     virtual void close(int socket) noexcept = 0;
