@@ -44,7 +44,8 @@ TESSEL_API session_context* invoke2(const CTString& url, const CTString& headers
                                     complete_procedure complete_proc, unsigned long user_context,
                                     http_method_t method);
 
-/// The same with the body as text, sent in UTF-8.
+/// The same with the body as text, sent in UTF-8. One of more than 2^31 - 1 units or bytes is refused: null,
+/// with 87.
 TESSEL_API session_context* invoke2(const CTString& url, const CTString& headers, const CTString& body,
                                     unsigned long flags, complete_procedure complete_proc,
                                     unsigned long user_context, http_method_t method);
