@@ -15,6 +15,7 @@
 #include <list>
 #include <memory>
 #include <new>
+#include <stdexcept>
 #include <utility>
 
 namespace kro::tessel::http {
@@ -152,6 +153,8 @@ session_context* invoke2(const CTString& url, const CTString& headers, const CTS
     }
     return invoke2(url, headers, bytes.data(), static_cast<unsigned long>(bytes.size()), flags, complete_proc,
                    user_context, method);
+} catch (const std::length_error&) {  // more than a conversion can count
+    return refuse(os::k_error_invalid_parameter);
 } catch (const std::bad_alloc&) {
     return refuse(os::k_error_not_enough_memory);
 }
