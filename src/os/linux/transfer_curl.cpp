@@ -268,7 +268,7 @@ void curl_exchange::begin_wait(wait what) noexcept {
 }
 
 void curl_exchange::report_stage(transfer_stage stage, std::string_view text) {
-    if (m_transfer->sink != nullptr && !m_stages_over) {
+    if (m_transfer->sink != nullptr && !m_stages_over && m_transfer->request.wants_stages) {
         m_transfer->sink->on_stage(m_transfer->request.tag, stage, text);
         m_host.told(*m_transfer);
     }
@@ -406,6 +406,9 @@ void curl_exchange::end(CURLcode code) {
     facts.answered = m_headers_told;
     if (code != CURLE_OK) {
         m_reusable = false;
+        long head = 0;
+        curl_easy_getinfo(m_easy, CURLINFO_REQUEST_SIZE, &head);
+        facts.sent = head != 0;
         curl_easy_getinfo(m_easy, CURLINFO_OS_ERRNO, &facts.system_error);
         curl_easy_getinfo(m_easy, CURLINFO_SSL_VERIFYRESULT, &facts.verify_result);
     }
@@ -530,7 +533,9 @@ curl_socket_t curl_exchange::on_open_socket(void* self, curlsocktype /*purpose*/
     return exchange.guarded<curl_socket_t>(CURL_SOCKET_BAD, [&] {
         if (!exchange.m_connecting_told) {
             exchange.m_connecting_told = true;
-            exchange.report_stage(transfer_stage::connecting, text_of(address->addr));
+            const bool is_heard = exchange.m_transfer->request.wants_stages;
+            exchange.report_stage(transfer_stage::connecting,
+                                  is_heard ? text_of(address->addr) : std::string());
         }
         const int socket = exchange.m_host.open_socket(*address);
         exchange.m_starved = socket < 0 && (errno == EMFILE || errno == ENFILE);
