@@ -141,9 +141,7 @@ long reg_key::enum_value(unsigned long index, wide_string& name, unsigned long* 
     narrow_outputs out(type, size);
     const long status = out.take(
         os::registry_keys().enum_value(key, narrow(index), units, &length, out.type(), data, out.size()));
-    const bool named =
-        status == os::k_registry_ok || (status == os::k_registry_more_data && length < k_enumerated_units);
-    if (!named) {
+    if (status != os::k_registry_ok) {
         return status;
     }
     try {

@@ -93,9 +93,10 @@ public:
                      unsigned long size) noexcept;
 
     /// The value at `index`, counted from 0; making and deleting values shifts the others.
+    /// name:             set when the result is 0.
     /// type, data, size: as in read_value, each may be null.
-    /// Returns: 0; 259 no value has that index; 234 the data has too little room (name, type and size are
-    ///          filled in) or the name has more than 255 units (only type and size are).
+    /// Returns: 0; 259 no value has that index; 234 the data has too little room, or the name has more than
+    ///          255 units (type and size are filled in).
     long enum_value(unsigned long index, wide_string& name, unsigned long* type, unsigned char* data,
                     unsigned long* size) const noexcept;
 
