@@ -90,8 +90,10 @@ public:
     /// The same for the request headers: text, in lines separated by CR LF.
     bool set_data_to_header(const void* data, unsigned int len);
 
-    /// Gives the body. buf: gets as much as fits; may be null. len: in the room in bytes, out the body's
-    /// length. Returns: whether all of it fitted; false: 122, or 87 when len is null.
+    /// Gives the body.
+    /// buf:     gets as much as fits; null asks for the length alone, whatever room is given.
+    /// len:     in: the room in bytes; out: the body's length.
+    /// Returns: whether all of it fitted; false with the last error 122, or 87 when len is null.
     bool get_data_to_post(void* buf, unsigned int* len) const;
 
     void set_url(const CTString& url) { m_url = url; }
