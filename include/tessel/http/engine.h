@@ -67,7 +67,9 @@ TESSEL_API std::uint32_t init_session(session_context* context);
 ///          too: kept). For a handle that isn't live: false.
 TESSEL_API bool reinvoke(void* handle);
 
-TESSEL_API bool set_url(void* handle, const CTString& url);  ///< false: not live
+/// Sets the URL that reinvoke goes to. False: not live.
+TESSEL_API bool set_url(void* handle, const CTString& url);
+/// Whether the request is removed right after its completion procedure; false at first.
 TESSEL_API void set_auto_delete(void* handle, bool auto_delete);
 TESSEL_API complete_procedure get_complete_proc(void* handle);  ///< null: not live
 TESSEL_API unsigned long get_user_context(void* handle);        ///< 0: not live

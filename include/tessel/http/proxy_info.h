@@ -17,7 +17,7 @@ enum proxy_type : std::uint32_t {
 /// an empty server means "no explicit proxy".
 class proxy_info {
 public:
-    proxy_info() = default;
+    proxy_info() = default;  ///< no proxy
     proxy_info(proxy_type kind, const CTString& name, std::uint16_t number, const CTString& account,
                const CTString& secret)
         : type(kind), server(name), port(number), user(account), password(secret) {}
@@ -37,7 +37,7 @@ public:
     proxy_type type = proxy_none;
     CTString server;  ///< host name or address, without the port
     std::uint16_t port = 0;
-    CTString user;
+    CTString user;  ///< of the account that the proxy asks for; may be empty, as the password
     CTString password;
 };
 

@@ -95,27 +95,27 @@ struct TESSEL_API session_context {
     std::uint16_t port = 0;
     void* request = nullptr;  ///< platform request handle, null until opened
     std::int32_t state = state_connecting;
-    INTERNET_BUFFERSW buffers;
-    _buffer_content* content = nullptr;  ///< the received bytes; null until the first read
-    _buffer_content* current_chunk = nullptr;
-    std::uint32_t async_result = 0;      ///< of the last completed operation: 1 success, 0 failure
-    std::uint32_t async_error = 0;       ///< of the last completed operation: its error number
-    error_resolvent resolvent = failed;  ///< written by the error sink
-    std::uint32_t status_code = 0;       ///< HTTP status, 0 until known
-    bool auto_delete = false;            ///< remove the context right after its completion procedure
+    INTERNET_BUFFERSW buffers;                 ///< of the send or the read that is under way
+    _buffer_content* content = nullptr;        ///< the received bytes; null until the first read
+    _buffer_content* current_chunk = nullptr;  ///< the one being filled, within `content`
+    std::uint32_t async_result = 0;            ///< of the last completed operation: 1 success, 0 failure
+    std::uint32_t async_error = 0;             ///< of the last completed operation: its error number
+    error_resolvent resolvent = failed;        ///< written by the error sink
+    std::uint32_t status_code = 0;             ///< HTTP status, 0 until known
+    bool auto_delete = false;                  ///< remove the context right after its completion procedure
     http_session_error_sink* error_sink = nullptr;  ///< not owned, may be null
     complete_procedure complete_proc = nullptr;
-    unsigned long user_context = 0;
-    CTString url;
-    _url_components components;
+    unsigned long user_context = 0;  ///< the host's own, handed to `complete_proc`
+    CTString url;                    ///< absolute, http or https
+    _url_components components;      ///< those of `url`, once it was started
     http_method_t method = http_method_options;
-    proxy_info proxy;            ///< an empty server: no explicit proxy
-    bool preconfig = false;      ///< without an explicit proxy: the system's settings, else direct
-    CTString headers;            ///< lines separated by CR LF, none behind the last
-    void* data = nullptr;        ///< the request body: owned, from new unsigned char[]
-    std::uint32_t data_len = 0;  ///< bytes
-    bool accept_gzip = false;
-    bool auto_decode_gzip = false;
+    proxy_info proxy;               ///< an empty server: no explicit proxy
+    bool preconfig = false;         ///< without an explicit proxy: the system's settings, else direct
+    CTString headers;               ///< lines separated by CR LF, none behind the last
+    void* data = nullptr;           ///< the request body: owned, from new unsigned char[]
+    std::uint32_t data_len = 0;     ///< bytes
+    bool accept_gzip = false;       ///< ask for gzip
+    bool auto_decode_gzip = false;  ///< inflate a gzip body before completion
 };
 
 }  // namespace kro::tessel::http
