@@ -19,7 +19,7 @@ enum proxy_type : std::uint32_t {
 /// an empty server means "no explicit proxy".
 class proxy_info {
 public:
-    proxy_info() = default;
+    proxy_info() = default;  ///< no proxy
     proxy_info(proxy_type kind, const CTString& name, std::uint16_t number, const CTString& account,
                const CTString& secret)
         : type(kind), server(name), port(number), user(account), password(secret) {}

@@ -95,7 +95,7 @@ struct TESSEL_API session_context {
     std::uint16_t port = 0;
     void* request = nullptr;  ///< platform request handle, null until opened
     std::int32_t state = state_connecting;
-    INTERNET_BUFFERSW buffers;
+    INTERNET_BUFFERSW buffers;                 ///< of the send or read that is under way
     _buffer_content* content = nullptr;        ///< the received bytes; null until the first read
     _buffer_content* current_chunk = nullptr;  ///< of the chain, the one being filled; null at the end
     std::uint32_t async_result = 0;            ///< of the last completed operation: 1 success, 0 failure
