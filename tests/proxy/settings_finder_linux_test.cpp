@@ -96,10 +96,11 @@ TEST(SettingsFinder, ReadsTheEnvironmentAnewEachTime) {
     EXPECT_EQ("DIRECT", ask(TESSEL_W("h.example"), 80).list)
         << "a server's own variable, when it runs for a request";
     set_environment({{"all_proxy", "socks5://p:1080"}});
-    EXPECT_EQ("DIRECT", ask(TESSEL_W("h.example"), 80).list);
+    EXPECT_EQ("", ask(TESSEL_W("h.example"), 80).list) << "not a decision for direct";
+    EXPECT_EQ("DIRECT", ask(TESSEL_W("localhost"), 80).list);
     set_environment({{"http_proxy", "http://[2001:db8::1]:80"}});
-    EXPECT_EQ("", ask(TESSEL_W("h.example"), 80).list)
-        << "the list has no room for it; not a decision for direct";
+    EXPECT_EQ("", ask(TESSEL_W("h.example"), 80).list) << "a list has no room for it";
+    EXPECT_EQ("DIRECT", ask(TESSEL_W("h.example"), 443).list);
     set_environment({});
 }
 
