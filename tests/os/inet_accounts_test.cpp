@@ -130,7 +130,8 @@ TEST(InetAccounts, AConnectionThatIsLoggedInServesLaterRequests) {
     auto peer = server.accept();
     peer.read_request();
     const std::string refusal = "HTTP/1.1 401 No\r\nContent-Length: 0\r\nWWW-Authenticate: NTLM";
-    peer.send(refusal + "\r\nWWW-Authenticate: Basic realm=\"weaker\"\r\n\r\n");
+    peer.send(refusal +
+              "\r\nWWW-Authenticate: Basic realm=\"weaker\"\r\nWWW-Authenticate: Negotiate\r\n\r\n");
     EXPECT_THAT(peer.read_request(), HasSubstr("Authorization: NTLM TlRMTVNTUAAB"));
     peer.send(refusal + " TlRMTVNTUAACAAAAAAAAADAAAAAFAgAAMTIzNDU2NzgAAAAAAAAAAAAAAAAwAAAA\r\n\r\n");
     EXPECT_THAT(peer.read_request(), HasSubstr("Authorization: NTLM TlRMTVNTUAAD"));
@@ -144,6 +145,24 @@ TEST(InetAccounts, AConnectionThatIsLoggedInServesLaterRequests) {
     EXPECT_EQ(0U, client.log.wait().error);
     EXPECT_EQ("still", client.body(later));
     EXPECT_FALSE(server.has_client());
+}
+
+// An account is no ticket; where there is none, the challenge is the response.
+TEST(InetAccounts, NegotiateAloneIsTriedWithTheUsersTicket) {
+    test_server server;
+    inet_client client(os::inet(), server.port());
+    set_account(client.connection, os::inet_credentials::server, TESSEL_W("me"), TESSEL_W("secret"));
+    const auto request = client.request(TESSEL_W("POST"));
+    client.net.send(request, {}, "body", 4, os::inet_send_mode::whole, client.log.context());
+    for (int tries = 0; tries < 2; ++tries) {
+        auto peer = server.accept();
+        EXPECT_THAT(peer.read_request(), HasSubstr("\r\n\r\nbody"));
+        peer.send("HTTP/1.1 401 No\r\nWWW-Authenticate: Negotiate\r\nContent-Length: 4\r\n\r\nshut");
+    }
+    EXPECT_EQ(0U, client.log.wait().error);
+    EXPECT_EQ(401U, client.status(request));
+    EXPECT_EQ("shut", client.body(request));
+    EXPECT_THAT(client.log.codes(), ElementsAre(60, 10, 11, 20, 21, 30, 31, 40, 41, 100));
 }
 
 TEST(InetAccounts, ProxiesGetWholeAddressesAndTheirOwnAccount) {

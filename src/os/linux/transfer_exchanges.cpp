@@ -311,7 +311,7 @@ bool transfer_exchanges::collect_ended() {
             void* owner = nullptr;
             curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &owner);
             auto& exchange = *static_cast<curl_exchange*>(owner);
-            if (exchange.starved() && message->data.result != CURLE_OK &&
+            if (exchange.wants_another_try() && message->data.result != CURLE_OK &&
                 exchange.current()->sink != nullptr) {
                 put_back(exchange);
                 continue;
@@ -326,8 +326,10 @@ bool transfer_exchanges::collect_ended() {
 
 // It waits again, in front of those that came after it.
 void transfer_exchanges::put_back(curl_exchange& which) {
-    m_next_start = m_now + k_starved_ms;
-    count_descriptors();
+    if (which.starved()) {
+        m_next_start = m_now + k_starved_ms;
+        count_descriptors();
+    }
     which.place.from->waiting.push_front(which.current());
     curl_multi_remove_handle(which.place.set->handle, which.easy());
     which.detach();
