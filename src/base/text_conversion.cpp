@@ -3,6 +3,8 @@
 #include "os/code_page.h"
 #include "os/thread.h"
 
+#include "base/uncleared.h"
+
 #include <limits>
 #include <new>
 #include <stdexcept>
@@ -42,9 +44,13 @@ void throw_last_error() {
 // Most texts need no more room than they have units or bytes; whoever needs more is measured first.
 template <class String, class Convert>
 String converted_long(std::int32_t length, Convert convert) {
-    String text(static_cast<std::size_t>(length), 0);
+    String text;
     const std::uint32_t error_before = os::last_error();
-    std::int32_t units = convert(text.data(), length);
+    std::int32_t units = 0;
+    append_uncleared(text, static_cast<std::size_t>(length), [&](auto* out) {
+        units = convert(out, length);
+        return static_cast<std::size_t>(units);
+    });
     if (units == 0 && os::last_error() == k_error_insufficient_buffer) {
         os::set_last_error(error_before);
         units = convert(nullptr, 0);
@@ -56,7 +62,6 @@ String converted_long(std::int32_t length, Convert convert) {
     if (units == 0) {
         throw_last_error();
     }
-    text.resize(static_cast<std::size_t>(units));
     return text;
 }
 

@@ -3,9 +3,9 @@
 #include "os/code_page.h"
 #include "os/memory.h"
 
+#include "base/uncleared.h"
+
 #include <algorithm>
-#include <iterator>
-#include <memory>
 #include <new>
 
 namespace kro::tessel {
@@ -16,7 +16,7 @@ namespace {
 constexpr std::size_t k_longest_piece = 0x40000000;
 
 // A conversion that comes near the end of its output goes on with care.
-constexpr std::int32_t k_room_to_spare = 16;
+constexpr std::size_t k_room_to_spare = 16;
 
 // Length of the first piece of `bytes`: about `piece`, and up to the end of a character.
 std::size_t piece_length(bool is_utf8, std::string_view bytes, std::size_t piece) {
@@ -45,26 +45,6 @@ std::size_t piece_length(bool is_utf8, std::string_view bytes, std::size_t piece
     return std::min(length, k_longest_piece);
 }
 
-// Room for a piece's text, on the stack unless it is a long one. No page makes more units than bytes.
-class unit_buffer {
-public:
-    wchar* make_room(std::size_t units) {
-        if (units <= std::size(m_inline)) {
-            return m_inline;
-        }
-        if (units > m_long_units) {
-            m_long.reset(new wchar[units]);
-            m_long_units = units;
-        }
-        return m_long.get();
-    }
-
-private:
-    wchar m_inline[k_text_piece + k_room_to_spare];
-    std::unique_ptr<wchar[]> m_long;
-    std::size_t m_long_units = 0;
-};
-
 }  // namespace
 
 CTString widen_in_pieces(std::uint32_t page, std::string_view bytes, std::size_t piece) {
@@ -72,24 +52,25 @@ CTString widen_in_pieces(std::uint32_t page, std::string_view bytes, std::size_t
     // One page for all pieces, even when the host changes the ANSI one meanwhile.
     const std::uint32_t number = page == os::k_code_page_ansi ? pages.ansi_code_page() : page;
     const std::size_t total = bytes.size();
-    unit_buffer buffer;
     CTString text;
     while (!bytes.empty()) {
         const std::size_t length = piece_length(number == os::k_code_page_utf8, bytes, piece);
         const auto count = static_cast<std::int32_t>(length);
-        wchar* const units = buffer.make_room(length + k_room_to_spare);
-        const std::int32_t written =
-            pages.to_wide(number, 0, bytes.data(), count, units, count + k_room_to_spare);
+        const std::size_t before = text.size();
+        append_uncleared(text, length + k_room_to_spare, [&](wchar* units) {  // no page makes more of it
+            const std::int32_t room = count + static_cast<std::int32_t>(k_room_to_spare);
+            return static_cast<std::size_t>(pages.to_wide(number, 0, bytes.data(), count, units, room));
+        });
+        const std::size_t written = text.size() - before;
         if (written == 0) {
             throw std::bad_alloc();  // bytes never convert to nothing, so it was the page's tables
         }
-        if (text.empty() && length != total) {
+        if (before == 0 && length != total) {
             // The rest will need about as much for each byte; a little more, so that this holds as a rule.
-            const std::size_t expected = total / length * static_cast<std::size_t>(written);
-            text.reserve(std::min(total, expected + expected / 16 + length));
+            const std::size_t expected = total / length * written;
+            text.reserve(std::min(total, expected + expected / 16 + length) + k_room_to_spare);
             os::expect_to_fill(text.data(), text.capacity() * sizeof(wchar));
         }
-        text.append(units, static_cast<std::size_t>(written));
         bytes.remove_prefix(length);
     }
     return text;

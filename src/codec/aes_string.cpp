@@ -4,6 +4,7 @@
 
 #include "base/text_conversion.h"
 #include "base/text_pieces.h"
+#include "base/uncleared.h"
 #include "codec/hexadecimal.h"
 
 #include <algorithm>
@@ -15,6 +16,7 @@
 
 namespace {
 
+using kro::tessel::append_uncleared;
 using kro::tessel::CTString;
 using kro::tessel::wide_string;
 using kro::tessel::codec::read_hexadecimal;
@@ -53,17 +55,11 @@ void cut_at_zero(std::string& bytes) {
     }
 }
 
-// In pieces by way of the stack: the text isn't cleared before it is written.
 void append_digits(std::string_view bytes, wide_string& digits) {
-    constexpr std::size_t k_piece = 2048;
-    wchar room[2 * k_piece];
-    digits.reserve(2 * bytes.size());
-    while (!bytes.empty()) {
-        const std::size_t count = std::min(bytes.size(), k_piece);
-        write_hexadecimal(reinterpret_cast<const unsigned char*>(bytes.data()), count, room);
-        digits.append(room, 2 * count);
-        bytes.remove_prefix(count);
-    }
+    append_uncleared(digits, 2 * bytes.size(), [bytes](wchar* to) {
+        write_hexadecimal(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), to);
+        return 2 * bytes.size();
+    });
 }
 
 bool encrypt(wide_view text, int flag, const char* key, wide_string& digits) {
@@ -85,11 +81,15 @@ struct cipher_text {
 
 // False when a character is no digit, or there are not whole halves of blocks.
 bool read_digits(wide_view digits, cipher_text& cipher) {
+    bool all_read = false;
     cipher.count = digits.size() / 2;
-    cipher.blocks.assign(whole_blocks(cipher.count), '\0');
-    return digits.size() % k_aes_block == 0 &&
-           read_hexadecimal(digits.data(), cipher.count,
-                            reinterpret_cast<unsigned char*>(cipher.blocks.data()));
+    cipher.blocks.clear();
+    append_uncleared(cipher.blocks, cipher.count, [&](char* to) {
+        all_read = read_hexadecimal(digits.data(), cipher.count, reinterpret_cast<unsigned char*>(to));
+        return cipher.count;
+    });
+    cipher.blocks.resize(whole_blocks(cipher.count));
+    return digits.size() % k_aes_block == 0 && all_read;
 }
 
 // It is the bytes in the ANSI code page that count: other characters may have more than one, or a digit as
