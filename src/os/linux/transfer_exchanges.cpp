@@ -293,8 +293,11 @@ void transfer_exchanges::drive() {
 void transfer_exchanges::run_timers() {
     for (multi& set : m_multis) {
         if (set.timer_due <= m_now) {
-            set.timer_due = k_never;
             m_sockets.handle_time(set.handle);
+            // Of a time that stays the next one libcurl doesn't tell again by itself.
+            long milliseconds = -1;
+            curl_multi_timeout(set.handle, &milliseconds);
+            on_timer(set.handle, milliseconds, &set);
         }
     }
 }
