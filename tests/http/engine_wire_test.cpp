@@ -111,8 +111,7 @@ TEST_F(EngineWire, DeliversEachKindOfBodyOnTheThreadOfHttpInit) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
         const result got = exchange([&](test_server& at) {
-            server_connection client = at.accept();
-            client.read_request();
+            server_connection client = at.accept_request();
             client.send(row.answer);
         });
         EXPECT_EQ(got.state, state_done);
@@ -145,8 +144,7 @@ TEST_F(EngineWire, ReportsEachFailureWithItsNumber) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
         const result got = exchange([&](test_server& at) {
-            server_connection client = at.accept();
-            client.read_request();
+            server_connection client = at.accept_request();
             row.serve(client);
         });
         EXPECT_NE(got.state, state_done);
@@ -182,8 +180,7 @@ TEST_F(EngineWire, RemovesRequestsInEveryPhase) {
         SCOPED_TRACE(answer);
         std::atomic<bool> answered{false};
         std::thread player([&] {
-            server_connection client = server.accept();
-            client.read_request();
+            server_connection client = server.accept_request();
             client.send(answer);
             answered = true;
             client.wait_for_close();

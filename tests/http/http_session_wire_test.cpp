@@ -114,8 +114,7 @@ TEST(HttpSessionWire, EachFaultHasOneOutcomePerRun) {
             test_server server;
             const auto session = session_to(server, action);
             std::thread player([&] {
-                auto peer = server.accept();
-                peer.read_request();
+                auto peer = server.accept_request();
                 row.serve(peer);
             });
             EXPECT_EQ(action == http_session::action_run ? row.run : row.download, invoke(*session));
@@ -138,8 +137,7 @@ TEST(HttpSessionWire, AResetKeepsWhatHadCome) {
         };
         session->set_watch(watch);
         std::thread player([&] {
-            auto peer = server.accept();
-            peer.read_request();
+            auto peer = server.accept_request();
             peer.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n493E0\r\n" +
                       std::string(300000, 'x') + "\r\n");
             if (action == http_session::action_download) {  // a run's read goes on until its chunk is full
@@ -220,8 +218,7 @@ TEST(HttpSessionWire, IsCancelledFromAnotherThreadInEveryWait) {
                 return watch.cancel;
             }();
             auto blocked = std::async(std::launch::async, [&] { return invoke(*session); });
-            auto peer = server.accept();
-            peer.read_request();
+            auto peer = server.accept_request();
             peer.send(row.answered);
             flag.cancel();
             EXPECT_EQ(12017U, blocked.get());
@@ -230,8 +227,7 @@ TEST(HttpSessionWire, IsCancelledFromAnotherThreadInEveryWait) {
             EXPECT_FALSE(server.has_client());
             flag.reset();
             auto again = std::async(std::launch::async, [&] { return invoke(*session); });
-            peer = server.accept();
-            peer.read_request();
+            peer = server.accept_request();
             peer.answer("well");
             EXPECT_EQ(0U, again.get());
             EXPECT_EQ("well", content(*session));
@@ -242,8 +238,7 @@ TEST(HttpSessionWire, IsCancelledFromAnotherThreadInEveryWait) {
 TEST(HttpSessionWire, ThreadsDoNotHoldEachOtherUp) {
     test_server stalled;
     auto slow = std::async(std::launch::async, [session = session_to(stalled)] { return invoke(*session); });
-    auto silent = stalled.accept();
-    silent.read_request();
+    auto silent = stalled.accept_request();
 
     constexpr int k_threads = 8;
     constexpr int k_turns = 20;

@@ -145,9 +145,16 @@ public:
                             std::uint32_t flags = os::k_request_keep_connection) {
         return net.open_request(connection, verb, object, flags, log.context());
     }
+    /// Sends without headers and a body.
+    os::inet_status begin(os::inet_handle handle) {
+        return net.send(handle, {}, nullptr, 0, os::inet_send_mode::begin, log.context());
+    }
+    os::inet_status whole(os::inet_handle handle) {
+        return net.send(handle, {}, nullptr, 0, os::inet_send_mode::whole, log.context());
+    }
     os::inet_handle sent(const wchar* verb = TESSEL_W("GET"), const wchar* object = TESSEL_W("/")) {
         const os::inet_handle handle = request(verb, object);
-        EXPECT_TRUE(net.send(handle, {}, nullptr, 0, os::inet_send_mode::begin, log.context()).pending());
+        EXPECT_TRUE(begin(handle).pending());
         EXPECT_EQ(1U, log.wait().result);
         return handle;
     }
@@ -207,6 +214,13 @@ public:
 
 private:
     kro::tessel::wide_string m_port_text;
+};
+
+/// A client of the system's service and its server.
+class inet_test : public testing::Test {
+protected:
+    test_server m_server;
+    inet_client m_client{os::inet(), m_server.port()};
 };
 
 }  // namespace tessel_test

@@ -50,8 +50,7 @@ struct fault {
 
 // Plays the server of `row` up to the point where its connection is left, closed or reset.
 server_connection misbehave(const fault& row, test_server& server) {
-    auto peer = server.accept();
-    peer.read_request();
+    auto peer = server.accept_request();
     try {
         peer.send(row.bytes);
     } catch (const std::runtime_error&) {  // NOLINT(bugprone-empty-catch): the client had enough and closed
@@ -82,8 +81,7 @@ void expect_outcome(const fault& row, test_server& server, inet_client& client) 
 
 void expect_a_good_request(test_server& server, inet_client& client) {
     const auto request = client.sent();
-    auto peer = server.accept();
-    peer.read_request();
+    auto peer = server.accept_request();
     peer.answer("good");
     EXPECT_EQ(0U, client.end(request));
     EXPECT_EQ("good", client.body(request));
@@ -219,7 +217,9 @@ INSTANTIATE_TEST_SUITE_P(Server, InetFaults, testing::ValuesIn(k_faults), [](con
     return name;
 });
 
-TEST(InetFault, TunnelsThatAProxyDoesNotOpenEndTheRequest) {
+class InetFault : public inet_test {};
+
+TEST_F(InetFault, TunnelsThatAProxyDoesNotOpenEndTheRequest) {
     const struct {
         const char* what;
         const char* bytes;
@@ -243,7 +243,7 @@ TEST(InetFault, TunnelsThatAProxyDoesNotOpenEndTheRequest) {
         client.net.set_timeout(client.connection, os::inet_timeout::connect,
                                row.error == 12002 ? 300 : 20'000);
         const auto request = client.request(TESSEL_W("GET"), TESSEL_W("/"), os::k_request_secure);
-        client.net.send(request, {}, nullptr, 0, os::inet_send_mode::begin, client.log.context());
+        client.begin(request);
         const fault tunnel{row.what, row.bytes, row.after, 0, 0, "", 0};
         const auto peer = misbehave(tunnel, server);
         EXPECT_EQ(row.error, client.log.wait().error);
@@ -251,126 +251,110 @@ TEST(InetFault, TunnelsThatAProxyDoesNotOpenEndTheRequest) {
     }
 }
 
-TEST(InetFault, NamesThatAreNoneFailTheSend) {
+TEST_F(InetFault, NamesThatAreNoneFailTheSend) {
     for (const wchar* const host :
          {TESSEL_W("a b"), TESSEL_W("user@host"), TESSEL_W("h/path"), TESSEL_W("a\u0001b")}) {
         inet_client client(os::inet(), 80, host);
         const auto request = client.request();
-        ASSERT_TRUE(client.net.send(request, {}, nullptr, 0, os::inet_send_mode::begin, client.log.context())
-                        .pending());
+        ASSERT_TRUE(client.begin(request).pending());
         EXPECT_EQ(12007U, client.log.wait().error);
     }
 }
 
 // A kept connection may die just as the next request goes out: it is repeated once, the body included.
-TEST(InetFault, ARequestOnADyingConnectionIsRepeated) {
-    test_server server;
-    inet_client client(os::inet(), server.port());
-    const auto first = client.sent();
-    auto kept = server.accept();
-    kept.read_request();
+TEST_F(InetFault, ARequestOnADyingConnectionIsRepeated) {
+    const auto first = m_client.sent();
+    auto kept = m_server.accept_request();
     kept.answer("1");
-    ASSERT_EQ(0U, client.end(first));
-    EXPECT_EQ("1", client.body(first));
-    const auto second = client.request(TESSEL_W("POST"));
+    ASSERT_EQ(0U, m_client.end(first));
+    EXPECT_EQ("1", m_client.body(first));
+    const auto second = m_client.request(TESSEL_W("POST"));
     const std::string body(100'000, 'b');
     ASSERT_TRUE(
-        client.net.send(second, {}, body.data(), 100'000, os::inet_send_mode::begin, client.log.context())
+        m_client.net.send(second, {}, body.data(), 100'000, os::inet_send_mode::begin, m_client.log.context())
             .pending());
     kept.read_request();
     kept.close();
-    auto fresh = server.accept();
+    auto fresh = m_server.accept();
     const std::string again = fresh.read_request();
     EXPECT_EQ(body, again.substr(again.size() - body.size()));
     fresh.answer("2");
-    EXPECT_EQ(1U, client.log.wait().result);
-    EXPECT_EQ(0U, client.end(second));
-    EXPECT_EQ("2", client.body(second));
+    EXPECT_EQ(1U, m_client.log.wait().result);
+    EXPECT_EQ(0U, m_client.end(second));
+    EXPECT_EQ("2", m_client.body(second));
 }
 
 // What arrives unread stops at a window; nothing of it is lost.
-TEST(InetFault, AnUnreadBodyIsHeldBackAndComesWhole) {
-    test_server server;
-    inet_client client(os::inet(), server.port());
-    const auto request = client.sent();
-    auto peer = server.accept();
-    peer.read_request();
+TEST_F(InetFault, AnUnreadBodyIsHeldBackAndComesWhole) {
+    const auto request = m_client.sent();
+    auto peer = m_server.accept_request();
     std::string body(24U << 20U, '\0');
     for (std::size_t i = 0; i < body.size(); ++i) {
         body[i] = static_cast<char>(i * 2654435761U >> 13U);
     }
     std::thread sender([&] { peer.answer(body); });
-    EXPECT_EQ(0U, client.end(request));
-    while (client.net.available(request).bytes < (std::uint32_t{1} << 20U) - 16384) {
+    EXPECT_EQ(0U, m_client.end(request));
+    while (m_client.net.available(request).bytes < (std::uint32_t{1} << 20U) - 16384) {
         std::this_thread::yield();
     }
-    EXPECT_LE(client.net.available(request).bytes, std::uint32_t{1} << 20U);
-    EXPECT_TRUE(client.body(request) == body);
+    EXPECT_LE(m_client.net.available(request).bytes, std::uint32_t{1} << 20U);
+    EXPECT_TRUE(m_client.body(request) == body);
     sender.join();
 }
 
-TEST(InetFault, AnAnswerBeforeTheWholeBodyWentOutIsTaken) {
-    test_server server;
-    inet_client client(os::inet(), server.port());
-    const auto request = client.request(TESSEL_W("POST"));
+TEST_F(InetFault, AnAnswerBeforeTheWholeBodyWentOutIsTaken) {
+    const auto request = m_client.request(TESSEL_W("POST"));
     const std::string body(32U << 20U, 'b');
-    ASSERT_TRUE(client.net
+    ASSERT_TRUE(m_client.net
                     .send(request, {}, body.data(), static_cast<std::uint32_t>(body.size()),
-                          os::inet_send_mode::begin, client.log.context())
+                          os::inet_send_mode::begin, m_client.log.context())
                     .pending());
-    auto peer = server.accept();
+    auto peer = m_server.accept();
     peer.read_head();
     peer.send("HTTP/1.1 413 Too Large\r\nContent-Length: 3\r\nConnection: close\r\n\r\nbig");
-    EXPECT_EQ(1U, client.log.wait().result);
-    EXPECT_EQ(0U, client.end(request));
-    EXPECT_EQ(413U, client.status(request));
-    EXPECT_EQ("big", client.body(request));
+    EXPECT_EQ(1U, m_client.log.wait().result);
+    EXPECT_EQ(0U, m_client.end(request));
+    EXPECT_EQ(413U, m_client.status(request));
+    EXPECT_EQ("big", m_client.body(request));
 }
 
-TEST(InetFault, AServerThatTakesNoBytesTimesTheSendOut) {
-    test_server server;
-    inet_client client(os::inet(), server.port());
-    client.net.set_timeout(client.connection, os::inet_timeout::send, 200);
-    const auto request = client.request(TESSEL_W("PUT"));
+TEST_F(InetFault, AServerThatTakesNoBytesTimesTheSendOut) {
+    m_client.net.set_timeout(m_client.connection, os::inet_timeout::send, 200);
+    const auto request = m_client.request(TESSEL_W("PUT"));
     const std::string body(64U << 20U, 'b');  // more than the sockets' buffers
-    ASSERT_TRUE(client.net
+    ASSERT_TRUE(m_client.net
                     .send(request, {}, body.data(), static_cast<std::uint32_t>(body.size()),
-                          os::inet_send_mode::begin, client.log.context())
+                          os::inet_send_mode::begin, m_client.log.context())
                     .pending());
-    auto peer = server.accept();
-    EXPECT_EQ(12002U, client.log.wait().error);
+    auto peer = m_server.accept();
+    EXPECT_EQ(12002U, m_client.log.wait().error);
 }
 
-TEST(InetFault, TheBodyIsNotTouchedAfterClose) {
-    test_server server;
-    inet_client client(os::inet(), server.port());
+TEST_F(InetFault, TheBodyIsNotTouchedAfterClose) {
     for (int i = 0; i < 8; ++i) {
-        const auto request = client.request(TESSEL_W("PUT"));
+        const auto request = m_client.request(TESSEL_W("PUT"));
         const auto bytes = static_cast<std::uint32_t>(8U << 20U);
         auto body = std::make_unique<char[]>(bytes);
-        client.net.send(request, {}, body.get(), bytes, os::inet_send_mode::begin, client.log.context());
-        auto peer = server.accept();
+        m_client.net.send(request, {}, body.get(), bytes, os::inet_send_mode::begin, m_client.log.context());
+        auto peer = m_server.accept();
         peer.read_bytes(static_cast<std::size_t>(i) * 100'000 + 1);
-        client.net.close(request);
+        m_client.net.close(request);
         body = nullptr;  // AddressSanitizer watches
-        EXPECT_EQ(12017U, client.log.wait().error);
+        EXPECT_EQ(12017U, m_client.log.wait().error);
     }
 }
 
-TEST(InetFault, ABodyThatEndsWithItsConnectionSaysSo) {
-    test_server server;
-    inet_client client(os::inet(), server.port());
-    const auto request = client.sent();
-    auto peer = server.accept();
-    peer.read_request();
+TEST_F(InetFault, ABodyThatEndsWithItsConnectionSaysSo) {
+    const auto request = m_client.sent();
+    auto peer = m_server.accept_request();
     peer.send("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\nabc");
-    ASSERT_EQ(0U, client.end(request));
-    client.log.clear();
+    ASSERT_EQ(0U, m_client.end(request));
+    m_client.log.clear();
     char bytes[16];
-    ASSERT_TRUE(client.net.read(request, bytes, 16, client.log.context()).status.pending());
+    ASSERT_TRUE(m_client.net.read(request, bytes, 16, m_client.log.context()).status.pending());
     peer.close();
-    EXPECT_EQ(3U, client.log.wait().bytes);
-    EXPECT_THAT(client.log.codes(), ElementsAre(40, 50, 51, 41, 100));
+    EXPECT_EQ(3U, m_client.log.wait().bytes);
+    EXPECT_THAT(m_client.log.codes(), ElementsAre(40, 50, 51, 41, 100));
 }
 
 }  // namespace

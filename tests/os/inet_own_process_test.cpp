@@ -190,7 +190,7 @@ TEST_F(InetOwnNetwork, SilenceTimesTheConnectOutInItsTimeAndNotBefore) {
         client.net.set_timeout(client.connection, os::inet_timeout::receive, 10);
         const auto request = client.request();
         const auto begun = steady::now();
-        client.net.send(request, {}, nullptr, 0, os::inet_send_mode::begin, client.log.context());
+        client.begin(request);
         EXPECT_EQ(12002U, client.log.wait().error);
         const auto took = steady::now() - begun;
         EXPECT_GE(took, milliseconds(limit - 1));
@@ -216,7 +216,7 @@ TEST_F(InetOwnNetwork, ANetworkThatLeadsNowhereIsToldAtOnce) {
     for (const wchar* const host : {TESSEL_W("192.0.2.1"), TESSEL_W("2001:db8::1")}) {
         inet_client client(os::inet(), 80, host);
         const auto request = client.request();
-        client.net.send(request, {}, nullptr, 0, os::inet_send_mode::begin, client.log.context());
+        client.begin(request);
         EXPECT_EQ(12029U, client.log.wait().error);
     }
 }
@@ -229,7 +229,7 @@ TEST_F(InetOwnNetwork, AResolverThatNeverAnswersHoldsNothingUp) {
     test_server server;
     inet_client slow(os::inet(), 80, TESSEL_W("first.example"));
     const auto hanging = slow.request();
-    slow.net.send(hanging, {}, nullptr, 0, os::inet_send_mode::begin, slow.log.context());
+    slow.begin(hanging);
     resolver.wait_for_question("first");
     inet_client slower(os::inet(), 80, TESSEL_W("second.example"), k_synchronous);
     const auto waiting = slower.request();
@@ -238,8 +238,7 @@ TEST_F(InetOwnNetwork, AResolverThatNeverAnswersHoldsNothingUp) {
 
     inet_client quick(os::inet(), server.port());
     const auto other = quick.sent();
-    auto peer = server.accept();
-    peer.read_request();
+    auto peer = server.accept_request();
     peer.answer("quick");
     EXPECT_EQ(0U, quick.end(other)) << "goes on beside them";
     const auto begun = steady::now();
@@ -249,7 +248,7 @@ TEST_F(InetOwnNetwork, AResolverThatNeverAnswersHoldsNothingUp) {
     EXPECT_EQ(12017U, blocked.get());
     EXPECT_LT(steady::now() - begun, std::chrono::seconds(10)) << "closing waited for the resolver";
 
-    slow.net.send(slow.request(), {}, nullptr, 0, os::inet_send_mode::begin, slow.log.context());
+    slow.begin(slow.request());
     resolver.wait_for_question("first");
     std::exit(HasFailure() ? 1 : 0);  // in the midst of it: is_inside measures
 }

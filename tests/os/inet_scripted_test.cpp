@@ -15,9 +15,7 @@ using testing::ElementsAre;
 class InetScripted : public testing::Test {
 protected:
     os::inet_handle begun(os::inet_handle request) {
-        EXPECT_TRUE(
-            m_service->send(request, {}, nullptr, 0, os::inet_send_mode::begin, m_client.log.context())
-                .pending());
+        EXPECT_TRUE(m_client.begin(request).pending());
         return request;
     }
     /// Sent, and its end waits for the response.

@@ -78,11 +78,10 @@ TEST(InetThreads, ALookUpThatHangsHoldsNothingUp) {
     inet_client slow(os::inet(), server.port(), TESSEL_W("slow.test"));
     inet_client quick(os::inet(), server.port());
     const auto hanging = slow.request();
-    slow.net.send(hanging, {}, nullptr, 0, os::inet_send_mode::begin, slow.log.context());
+    slow.begin(hanging);
     gate().wait_for_entries(1);
     const auto other = quick.sent();  // goes on beside it
-    auto peer = server.accept();
-    peer.read_request();
+    auto peer = server.accept_request();
     peer.answer("quick");
     EXPECT_EQ(0U, quick.end(other));
     EXPECT_TRUE(slow.net.close(hanging).ok());  // and closing doesn't wait for it
@@ -90,11 +89,10 @@ TEST(InetThreads, ALookUpThatHangsHoldsNothingUp) {
     EXPECT_THAT(slow.log.codes(), testing::ElementsAre(60, 10, 100, 70));
     inet_client impatient(os::inet(), 1, TESSEL_W("slower.test"));
     impatient.net.set_timeout(impatient.connection, os::inet_timeout::connect, 100);
-    impatient.net.send(impatient.request(), {}, nullptr, 0, os::inet_send_mode::begin,
-                       impatient.log.context());
+    impatient.begin(impatient.request());
     EXPECT_EQ(12002U, impatient.log.wait().error) << "its time-out covers the look-up";
     const auto again = slow.request();
-    slow.net.send(again, {}, nullptr, 0, os::inet_send_mode::begin, slow.log.context());
+    slow.begin(again);
     gate().open();
     EXPECT_EQ(1U, slow.log.wait().result);
     peer = server.accept();
@@ -117,8 +115,7 @@ TEST(InetThreads, ASynchronousCallIsClosedInsideItsLookUp) {
     EXPECT_EQ(12002U, slow.exchange(slow.request())) << "the time-out covers the look-up";
     inet_client quick(os::inet(), server.port(), TESSEL_W("127.0.0.1"), k_synchronous);
     auto beside = std::async(std::launch::async, [&] { return quick.exchange(quick.request()); });
-    auto peer = server.accept();
-    peer.read_request();
+    auto peer = server.accept_request();
     peer.answer("");
     EXPECT_EQ(0U, beside.get());
     gate().open();
@@ -316,16 +313,14 @@ TEST(InetThreads, AForkedProcessRefusesRequestsAndEnds) {
     const auto under_way = client.sent();
     const pid_t child = ::fork();
     if (child == 0) {
-        const auto refused = client.net.send(client.request(), {}, nullptr, 0, os::inet_send_mode::begin,
-                                             client.log.context());
+        const auto refused = client.begin(client.request());
         inet_client own(os::inet(), server.port(), TESSEL_W("127.0.0.1"), k_synchronous);
         std::exit(refused.error == 12047 && own.exchange(own.request()) == 12047 ? 0 : 1);
     }
     int status = -1;
     ASSERT_EQ(child, ::waitpid(child, &status, 0));
     EXPECT_EQ(0, status);
-    auto peer = server.accept();
-    peer.read_request();
+    auto peer = server.accept_request();
     peer.answer("unharmed");
     EXPECT_EQ(0U, client.end(under_way));
 }
@@ -371,8 +366,7 @@ TEST(InetThreads, RequestsWaitForDescriptors) {
         }
     };
     const auto request = client.sent();
-    auto peer = server.accept();
-    peer.read_request();
+    auto peer = server.accept_request();
     peer.answer("late");
     EXPECT_EQ(0U, client.end(request));
 }
@@ -407,9 +401,7 @@ TEST(InetThreads, AServiceThatWasStoppedRefusesRequests) {
     client.sent();
     loop.stop();
     const auto request = client.request();
-    EXPECT_EQ(
-        12047U,
-        client.net.send(request, {}, nullptr, 0, os::inet_send_mode::begin, client.log.context()).error);
+    EXPECT_EQ(12047U, client.begin(request).error);
 }
 
 }  // namespace

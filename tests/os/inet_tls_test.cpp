@@ -163,7 +163,7 @@ constexpr std::uint32_t k_name = os::k_request_ignore_cert_cn_invalid;
 std::uint32_t send_secure(tls_server& server, std::uint32_t flags, inet_client& client) {
     const auto request = client.net.open_request(client.connection, {}, {}, flags | os::k_request_secure,
                                                  client.log.context());
-    client.net.send(request, {}, nullptr, 0, os::inet_send_mode::whole, client.log.context());
+    client.whole(request);
     static_cast<void>(server);
     return client.log.wait().error;
 }

@@ -54,6 +54,8 @@ public:
 
     std::uint16_t port() const noexcept { return m_port; }
     server_connection accept();
+    /// Accepts a client and reads what it asks for.
+    server_connection accept_request();
     /// Whether a client waits to be accepted now.
     bool has_client() const;
     /// From now on nobody listens: the port answers with a refusal.
