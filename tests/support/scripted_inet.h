@@ -15,6 +15,11 @@
 
 namespace tessel_test {
 
+/// "hello" as gzip.
+inline const std::string k_packed_hello(
+    "\x1f\x8b\x08\x00\x00\x00\x00\x00\x00\x03\xcb\x48\xcd\xc9\xc9\x07\x00\x86\xa6\x10\x36\x05\x00\x00\x00",
+    25);
+
 /// In force while it lives. Without a script every call succeeds as the system's service would: handles are
 /// announced inside the call, sends and ends are pending until the test completes them (of a synchronous
 /// session: done), reads are met from `body` at once.
