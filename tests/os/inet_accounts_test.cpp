@@ -13,29 +13,8 @@ constexpr const char* k_challenge =
     "HTTP/1.1 401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"the \\\"vault\\\"\"\r\nContent-Length: "
     "4\r\n\r\nshut";
 
-/// A session through the server as its proxy, to a name that isn't looked up.
-struct proxied {
-    explicit proxied(const test_server& server) {
-        const std::string text = "127.0.0.1:" + std::to_string(server.port());
-        session = os::inet().open(os::k_access_proxy, kro::tessel::wide_string(text.begin(), text.end()), {},
-                                  {}, true);
-        os::inet().set_callback(session, notice_log::callback);
-        connection = os::inet().connect(session, TESSEL_W("inner.test"), 0, {}, {}, 0);
-    }
-    ~proxied() { os::inet().close(session); }
-    proxied(const proxied&) = delete;
-    proxied& operator=(const proxied&) = delete;
-
-    os::inet_handle whole(std::uint32_t flags) {
-        const auto request = os::inet().open_request(connection, {}, TESSEL_W("/x"), flags, log.context());
-        os::inet().send(request, {}, nullptr, 0, os::inet_send_mode::whole, log.context());
-        return request;
-    }
-
-    notice_log log;
-    os::inet_handle session;
-    os::inet_handle connection;
-};
+constexpr const char* k_proxy_challenge =
+    "HTTP/1.1 407 No\r\nProxy-Authenticate: Basic realm=\"p\"\r\nContent-Length: 0\r\n\r\n";
 
 class prompt_answer {
 public:
@@ -69,7 +48,7 @@ class InetAccounts : public inet_test {};
 TEST_F(InetAccounts, AnAccountAnswersTheChallengeOnceAndRepeatsTheBody) {
     set_account(m_client.connection, os::inet_credentials::server, TESSEL_W("me"), TESSEL_W("secret"));
     const auto request = m_client.request(TESSEL_W("POST"));
-    m_client.net.send(request, {}, "body", 4, os::inet_send_mode::whole, m_client.log.context());
+    m_client.whole(request, "body");
     auto peer = m_server.accept();
     EXPECT_THAT(peer.read_request(), Not(HasSubstr("Authorization")));
     peer.send(k_challenge);
@@ -142,20 +121,19 @@ TEST_F(InetAccounts, AConnectionThatIsLoggedInServesLaterRequests) {
 }
 
 TEST_F(InetAccounts, ProxiesGetWholeAddressesAndTheirOwnAccount) {
-    test_server server;
-    proxied through(server);
+    inet_client through(os::inet(), m_server.port(), true);
     set_account(through.connection, os::inet_credentials::proxy, TESSEL_W("p"), TESSEL_W("w"));
-    const auto request = through.whole(0);
-    auto peer = server.accept();
-    EXPECT_THAT(peer.read_request(), HasSubstr("GET http://inner.test/x HTTP/1.1\r\nHost: inner.test\r\n"));
-    peer.send("HTTP/1.1 407 No\r\nProxy-Authenticate: Basic realm=\"p\"\r\nContent-Length: 0\r\n\r\n");
+    const auto request = through.request(TESSEL_W("GET"), TESSEL_W("/x"));
+    through.whole(request);
+    auto peer = m_server.accept();
+    EXPECT_THAT(peer.read_request(),
+                HasSubstr("GET http://server.example/x HTTP/1.1\r\nHost: server.example\r\n"));
+    peer.send(k_proxy_challenge);
     EXPECT_THAT(peer.read_request(), HasSubstr("Proxy-Authorization: Basic cDp3\r\n"));
     peer.answer("in");
     EXPECT_EQ(0U, through.log.wait().error);
-    std::uint32_t status = 0;
-    EXPECT_TRUE(os::inet().query_number(request, os::k_query_status_code, status).ok());
-    EXPECT_EQ(200U, status);
-    through.whole(0);
+    EXPECT_EQ(200U, through.status(request));
+    through.whole(through.request());
     EXPECT_THAT(peer.read_request(), HasSubstr("Proxy-Authorization: Basic cDp3\r\n"))
         << "without a challenge";
     peer.answer("in");
@@ -164,21 +142,18 @@ TEST_F(InetAccounts, ProxiesGetWholeAddressesAndTheirOwnAccount) {
 
 // A proxy that refuses to connect to a secure server answers with a status: the caller has to see it.
 TEST_F(InetAccounts, TheRefusalOfATunnelIsTheResponse) {
-    test_server server;
-    proxied through(server);
-    const auto request = through.whole(os::k_request_secure);
-    auto peer = server.accept();
-    EXPECT_THAT(peer.read_request(), HasSubstr("CONNECT inner.test:443 HTTP/1.1\r\n"));
-    peer.send(
-        "HTTP/1.1 407 No\r\nProxy-Authenticate: Basic realm=\"tunnel\"\r\nContent-Length: 4\r\n\r\nshut");
+    inet_client through(os::inet(), m_server.port(), true);
+    const auto request = through.request(TESSEL_W("GET"), TESSEL_W("/"), os::k_request_secure);
+    through.whole(request);
+    auto peer = m_server.accept();
+    EXPECT_THAT(peer.read_request(), HasSubstr("CONNECT server.example:80 HTTP/1.1\r\n"));
+    peer.send(k_proxy_challenge);
     EXPECT_EQ(0U, through.log.wait().error);
-    std::uint32_t status = 0;
-    EXPECT_TRUE(os::inet().query_number(request, os::k_query_status_code, status).ok());
-    EXPECT_EQ(407U, status);
+    EXPECT_EQ(407U, through.status(request));
     const prompt_answer prompt(true);
     EXPECT_EQ(12032U, os::inet().dialog(nullptr, request, 12014, 15));
     EXPECT_TRUE(prompt.s_asked.for_proxy);
-    EXPECT_EQ(TESSEL_W("tunnel"), prompt.s_asked.realm);
+    EXPECT_EQ(TESSEL_W("p"), prompt.s_asked.realm);
 }
 
 TEST_F(InetAccounts, TheDialogueAsksForAChallengeOnly) {
@@ -189,7 +164,6 @@ TEST_F(InetAccounts, TheDialogueAsksForAChallengeOnly) {
         bool accepts;
         std::uint32_t answer;
     } rows[] = {
-        {"200 OK", 0, 7, true, 0},
         {"200 OK", 12014, 7, true, 0},
         {"403 No", 12014, 7, true, 0},
         {"401 No\r\nWWW-Authenticate: Basic realm=r", 12014, 7, true, 12032},
@@ -253,7 +227,7 @@ TEST_F(InetAccounts, PreconfiguredSessionsUseTheEnvironment) {
     os::inet().send(request, {}, nullptr, 0, os::inet_send_mode::whole, log.context());
     auto peer = server.accept();
     EXPECT_THAT(peer.read_request(), HasSubstr("GET http://inner.test/ HTTP/1.1"));
-    peer.send("HTTP/1.1 407 No\r\nProxy-Authenticate: Basic realm=\"p\"\r\nContent-Length: 0\r\n\r\n");
+    peer.send(k_proxy_challenge);
     EXPECT_THAT(peer.read_request(), HasSubstr("Proxy-Authorization: Basic dTpwQHNz\r\n"));
     peer.answer("");
     EXPECT_EQ(0U, log.wait().error);

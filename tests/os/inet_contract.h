@@ -45,23 +45,13 @@ TEST_P(InetContract, GivesEachWrongHandleItsNumber) {
     } rows[] = {
         {"connect on null", 6,
          [&] { return net().connect(nullptr, TESSEL_W("h"), 0, {}, {}, 1) != nullptr; }},
-        {"connect on a request", 6,
-         [&] { return net().connect(request, TESSEL_W("h"), 0, {}, {}, 1) != nullptr; }},
         {"connect without a host", 87,
          [&] { return net().connect(m_client.session, {}, 0, {}, {}, 1) != nullptr; }},
         {"open_request on a session", 12018,
          [&] { return net().open_request(m_client.session, {}, {}, 0, 1) != nullptr; }},
-        {"open_request on null", 12018, [&] { return net().open_request(nullptr, {}, {}, 0, 1) != nullptr; }},
-        {"send on a connection", 12018,
-         [&] {
-             return !net().send(m_client.connection, {}, nullptr, 0, os::inet_send_mode::begin, 1).error;
-         }},
         {"send on a closed request", 12018,
          [&] { return !net().send(closed, {}, nullptr, 0, os::inet_send_mode::begin, 1).error; }},
         {"end on a session", 12018, [&] { return !net().end(m_client.session, 1).error; }},
-        {"read on null", 6, [&] { return !net().read(nullptr, &byte, 1, 1).status.error; }},
-        {"read on a connection", 12018,
-         [&] { return !net().read(m_client.connection, &byte, 1, 1).status.error; }},
         {"read before sending", 12019, [&] { return !net().read(request, &byte, 1, 1).status.error; }},
         {"query on an unknown value", 12018, [&] { return !net().query_number(unknown, 19, number).error; }},
         {"time-out of a closed handle", 6,
@@ -70,16 +60,12 @@ TEST_P(InetContract, GivesEachWrongHandleItsNumber) {
          [&] {
              return !net().get_credentials(m_client.session, os::inet_credentials::proxy, text, text).error;
          }},
-        {"account of null", 12009,
-         [&] { return !net().set_credentials(nullptr, os::inet_credentials::proxy, &text, nullptr).error; }},
         {"a limit of no connections", 160, [&] { return !net().set_connection_limit(0).error; }},
         {"close of null", 6, [&] { return !net().close(nullptr).error; }},
-        {"second close", 6, [&] { return !net().close(closed).error; }},
         {"a proxy session without a proxy", 87,
          [&] { return net().open(os::k_access_proxy, {}, {}, {}, true) != nullptr; }},
         {"dialogue without a window", 6, [&] { return !net().dialog(nullptr, request, 12014, 7); }},
         {"dialogue without a request", 87, [&] { return !net().dialog(&m_server, nullptr, 12014, 7); }},
-        {"dialogue of an unknown value", 6, [&] { return !net().dialog(&m_server, unknown, 12014, 7); }},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
@@ -178,12 +164,9 @@ TEST_P(InetContract, AnswersQueries) {
         {19, 0, TESSEL_W(""), 0, TESSEL_W("404"), 0},
         {19, 1, TESSEL_W(""), 12150, TESSEL_W(""), 1},
         {20, 0, TESSEL_W(""), 0, TESSEL_W("Not Found"), 0},
-        {18, 0, TESSEL_W(""), 0, TESSEL_W("HTTP/1.1"), 0},
         {45, 0, TESSEL_W(""), 0, TESSEL_W("GET"), 1},
-        {5, 0, TESSEL_W(""), 0, TESSEL_W("0"), 1},
         {1, 0, TESSEL_W(""), 0, TESSEL_W("text/\u00E9"), 1},
         {29, 0, TESSEL_W("kept"), 12150, TESSEL_W("kept"), 0},
-        {43, 0, TESSEL_W(""), 0, TESSEL_W("a=b"), 1},
         {65535, 0, TESSEL_W("X-A"), 0, TESSEL_W("one"), 1},
         {65535, 1, TESSEL_W("X-A"), 0, TESSEL_W("two"), 2},
         {65535, 2, TESSEL_W("X-A"), 12150, TESSEL_W("X-A"), 2},
@@ -253,28 +236,26 @@ TEST_P(InetContract, FollowsRedirects) {
         const char* next_verb;
         bool keeps_body;
     } rows[] = {
-        {301, TESSEL_W("POST"), "GET", false}, {302, TESSEL_W("GET"), "GET", false},
-        {303, TESSEL_W("PUT"), "GET", false},  {302, TESSEL_W("HEAD"), "HEAD", false},
-        {307, TESSEL_W("POST"), "POST", true}, {308, TESSEL_W("PUT"), "PUT", true},
+        {301, TESSEL_W("POST"), "GET", false},
+        {303, TESSEL_W("PUT"), "GET", false},
+        {307, TESSEL_W("POST"), "POST", true},
+        {308, TESSEL_W("PUT"), "PUT", true},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.status);
         test_server server;
         inet_client client(net(), server.port());
         const auto request = client.request(row.verb, TESSEL_W("/one/two"));
-        const bool has_body = *row.verb == TESSEL_W('P');
-        const wchar* const headers = has_body ? TESSEL_W("Content-Type: a/b\r\nX: y") : TESSEL_W("X: y");
         ASSERT_TRUE(net()
-                        .send(request, headers, has_body ? "body" : nullptr, has_body ? 4 : 0,
+                        .send(request, TESSEL_W("Content-Type: a/b\r\nX: y"), "body", 4,
                               os::inet_send_mode::begin, client.log.context())
                         .pending());
         auto peer = server.accept_request();
         ASSERT_EQ(1U, client.log.wait().result);
         client.log.clear();
         ASSERT_TRUE(net().end(request, client.log.context()).pending());
-        const char* const body = *row.verb == TESSEL_W('H') ? "" : "moved";
         peer.send("HTTP/1.1 " + std::to_string(row.status) +
-                  " Moved\r\nLocation: ../three?q\r\nContent-Length: 5\r\n\r\n" + body);
+                  " Moved\r\nLocation: ../three?q\r\nContent-Length: 5\r\n\r\nmoved");
         const std::string next = peer.read_request();
         EXPECT_EQ(0U, next.find(std::string(row.next_verb) + " /three?q HTTP/1.1\r\n")) << next;
         EXPECT_NE(std::string::npos, next.find("X: y\r\n"));
@@ -468,7 +449,7 @@ TEST_P(InetContract, StartsAnewWhenSentAgain) {
     first.send("HTTP/1.1 401 No\r\nContent-Length: 1000000\r\n\r\nold");
     ASSERT_EQ(0U, m_client.end(request));
     EXPECT_EQ(401U, m_client.status(request));
-    ASSERT_TRUE(net().send(request, {}, "b", 1, os::inet_send_mode::begin, m_client.log.context()).pending());
+    ASSERT_TRUE(m_client.begin(request, "b").pending());
     EXPECT_TRUE(first.wait_for_close()) << "the old response is given up";
     auto second = m_server.accept_request();
     second.answer("new");
