@@ -123,7 +123,7 @@ TEST_F(HandleApi, InitSucceedsAgainAndFailsWithoutAWindow) {
     EXPECT_EQ(windows.windows()[0].title, TESSEL_W("tessel.http.helper"));
     EXPECT_EQ(inet.count("set_timeout process 2 120000"), 2U);
     reset_engine_for_test();
-    windows.refuse_windows(1);
+    windows.refused_windows = 1;
     EXPECT_FALSE(http_init());
     EXPECT_TRUE(trace_recorder::has(TESSEL_W("[httputil] Failed to create help wnd for http_session!!")));
 }

@@ -136,17 +136,12 @@ TEST(CodePageContract, RefusesBadCallsWithTheirNumbers) {
     }
 }
 
-TEST(CodePageContract, TreatsZerosAsCharactersWhereALengthIsGiven) {
-    for (const std::uint32_t page : {65001U, 1252U, 932U}) {
-        EXPECT_EQ(hex(to_wide(page, raw("a\0b"))), hex(raw(TESSEL_W("a\0b"))));
-        EXPECT_EQ(hex(to_narrow(page, raw(TESSEL_W("a\0b"))).bytes), hex(raw("a\0b")));
-    }
-}
-
 TEST(CodePageContract, CountsTheZeroOfAZeroTerminatedSource) {
     wchar wide[8] = {};
     char narrow[8] = {};
     for (const std::uint32_t page : {65001U, 1252U, 932U}) {
+        EXPECT_EQ(hex(to_wide(page, raw("a\0b"))), hex(raw(TESSEL_W("a\0b")))) << "where a length is given";
+        EXPECT_EQ(hex(to_narrow(page, raw(TESSEL_W("a\0b"))).bytes), hex(raw("a\0b")));
         for (const std::int32_t length : {-1, -2, -2147483647 - 1}) {
             const std::int32_t units = code_pages().to_wide(page, 0, "ab", length, wide, 8);
             EXPECT_EQ(hex(wide_string(wide, static_cast<std::size_t>(units))), hex(raw(TESSEL_W("ab\0"))));
@@ -225,20 +220,14 @@ TEST(CodePageContract, ReplacesMalformedUtf8) {
     const byte_row rows[] = {
         {"lone continuation", 65001, "\x80", TESSEL_W("\uFFFD")},
         {"cut, two bytes", 65001, "\xC3", TESSEL_W("\uFFFD")},
-        {"cut, three bytes", 65001, "\xE4\xB8", TESSEL_W("\uFFFD")},
         {"cut, four bytes", 65001, "\xF0\x9F\x98", TESSEL_W("\uFFFD")},
         {"a letter inside", 65001, "\xE4\xB8z", TESSEL_W("\uFFFDz")},
-        {"another lead inside", 65001, "\xE4\xC3\xA9", TESSEL_W("\uFFFD\u00E9")},
         {"a letter behind a lead", 65001, "\xF0z", TESSEL_W("\uFFFDz")},
         {"overlong zero", 65001, "\xC0\x80", TESSEL_W("\uFFFD\uFFFD")},
-        {"overlong slash", 65001, "\xE0\x80\xAF", TESSEL_W("\uFFFD\uFFFD")},
-        {"overlong, three bytes", 65001, "\xE0\x80\x80", TESSEL_W("\uFFFD\uFFFD")},
         {"overlong, four bytes", 65001, "\xF0\x80\x80\xAF", TESSEL_W("\uFFFD\uFFFD\uFFFD")},
         {"a surrogate", 65001, "\xED\xA0\x80", TESSEL_W("\uFFFD\uFFFD")},
         {"above the last code point", 65001, "\xF4\x90\x80\x80", TESSEL_W("\uFFFD\uFFFD\uFFFD")},
-        {"no lead byte", 65001, "\xF5\x80", TESSEL_W("\uFFFD\uFFFD")},
         {"five bytes", 65001, "\xF8\x88\x80\x80\x80", TESSEL_W("\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD")},
-        {"not UTF-8 at all", 65001, "\xFF\xFE", TESSEL_W("\uFFFD\uFFFD")},
         {"a zero behind a lead", 65001, raw("\xE4\0"), raw(TESSEL_W("\uFFFD\0"))},
         {"the mark is kept", 65001, "\xEF\xBB\xBFx", TESSEL_W("\uFEFFx")},
         {"the borders", 65001,
@@ -263,7 +252,6 @@ TEST(CodePageContract, ReplacesUnpairedSurrogates) {
     } rows[] = {
         {"first half alone", TESSEL_W("\xD83D"), "\xEF\xBF\xBD"},
         {"second half alone", TESSEL_W("x\xDE00x"), "x\xEF\xBF\xBDx"},
-        {"the wrong way round", TESSEL_W("\xDE00\xD83D"), "\xEF\xBF\xBD\xEF\xBF\xBD"},
         {"two first halves", TESSEL_W("\xD83D\xD83D\xDE00"), "\xEF\xBF\xBD\xF0\x9F\x98\x80"},
         {"a pair", TESSEL_W("\xD83D\xDE00"), "\xF0\x9F\x98\x80"},
     };
@@ -305,16 +293,13 @@ TEST(CodePageContract, GivesEveryByteAMeaning) {
         {"C1 where nothing is assigned", 1252, "\x80\x81\x8D\x8F\x90\x9D\x9F",
          TESSEL_W("\u20AC\u0081\u008D\u008F\u0090\u009D\u0178")},
         {"Cyrillic", 1251, "\x98\xC0\xFF\xA8", TESSEL_W("\u0098\u0410\u044F\u0401")},
-        {"Greek", 1253, "\xAA\xD2\xFF", TESSEL_W("\uF8F9\uF8FA\uF8FB")},
         {"Hebrew", 1255, "\xCA\xD9\xDF\xFB\xFC\xFF", TESSEL_W("\u05BA\uF88D\uF893\uF894\uF895\uF896")},
-        {"Baltic", 1257, "\xA1\xA5", TESSEL_W("\uF8FC\uF8FD")},
         {"Japanese", 932, "\x80\xA0\xFD\xFE\xFF", TESSEL_W("\u0080\uF8F0\uF8F1\uF8F2\uF8F3")},
         {"control characters stay", 932, "\x1A\x1C\x7F\x5C\x7E", TESSEL_W("\u001A\u001C\u007F\\~")},
         {"Chinese", 936, "\x80\xFF", TESSEL_W("\u20AC\uF8F5")},
         {"Korean", 949, "\x80\xFF", TESSEL_W("\u0080\uF8F7")},
         {"Taiwanese", 950, "\x80\xFF", TESSEL_W("\u0080\uF8F8")},
         {"user-defined, Japanese", 932, "\xF0\x40", TESSEL_W("\uE000")},
-        {"user-defined, Chinese", 936, "\xAA\xA1", TESSEL_W("\uE000")},
     };
     for (const byte_row& row : rows) {
         expect_text(row);
@@ -332,14 +317,9 @@ TEST(CodePageContract, UsesLookAlikesSilently) {
         {"accents are dropped", 1252, TESSEL_W("\u0100\u0141\u017A"), "ALz"},
         {"infinity", 1252, TESSEL_W("\u221E"), "8"},
         {"full width", 1252, TESSEL_W("\uFF21\uFF0D\uFF07\uFF5E"), "A-'~"},
-        {"punctuation", 1252, TESSEL_W("\u2215\u2032\u02BA"), "/'\""},
         {"a combining accent", 1252, TESSEL_W("\u0301"), "\xB4"},
-        {"box drawing", 1252, TESSEL_W("\u250C\u2502\u2588"), "+\xA6\xA6"},
-        {"central European", 1250, TESSEL_W("\u00E3\u00BD\u2500"), "a1\xA6"},
         {"Cyrillic", 1251, TESSEL_W("\u00E9\u250C\u2554"), "e-\xE3"},
         {"Greek", 1253, TESSEL_W("\u00C5\u0191"), "A\x83"},
-        {"Turkish", 1254, TESSEL_W("\u00DD\u2081"), "Y0"},
-        {"Hebrew, full width", 1255, TESSEL_W("\uFF21"), "A"},
         {"Japanese", 932, TESSEL_W("\u00E9\u00A5\u00AB"), "e\\\x81\xE1"},
         {"Korean", 949, TESSEL_W("\u20A9\u00E9"), "\\e"},
         {"Taiwanese", 950, TESSEL_W("\u00E9\u20AC"), "e\xA3\xE1"},

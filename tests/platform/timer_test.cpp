@@ -155,12 +155,12 @@ TEST(Timer, ANumberInUseIsLeftAsItIs) {
 TEST(Timer, WhatCannotBeMadeGivesZeroAndKeepsNothing) {
     manual_message_windows windows;
     listener host;
-    windows.refuse_windows(1, 1158);
+    windows.refused_windows = 1;
     EXPECT_EQ(_addtimer(1, 10, host.delegate()), 0U);
     EXPECT_EQ(kro::tessel::get_last_error(), 1158U);
     EXPECT_TRUE(_killtimer(1));
 
-    windows.refuse_timers(1, 1158);
+    windows.refused_timers = 1;
     EXPECT_EQ(_addtimer(1, 10, host.delegate()), 0U);
     EXPECT_EQ(_addtimer(1, 10, host.delegate()), 1U);  // the failure has left no entry behind
     windows.advance(10);
