@@ -158,32 +158,25 @@ TEST_F(Pac, RoutesAreWhatTheScriptReturns) {
          "http a:1;https b:2;http c:80;direct"},
         {"no HTTP proxy", function("return 'SOCKS5 s:1080; PROXY p:1; QUIC q:2';"),
          "http p:1 | SOCKS5 s:1080, QUIC q:2"},
-        {"nothing but such", function("return 'SOCKS s:1080';"),
-         " | SOCKS s:1080!it names no HTTP proxy: SOCKS s:1080"},
         {"no names",
          function("return 'PROXY p:0; PROXY p:99999; PROXY a b:1; PROXY [2001:db8::1]:3; HTTPS';"),
          " | PROXY p:0, PROXY p:99999, PROXY a b:1, PROXY [2001:db8::1]:3, HTTPS!it names no HTTP proxy: "
          "PROXY p:0, "
          "PROXY p:99999, PROXY a b:1, PROXY [2001:db8::1]:3, HTTPS"},
-        {"null", function("return null;"), "direct"},
         {"nothing", function("alert(url);"), "!it returned no text: undefined"},
         {"too much", function("return Array(3000).join('x');"), "!it returned 2999 characters"},
         {"a constant of a strict script",
          script("\xEF\xBB\xBF\"use strict\";\nconst FindProxyForURL = () => 'PROXY p:1' // the end"),
          "http p:1"},
         {"Latin-1", function("/* \xE4 */ return 'PROXY p' + '\xE4'.charCodeAt(0) + ':1';"), "http p228:1"},
-        {"UTF-8", function("return 'PROXY p' + '\xC3\xA4\xF0\x9F\x98\x80'.length + ':1';"), "http p3:1"},
         {"a MiB",
          script("var long = \"" + std::string(1U << 20U, 'x') +
                 "\"; function FindProxyForURL() { return 'PROXY p' + long.length + ':1'; }"),
          "http p1048576:1"},
         {"an error", function("return nothing();"), "!ReferenceError: Can't find variable: nothing"},
-        {"an error without a text", function("throw { toString: function () { throw 1; } };"),
-         "!an error without a text"},
         {"lines and a terminal's commands", function("throw '\\n\\x1b[2Janswer DIRECT\\n';"),
          "!  [2Janswer DIRECT "},
         {"no script", script("} {"), "!SyntaxError: Parser error"},
-        {"another script", script("function other() {}"), "!it has no FindProxyForURL"},
         {"recursion without end", function("return FindProxyForURL(url, host);"),
          "!RangeError: Maximum call stack size exceeded."},
         {"a frozen world", script("function FindProxyForURL() { return 'DIRECT'; } Object.freeze(this);"),
@@ -195,8 +188,6 @@ TEST_F(Pac, RoutesAreWhatTheScriptReturns) {
 #endif
         {"no file", "file:///nonexistent/x.pac",
          "!it can't be fetched: Couldn't open file /nonexistent/x.pac"},
-        {"no protocol", "ftp://h.example/x.pac",
-         "!it can't be fetched: Protocol \"ftp\" not supported or disabled in libcurl"},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(row.answer, arrived(ask(scripts, row.script, "h.example"))) << row.what;
@@ -285,13 +276,9 @@ TEST_F(Pac, HelpersThatMisbehaveHarmNobody) {
     } rows[] = {
         {"no program", "/nonexistent/helper", "!can't run /nonexistent/helper: No such file or directory"},
         {"ends at once", program("exit 1"), "!its helper ended twice"},
-        {"ends when it is asked", program("echo ready; read line"), "!its helper ended twice"},
-        {"can't", program("echo cannot, today; read line; echo 'failed because'"),
-         "!its helper talks nonsense"},
         {"can't, and says so", program("echo cannot today; read line; echo 'failed because'; read line"),
          "!because"},
         {"garbage", program("head -c 4000 /dev/zero; echo; read line"), "!its helper talks nonsense"},
-        {"greetings without end", program("exec yes ready"), "!its helper talks nonsense"},
         {"a line without end", program("exec cat /dev/zero"), "!its helper talks nonsense"},
         {"an answer with strange bytes",
          program("read line; printf 'answer PROXY p:1;PROXY \\377\\033:2\\n'; read line"),
@@ -310,13 +297,6 @@ TEST_F(Pac, HelpersThatMisbehaveHarmNobody) {
     EXPECT_EQ("direct", arrived(ask(twice, "file:///x", "h.example")));
     EXPECT_NE("http p:1", arrived(ask(twice, "file:///x", "i.example"))) << "an answer that nobody asked for";
     EXPECT_EQ("!its URL is too long", arrived(ask(twice, "file:///" + std::string(9000, 'x'), "h.example")));
-}
-
-TEST_F(Pac, AMissingScriptEngineIsSaid) {
-    const variable modules("PX_MODULE_PATH", "/nonexistent");
-    const service scripts = real();
-    EXPECT_EQ("!no script engine for libproxy is installed (libproxy1-plugin-webkit)",
-              arrived(ask(scripts, function("return 'DIRECT';"), "h.example")));
 }
 
 // Until it is asked, and a while after the last question, there is no process; and none is left behind.

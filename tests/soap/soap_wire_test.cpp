@@ -117,19 +117,13 @@ TEST_F(SoapWire, TellsEachOutcomeOfHttp) {
         const char* name;
         std::string answer, error;
     } rows[] = {
-        {"202", response("202 Accepted", k_envelope), ""},
         {"a fault", response("500 Oops\r\nContent-Type: application/soap+xml", k_envelope), ""},
         {"500 without XML", response("500 Oops\r\nContent-Type: text/html", k_envelope), "801901f4"},
-        {"503", response("503 Busy\r\nContent-Type: text/xml", k_envelope), "801901f7"},
         {"a redirect", response("307 There\r\nLocation: /other", ""), "80190133"},
-        {"401", response("401 Who\r\nWWW-Authenticate: Basic realm=\"x\"", ""), "80190191"},
         {"407", response("407 Who\r\nProxy-Authenticate: Basic realm=\"x\"", ""), "800a13ba"},
         {"gzip", response("200 OK\r\nContent-Encoding: gzip", k_envelope), "8007000d"},
         {"the transport's character set",
          response("200 OK\r\nContent-Type: text/xml; charset=\"iso-8859-1\"", "<a>\xE9</a>"), ""},
-        {"no XML", response("200 OK\r\nContent-Type: text/xml", "<html><br></html>"), "80004005"},
-        {"nothing", response("204 Nothing", ""), "80004005"},
-        {"no HTTP", "<a>", "80004005"},
         {"a body that is cut", "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n<a></a", "80004005"},
         {"too large", response("200 OK", large), "800700df"},
     };
