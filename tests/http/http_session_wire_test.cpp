@@ -134,23 +134,6 @@ TEST(HttpSessionWire, TellsHowFarItHasCome) {
     }
 }
 
-TEST(HttpSessionWire, AThrowingProgressFunctionEndsAnUpload) {
-    test_server server;
-    const std::string large(8000000, 'u');
-    std::thread player([&] {
-        auto peer = server.accept();
-        EXPECT_THROW(peer.read_bytes(large.size()), std::exception) << "the connection was closed";
-    });
-    const auto session = session_to(server, http_session::action_upload);
-    session->set_method(http_method_post);
-    session->set_data_to_post(large.data(), static_cast<unsigned>(large.size()));
-    transfer_watch watch;
-    watch.progress = [](const transfer_progress&) { throw std::runtime_error("host"); };
-    session->set_watch(watch);
-    EXPECT_EQ(1359U, invoke(*session));
-    player.join();
-}
-
 TEST(HttpSessionWire, IsCancelledFromAnotherThreadInEveryWait) {
     const struct {
         const char* what;

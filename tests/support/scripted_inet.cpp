@@ -81,7 +81,7 @@ std::uint32_t scripted_inet::answer(std::deque<std::uint32_t>& script, std::uint
 }
 
 void scripted_inet::call_back(handle about, std::uintptr_t context, std::uint32_t number,
-                              const void* information, std::uint32_t length) {
+                              const void* information, std::uint32_t length) const {
     if (m_callback != nullptr && context != 0) {
         m_callback(about, context, number, information, length);
     }
