@@ -2,16 +2,8 @@
 # command_check.sh TESSEL: what scripts rely on: exit codes, which stream, the order of bodies, file names,
 # bytes that come through unchanged, and errors of one line.
 set -euo pipefail
-# shellcheck source=tools/dev/nginx.sh
-. "$(dirname "$0")/../../tools/dev/nginx.sh"
-tessel=$(realpath "$1")
-work=$(mktemp -d)
-trap 'stop_nginx "$work"; rm -rf "$work"' EXIT
 # shellcheck source=tests/command/expect.sh
 . "$(dirname "$0")/expect.sh"
-# Nothing of the user's own: no accounts, no proxies.
-export TESSEL_REGISTRY=$work/registry.db GSETTINGS_BACKEND=memory
-unset http_proxy https_proxy HTTPS_PROXY all_proxy ALL_PROXY no_proxy NO_PROXY
 
 mkdir -p "$work/www/inbox" "$work/www/again"
 chmod 777 "$work/www/inbox"
