@@ -163,17 +163,21 @@ TEST_F(Pac, RoutesAreWhatTheScriptReturns) {
          " | PROXY p:0, PROXY p:99999, PROXY a b:1, PROXY [2001:db8::1]:3, HTTPS!it names no HTTP proxy: "
          "PROXY p:0, "
          "PROXY p:99999, PROXY a b:1, PROXY [2001:db8::1]:3, HTTPS"},
+        {"null", function("return null;"), "direct"},
         {"nothing", function("alert(url);"), "!it returned no text: undefined"},
         {"too much", function("return Array(3000).join('x');"), "!it returned 2999 characters"},
         {"a constant of a strict script",
          script("\xEF\xBB\xBF\"use strict\";\nconst FindProxyForURL = () => 'PROXY p:1' // the end"),
          "http p:1"},
         {"Latin-1", function("/* \xE4 */ return 'PROXY p' + '\xE4'.charCodeAt(0) + ':1';"), "http p228:1"},
+        {"UTF-8", function("return 'PROXY p' + '\xC3\xA4\xF0\x9F\x98\x80'.length + ':1';"), "http p3:1"},
         {"a MiB",
          script("var long = \"" + std::string(1U << 20U, 'x') +
                 "\"; function FindProxyForURL() { return 'PROXY p' + long.length + ':1'; }"),
          "http p1048576:1"},
         {"an error", function("return nothing();"), "!ReferenceError: Can't find variable: nothing"},
+        {"an error without a text", function("throw { toString: function () { throw 1; } };"),
+         "!an error without a text"},
         {"lines and a terminal's commands", function("throw '\\n\\x1b[2Janswer DIRECT\\n';"),
          "!  [2Janswer DIRECT "},
         {"no script", script("} {"), "!SyntaxError: Parser error"},
@@ -188,6 +192,8 @@ TEST_F(Pac, RoutesAreWhatTheScriptReturns) {
 #endif
         {"no file", "file:///nonexistent/x.pac",
          "!it can't be fetched: Couldn't open file /nonexistent/x.pac"},
+        {"no protocol", "ftp://h.example/x.pac",
+         "!it can't be fetched: Protocol \"ftp\" not supported or disabled in libcurl"},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(row.answer, arrived(ask(scripts, row.script, "h.example"))) << row.what;
