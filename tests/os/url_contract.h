@@ -110,11 +110,15 @@ TEST(UrlContract, TakesUserHostAndPortApart) {
 TEST(UrlContract, KnowsOtherSchemes) {
     const cracked_row rows[] = {
         {"ftp", W("ftp://u:p@h/p"), 1, 21, W("h"), W("u"), W("p"), W("/p"), NO},
+        {"gopher has no port", W("gopher://h/p"), 2, 0, W("h"), NO, NO, W("/p"), NO},
         {"socks", W("socks://h:1080"), 8, 1080, W("h"), NO, NO, NO, NO},
+        {"res", W("res://x/y"), 11, 0, W("x"), NO, NO, W("/y"), NO},
         {"unknown", W("foo+1.x-y://h:12/p?x#y"), 0xFFFF, 12, W("h"), NO, NO, W("/p"), W("?x#y")},
         {"unknown, no host", W("fide:///C:/x"), 0xFFFF, 0, NO, NO, NO, W("/C:/x"), NO},
         {"no authority", W("FOO:bar"), 0xFFFF, 0, NO, NO, NO, W("bar"), NO},
         {"mail", W("mailto:a@b?subject=x"), 7, 0, NO, NO, NO, W("a@b"), W("?subject=x")},
+        {"news", W("news:abc"), 6, 0, NO, NO, NO, W("abc"), NO},
+        {"script", W("JavaScript:f()"), 9, 0, NO, NO, NO, W("f()"), NO},
         {"a scheme isn't known by its beginning", W("h:80"), 0xFFFF, 0, NO, NO, NO, W("80"), NO},
         {"file", W("file:///c:/x/y"), 5, 0, NO, NO, NO, W("/c:/x/y"), NO},
         {"file on a server", W("file://h/s/y"), 5, 0, W("h"), NO, NO, W("/s/y"), NO},

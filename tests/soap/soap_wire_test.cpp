@@ -117,6 +117,7 @@ TEST_F(SoapWire, TellsEachOutcomeOfHttp) {
         const char* name;
         std::string answer, error;
     } rows[] = {
+        {"202", response("202 Accepted", k_envelope), ""},
         {"a fault", response("500 Oops\r\nContent-Type: application/soap+xml", k_envelope), ""},
         {"500 without XML", response("500 Oops\r\nContent-Type: text/html", k_envelope), "801901f4"},
         {"a redirect", response("307 There\r\nLocation: /other", ""), "80190133"},
