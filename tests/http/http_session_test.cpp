@@ -258,16 +258,6 @@ TEST_F(HttpSession, DecidesWithItsSinkAndItsUserWhatFollows) {
     }
 }
 
-TEST_F(HttpSession, SendsAgainAsOftenAsTheSinkSays) {
-    inet.sends.assign(1000, 12002);
-    sink.send_decisions.assign(1000, retry);
-    inet.body = "at last";
-    EXPECT_EQ(0U, invoke());
-    EXPECT_EQ(1001U, inet.count("send "));
-    EXPECT_EQ(1U, inet.count("open_request"));
-    EXPECT_EQ("at last", content(session));
-}
-
 TEST_F(HttpSession, AHostsExceptionEndsTheRunAndGoesNoFurther) {
     const struct {
         const char* what;

@@ -75,35 +75,6 @@ TEST(HttpSessionWire, SaysExactlyThisAndHearsTheAnswer) {
     EXPECT_EQ("GET / HTTP/1.1\r\n" + host + agent + "Cache-Control: no-cache\r\n\r\n", requests.at(1));
 }
 
-TEST(HttpSessionWire, EachFaultHasOneOutcomePerRun) {
-    const std::string ok = "HTTP/1.1 200 OK\r\n";
-    const std::string large(5000000, 'x');
-    const struct {
-        const char* what;
-        std::string answer;
-        unsigned long run, download;
-        std::string content;
-    } rows[] = {
-        {"closes before any byte", "", 12152, 0, ""},
-        {"cuts the body", ok + "Content-Length: 50\r\n\r\nhello", 0, 0, "hello"},
-        {"lies about its length", ok + "Content-Length: 4294967294\r\n\r\nhello", 0, 0, "hello"},
-        {"lies more", ok + "Content-Length: 1099511627776\r\n\r\nhello", 0, 0, "hello"},
-        {"is long and says nothing of it", "HTTP/1.0 200 OK\r\n\r\n" + large, 0, 0, large},
-        {"breaks a chunk", ok + "Transfer-Encoding: chunked\r\n\r\n5\r\nhello\r\nZZ\r\n", 12030, 0, "hello"},
-    };
-    for (const auto& row : rows) {
-        for (const auto action : {http_session::action_run, http_session::action_download}) {
-            SCOPED_TRACE(row.what + (" " + std::to_string(action)));
-            test_server server;
-            const auto session = session_to(server, action);
-            std::thread player([&] { server.accept_request().send(row.answer); });
-            EXPECT_EQ(action == http_session::action_run ? row.run : row.download, invoke(*session));
-            EXPECT_TRUE(row.content == content(*session));
-            player.join();
-        }
-    }
-}
-
 TEST(HttpSessionWire, TellsHowFarItHasCome) {
     test_server server;
     const std::string large(8000000, 'u');

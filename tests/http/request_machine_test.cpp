@@ -445,19 +445,4 @@ TEST_F(RequestMachine, ARestartClosesTheOldRequestAndDropsItsNotices) {
     remove(record);
 }
 
-TEST_F(RequestMachine, NoticesAndMessagesOfARemovedRequestRunNothing) {
-    session_context* const record = get();
-    windows.deliver_all();
-    inet.complete();
-    EXPECT_EQ(windows.waiting().size(), 1U);
-    EXPECT_TRUE(remove(record));
-    const std::size_t calls = inet.calls().size();
-    EXPECT_EQ(windows.deliver_all(), 1U);
-    inet.complete();
-    inet.notice(kro::tessel::os::k_notice_handle_closing);
-    EXPECT_EQ(trace_recorder::count(TESSEL_W("[httputil] invalid session!! 0x")), 2U);
-    EXPECT_EQ(windows.deliver_all(), 0U);
-    EXPECT_EQ(inet.calls().size(), calls);
-}
-
 }  // namespace

@@ -6,6 +6,7 @@
 #include "os/profile.h"
 #include "os/thread.h"
 
+#include "support/ascii.h"
 #include "tessel/base/types.h"
 #include "tessel/platform/host.h"
 
@@ -63,10 +64,6 @@ inline wide_string read_value(const wide_string& file, const wide_string& key, s
     EXPECT_EQ(out[units], 0);
     out.resize(units);
     return out;
-}
-
-inline wide_string wide(const std::string& ascii) {
-    return wide_string(ascii.begin(), ascii.end());
 }
 
 TEST(ProfileContract, TakesTheFirstKeyOfTheFirstSection) {

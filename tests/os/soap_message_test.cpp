@@ -5,6 +5,8 @@
 #include "os/linux/soap_reader.h"
 #include "os/linux/soap_serializer.h"
 
+#include "support/ascii.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -16,6 +18,7 @@
 
 using namespace kro::tessel;
 using namespace std::string_literals;
+using tessel_test::plain;
 
 namespace {
 
@@ -45,14 +48,6 @@ struct message {
     }
 };
 
-std::string narrow(const wide_string& text) {
-    std::string bytes;
-    for (const wchar unit : text) {
-        bytes += unit < 0x80 ? static_cast<char>(unit) : '?';
-    }
-    return bytes;
-}
-
 // What a reader makes of an answer: its error number, else what `look` gives.
 template <class Look>
 std::string look_at(std::string answer, Look&& look, std::string charset = {}) {
@@ -74,13 +69,13 @@ std::string pairs_of(os::document_reader& reader) {
     const auto nodes = reader.rpc_result_nodes();
     std::string pairs;
     for (std::int32_t i = 0; i < nodes->length(); ++i) {
-        pairs += narrow(nodes->first_child_text(i)) + "=" + narrow(nodes->last_child_text(i)) + ";";
+        pairs += plain(nodes->first_child_text(i)) + "=" + plain(nodes->last_child_text(i)) + ";";
     }
     return pairs;
 }
 
 std::string xml_of(os::document_reader& reader) {
-    return narrow(reader.document_xml());
+    return plain(reader.document_xml());
 }
 
 std::string envelope(std::string_view body) {
@@ -134,7 +129,7 @@ TEST(SoapMessage, RefusesWhatXmlCanNotCarryAndWhatIsOutOfOrder) {
     for (const wide_string& name : names) {
         message one;
         EXPECT_EQ(code_of([&] { one.serializer.start_element(name, {}, {}); }), os::k_soap_invalid_argument)
-            << narrow(name);
+            << plain(name);
     }
     for (const unsigned unit : {0x0U, 0x1U, 0xBU, 0x1FU, 0xD800U, 0xDFFFU, 0xFFFEU, 0xFFFFU}) {
         message one;
@@ -175,7 +170,7 @@ TEST(SoapAnswer, GivesTheFault) {
     const auto fault = [](os::document_reader& reader) {
         wide_string code;
         wide_string text;
-        return reader.fault(code, text) ? narrow(code) + "|" + narrow(text) : "none";
+        return reader.fault(code, text) ? plain(code) + "|" + plain(text) : "none";
     };
     EXPECT_EQ(
         look_at(

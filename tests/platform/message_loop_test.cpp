@@ -1,6 +1,4 @@
 // The loop for hosts that have none: timers drive it, and nested loops end one by one.
-#include "os/thread.h"
-
 #include "support/manual_message_windows.h"
 #include "tessel/platform/host.h"
 #include "tessel/platform/timer.h"
@@ -52,16 +50,6 @@ TEST(MessageLoop, NestedRunsEndOneByOneAndLimitedOnesDoNotTakeTheirQuit) {
     ends.push_back(3);
     EXPECT_EQ(ends, (std::vector<int>{1, 2, 3}));
     EXPECT_EQ(ticks, 6);
-}
-
-TEST(MessageLoop, PumpReturnsAtOnceWhateverRuns) {
-    bool ticked = false;
-    const running_timer timer(1, 10, [&] { ticked = true; });
-    message_loop::pump();
-    kro::tessel::os::make_manual_reset_event()->wait(20);
-    EXPECT_TRUE(message_loop::pump());
-    EXPECT_TRUE(ticked);
-    EXPECT_FALSE(message_loop::run_until([] { return false; }, 0));
 }
 
 TEST(MessageLoop, TurnsTheServiceInForce) {

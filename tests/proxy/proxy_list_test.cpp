@@ -1,5 +1,6 @@
 // Lists that a finder gives: what is understood, what is dropped, and that no list is too large or too odd.
 #include "proxy/decimal.h"
+#include "support/ascii.h"
 #include "tessel/platform/host.h"
 #include "tessel/proxy/proxy_util.h"
 
@@ -15,10 +16,6 @@ namespace {
 using kro::tessel::CTString;
 using kro::tessel::wide_string;
 using route = std::tuple<unsigned, wide_string, unsigned>;
-
-wide_string wide(const std::string& text) {
-    return {text.begin(), text.end()};
-}
 
 std::vector<route> routes_of(const CTString& list) {
     kro::tessel::set_proxy_finder_factory([](IProxyFinderSink*) -> IProxyFinder* { return nullptr; });

@@ -31,7 +31,7 @@ namespace {
 std::vector<std::string> traced() {
     std::vector<std::string> lines;
     for (const auto& [level, text] : trace_recorder::lines()) {
-        const std::string line = scripted_soap_toolkit::plain(text);
+        const std::string line = tessel_test::plain(text);
         if (line.find("oap") != std::string::npos || line.find("TryConnect") != std::string::npos) {
             lines.push_back(line);
         }
@@ -155,7 +155,7 @@ TEST_F(SoapClient, ACallThatFailsAnywhereKeepsTheResponse) {
 TEST_F(SoapClient, GetsTheConfigurationInThisOrder) {
     m_toolkit.pairs = {{"a", "1"}, {"a", "2"}};
     ASSERT_EQ(configure(TESSEL_W("direct.test")), 1);
-    const std::string ns = "<" + scripted_soap_toolkit::plain(kro::tessel::k_soap_service_namespace) + "|";
+    const std::string ns = "<" + tessel_test::plain(kro::tessel::k_soap_service_namespace) + "|";
     EXPECT_THAT(m_toolkit.log,
                 ElementsAre("connector", "serializer", "reader", "EndPointURL=http://direct.test/s",
                             "SoapAction=act", "UseProxy=false", "Timeout=60000", "Connect", "BeginMessage",
