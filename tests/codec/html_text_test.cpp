@@ -77,7 +77,7 @@ TEST(HtmlText, CollapsesBlanksWhereBrowsersDo) {
 
 TEST(HtmlText, SetsCellsAndRowsApart) {
     const row rows[] = {
-        {"<table><caption>cap</caption><tr><td>a<td>b<tr><td>c</table>d", "cap\na\tb\nc\nd"},
+        {"<table><caption>cap</caption><tr><th>a<td>b<tr><td>c</table>d", "cap\na\tb\nc\nd"},
         {"<table><tr><td><div>a</div><td>b</table>", "a\n\tb"},
         {"<table><thead><tr><td>h</thead><tfoot><tr><td>f</tfoot><tbody><tr><td>b</tbody></table>",
          "h\nf\nb"},

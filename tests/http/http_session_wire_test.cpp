@@ -23,7 +23,6 @@ using namespace kro::tessel::http;
 using kro::tessel::CTString;
 using kro::tessel::get_last_error;
 using kro::tessel::wide_string;
-using tessel_test::server_connection;
 using tessel_test::test_server;
 
 std::unique_ptr<http_session> session_to(const test_server& server,

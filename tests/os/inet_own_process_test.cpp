@@ -1,23 +1,11 @@
-// What only a process of its own can show: a network that swallows or leads nowhere, a stop that lasts longer
-// than a time-out.
+// A stop of the process that lasts longer than a time-out.
 #include "os/inet_client.h"
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <linux/if.h>
-#include <linux/if_tun.h>
-#include <netinet/in.h>
-#include <sched.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 #include <future>
 
 namespace tessel_test {
@@ -27,27 +15,14 @@ using steady = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr const char* k_marker = "TESSEL_TEST_OWN_PROCESS";
-constexpr int k_denied = 77;
-constexpr bool k_synchronous = false;
 
-// This test again in another process, with this text in its environment. It has no second thread before it
-// executes, not even a sanitizer's: a namespace can't be entered otherwise.
-pid_t run_again(const std::string& text, int namespaces) {
+// This test again in another process, with this text in its environment.
+pid_t run_again(const std::string& text) {
     const auto* const test = testing::UnitTest::GetInstance()->current_test_info();
     const std::string filter = std::string("--gtest_filter=") + test->test_suite_name() + '.' + test->name();
     ::setenv(k_marker, text.c_str(), 1);
-    const std::string user = "0 " + std::to_string(::getuid()) + " 1";
-    const auto child = static_cast<pid_t>(::syscall(SYS_clone, SIGCHLD, 0, 0, 0, 0));
+    const pid_t child = ::fork();
     if (child == 0) {
-        if (namespaces != 0 && ::unshare(namespaces) != 0) {
-            ::_exit(k_denied);
-        }
-        if (namespaces != 0) {
-            const int map = ::open("/proc/self/uid_map", O_WRONLY | O_CLOEXEC);
-            if (::write(map, user.data(), user.size()) < 0) {
-                ::_exit(k_denied);
-            }
-        }
         ::execl("/proc/self/exe", "own_process", filter.c_str(), nullptr);
         ::_exit(1);
     }
@@ -64,108 +39,6 @@ int exit_status_of(pid_t child) {
 const char* own_process() {
     return std::getenv(k_marker);
 }
-
-// ---- a network of its own
-
-void bring_up(const char* device, const char* address) {
-    const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    ifreq request{};
-    std::strncpy(request.ifr_name, device, IFNAMSIZ - 1);
-    auto& four = reinterpret_cast<sockaddr_in&>(request.ifr_addr);
-    four.sin_family = AF_INET;
-    four.sin_addr.s_addr = inet_addr(address);
-    EXPECT_EQ(0, ::ioctl(socket, SIOCSIFADDR, &request)) << std::strerror(errno);
-    four.sin_addr.s_addr = inet_addr("255.255.255.0");
-    ::ioctl(socket, SIOCSIFNETMASK, &request);
-    request.ifr_flags = IFF_UP;
-    EXPECT_EQ(0, ::ioctl(socket, SIOCSIFFLAGS, &request)) << std::strerror(errno);
-    ::close(socket);
-}
-
-/// The end of a network device that nobody reads: what goes to 10.9.8.0/24 is swallowed.
-class black_hole {
-public:
-    black_hole() : m_device(::open("/dev/net/tun", O_RDWR | O_CLOEXEC)) {
-        ifreq request{};
-        std::strncpy(request.ifr_name, "hole", IFNAMSIZ - 1);
-        request.ifr_flags = IFF_TUN | IFF_NO_PI;
-        m_is_open = m_device >= 0 && ::ioctl(m_device, TUNSETIFF, &request) == 0;
-        if (m_is_open) {
-            bring_up("hole", "10.9.8.1");
-        }
-    }
-    black_hole(const black_hole&) = delete;
-    black_hole& operator=(const black_hole&) = delete;
-    ~black_hole() { ::close(m_device); }
-
-    bool is_open() const { return m_is_open; }
-
-private:
-    int m_device;
-    bool m_is_open = false;
-};
-
-class InetOwnNetwork : public testing::Test {
-protected:
-    // True in the process that has the network; the other one has waited for it.
-    static bool is_inside() {
-        if (own_process() != nullptr) {
-            bring_up("lo", "127.0.0.1");
-            return true;
-        }
-        const auto begun = steady::now();
-        const int status = exit_status_of(run_again("network", CLONE_NEWUSER | CLONE_NEWNET));
-        if (status == k_denied) {
-            skip("this machine lets nobody make a network namespace, or has no network device for it");
-        } else {
-            EXPECT_EQ(0, status);
-            EXPECT_LT(steady::now() - begun, std::chrono::seconds(25)) << "the exit waited";
-        }
-        return false;
-    }
-    static void skip(const char* why) { GTEST_SKIP() << why; }
-};
-
-TEST_F(InetOwnNetwork, SilenceTimesTheConnectOutInItsTimeAndNotBefore) {
-    if (!is_inside()) {
-        return;
-    }
-    const black_hole hole;
-    if (!hole.is_open()) {
-        ::_exit(k_denied);
-    }
-    for (const std::uint32_t limit : {400U, 1500U}) {  // above a second the system has sent a second SYN
-        inet_client client(os::inet(), 80, TESSEL_W("10.9.8.7"));
-        client.net.set_timeout(client.connection, os::inet_timeout::connect, limit);
-        client.net.set_timeout(client.connection, os::inet_timeout::receive, 10);
-        const auto request = client.request();
-        const auto begun = steady::now();
-        client.begin(request);
-        EXPECT_EQ(12002U, client.log.wait().error);
-        const auto took = steady::now() - begun;
-        EXPECT_GE(took, milliseconds(limit - 1));
-        EXPECT_LT(took, milliseconds(limit + 5000));
-        EXPECT_THAT(client.log.codes(), testing::Contains(os::k_notice_connecting));
-        EXPECT_THAT(client.log.codes(), testing::Not(testing::Contains(os::k_notice_connected)));
-    }
-    inet_client waiting(os::inet(), 80, TESSEL_W("10.9.8.7"), k_synchronous);
-    waiting.net.set_timeout(waiting.connection, os::inet_timeout::connect, 300);
-    EXPECT_EQ(12002U, waiting.exchange(waiting.request()));
-}
-
-TEST_F(InetOwnNetwork, ANetworkThatLeadsNowhereIsToldAtOnce) {
-    if (!is_inside()) {
-        return;
-    }
-    for (const wchar* const host : {TESSEL_W("192.0.2.1"), TESSEL_W("2001:db8::1")}) {
-        inet_client client(os::inet(), 80, host);
-        const auto request = client.request();
-        client.begin(request);
-        EXPECT_EQ(12029U, client.log.wait().error);
-    }
-}
-
-// ---- a stop
 
 constexpr std::uint32_t k_receive_limit = 1500;
 constexpr int k_requests = 140;  // more than one wait for events can tell
@@ -203,7 +76,7 @@ TEST(InetOwnProcess, WhatCameDuringALongStopCounts) {
         std::exit(be_stopped(static_cast<std::uint16_t>(std::atoi(port))));
     }
     test_server server;
-    const pid_t child = run_again(std::to_string(server.port()), 0);
+    const pid_t child = run_again(std::to_string(server.port()));
     siginfo_t what{};
     ASSERT_EQ(0, ::waitid(P_PID, static_cast<id_t>(child), &what, WSTOPPED | WEXITED | WNOWAIT));
     const auto stopped = steady::now();

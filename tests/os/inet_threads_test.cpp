@@ -6,6 +6,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <netdb.h>
+#include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -119,6 +120,52 @@ TEST(InetThreads, ASynchronousCallIsClosedInsideItsLookUp) {
     peer.answer("");
     EXPECT_EQ(0U, beside.get());
     gate().open();
+}
+
+/// A port whose queue is full: what wants to connect hears nothing.
+class silent_port {
+public:
+    silent_port() {
+        socklen_t size = sizeof m_address;
+        m_address.sin_family = AF_INET;
+        m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(0, ::bind(m_sockets[0], reinterpret_cast<sockaddr*>(&m_address), size));
+        EXPECT_EQ(0, ::listen(m_sockets[0], 0));
+        ::getsockname(m_sockets[0], reinterpret_cast<sockaddr*>(&m_address), &size);
+        for (const int filling : {m_sockets[1], m_sockets[2], m_sockets[3]}) {
+            ::connect(filling, reinterpret_cast<sockaddr*>(&m_address), size);
+        }
+    }
+    silent_port(const silent_port&) = delete;
+    silent_port& operator=(const silent_port&) = delete;
+    ~silent_port() { std::for_each(std::begin(m_sockets), std::end(m_sockets), ::close); }
+
+    std::uint16_t number() const { return ntohs(m_address.sin_port); }
+
+private:
+    static int new_socket() { return ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0); }
+
+    const int m_sockets[4] = {new_socket(), new_socket(), new_socket(), new_socket()};
+    sockaddr_in m_address{};
+};
+
+// The limit is above a second: the system has asked a second time by then.
+TEST(InetThreads, SilenceTimesTheConnectOutInItsTimeAndNotBefore) {
+    using std::chrono::milliseconds;
+    const silent_port port;
+    for (const bool is_asynchronous : {true, false}) {
+        inet_client client(os::inet(), port.number(), TESSEL_W("127.0.0.1"), is_asynchronous);
+        client.net.set_timeout(client.connection, os::inet_timeout::connect, 1500);
+        client.net.set_timeout(client.connection, os::inet_timeout::receive, 10);
+        const auto begun = std::chrono::steady_clock::now();
+        const os::inet_status sent = client.begin(client.request());
+        EXPECT_EQ(12002U, sent.pending() ? client.log.wait().error : sent.error);
+        const auto took = std::chrono::steady_clock::now() - begun;
+        EXPECT_GE(took, milliseconds(1499));
+        EXPECT_LT(took, milliseconds(6500));
+        EXPECT_THAT(client.log.codes(), testing::Contains(os::k_notice_connecting));
+        EXPECT_THAT(client.log.codes(), testing::Not(testing::Contains(os::k_notice_connected)));
+    }
 }
 
 double service_seconds() {

@@ -206,14 +206,4 @@ TEST(Timer, ADelegateMayAddAndKillTimersItsOwnToo) {
     }
 }
 
-TEST(Timer, TicksInTheLoopOfTheRunningSystem) {
-    listener host;
-    const std::uint32_t start = kro::tessel::os::tick_count();
-    ASSERT_EQ(_addtimer(5, 15, host.delegate()), 5U);
-    EXPECT_TRUE(kro::tessel::message_loop::run_until([&] { return host.calls.size() == 4; }, 0xFFFFFFFFU));
-    EXPECT_GE(kro::tessel::os::tick_count() - start, 60U);
-    EXPECT_TRUE(_killtimer(5));
-    EXPECT_FALSE(kro::tessel::message_loop::run_until([&] { return host.calls.size() > 4; }, 50));
-}
-
 }  // namespace
