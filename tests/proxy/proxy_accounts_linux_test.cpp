@@ -1,4 +1,6 @@
-// What only a system with forks can be made to show: a copy of the process that hangs.
+// What only a system with forks and environments can be made to show: a copy of the process that hangs, and
+// settings that change.
+#include "support/ascii.h"
 #include "tessel/platform/host.h"
 #include "tessel/proxy/saved_accounts.h"
 
@@ -56,6 +58,20 @@ TEST(ProxyAccounts, ACopyOfTheProcessAsksNobody) {
     }
     done = true;
     asks.join();
+}
+
+// A host runs for days: what it is told meanwhile counts for the next server.
+TEST(ProxySettings, AreReadAnewForEachServer) {
+    kro::tessel::set_proxy_finder_factory(nullptr);
+    CLumProxyUtil util;
+    for (const char* const host : {"one", "two"}) {
+        ::setenv("http_proxy", (std::string("http://proxy-") + host + ":1").c_str(), 1);
+        std::list<kro::tessel::http::proxy_info> routes;
+        EXPECT_EQ(1, util.GetProxyInfo(CTString(wide(std::string("http://") + host + "/")), routes));
+        ASSERT_EQ(1U, routes.size());
+        EXPECT_EQ(wide(std::string("proxy-") + host), routes.front().server);
+    }
+    ::unsetenv("http_proxy");
 }
 
 }  // namespace
