@@ -3,6 +3,7 @@
 #include "os/inet.h"
 
 #include "support/ascii.h"
+#include "support/list_finder.h"
 #include "support/manual_message_windows.h"
 #include "support/test_server.h"
 #include "support/trace_recorder.h"
@@ -37,22 +38,6 @@ std::string answer(std::string_view head, std::string_view body) {
            "\r\nConnection: close\r\n\r\n" + std::string(body);
 }
 
-// Tells every server the same routes.
-class one_list_finder : public IProxyFinder {
-public:
-    int GetProxyInfo(int, const wchar*, unsigned short, int* notPreconfigured, int* bAsync, wchar* buffer,
-                     unsigned long*) override {
-        *notPreconfigured = 1;
-        *bAsync = 0;
-        buffer[s_routes.copy(buffer, 1023)] = 0;
-        return 0;
-    }
-    void SetAccount(const wchar*, const wchar*) override {}
-    int BookAccount(const wchar*, unsigned short, const wchar*, const wchar*) override { return 0; }
-
-    static inline wide_string s_routes;
-};
-
 // Notes how each route's transfer was set up.
 class noting_client : public CLumHttpClient {
 public:
@@ -76,9 +61,7 @@ public:
 class LumHttpClient : public testing::Test {
 public:
     LumHttpClient() {
-        kro::tessel::set_proxy_finder_factory(
-            [](IProxyFinderSink*) -> IProxyFinder* { return new one_list_finder; });
-        one_list_finder::s_routes.clear();
+        list_finder::install([this](const wide_string&) { return m_routes; });
     }
 
 protected:
@@ -101,6 +84,7 @@ protected:
         return status;
     }
 
+    wide_string m_routes;  // to every server
     const trace_recorder m_trace;
     test_server m_server;
     std::thread m_player;
@@ -110,7 +94,7 @@ protected:
 
 TEST_F(LumHttpClient, TakesTheFirstRouteThatWorksWithItsAccount) {
     const std::string dead = test_server().address();
-    one_list_finder::s_routes = wide("http=" + dead + ";http=" + m_server.address() + ";DIRECT");
+    m_routes = wide("http=" + dead + ";http=" + m_server.address() + ";DIRECT");
     GetProxyUtil().UpdateProxyAccount(
         {proxy_http, TESSEL_W("127.0.0.1"), m_server.port(), TESSEL_W("ann"), TESSEL_W("secret")});
     serve({answer("407 Who\r\nProxy-Authenticate: Basic realm=\"x\"", "no"), answer("200 OK", "yes")});

@@ -6,6 +6,7 @@
 #include "os/thread.h"
 
 #include <atomic>
+#include <future>
 
 namespace tessel_test {
 
@@ -375,36 +376,24 @@ TEST_P(InetContract, CloseCompletesWhatIsPending) {
 
 TEST_P(InetContract, CloseWaitsForACallbackOnAnotherThread) {
     const auto request = m_client.request();
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool inside = false;
-    bool released = false;
+    std::promise<void> inside;
+    std::promise<void> released;
     std::atomic<bool> left{false};
     m_client.log.on_notice = [&](const notice& one) {
-        if (one.code != os::k_notice_request_complete) {
-            return;
+        if (one.code == os::k_notice_request_complete) {
+            inside.set_value();
+            released.get_future().wait();
+            left = true;
         }
-        std::unique_lock lock(mutex);
-        inside = true;
-        changed.notify_all();
-        changed.wait(lock, [&] { return released; });
-        left = true;
     };
     ASSERT_TRUE(m_client.begin(request).pending());
     auto peer = m_server.accept();
-    {
-        std::unique_lock lock(mutex);
-        ASSERT_TRUE(changed.wait_for(lock, std::chrono::seconds(20), [&] { return inside; }));
-    }
+    ASSERT_EQ(std::future_status::ready, inside.get_future().wait_for(std::chrono::seconds(20)));
     std::thread closer([&] {
         net().close(request);
         EXPECT_TRUE(left) << "close came back while the callback was running";
     });
-    {
-        const std::lock_guard lock(mutex);
-        released = true;
-        changed.notify_all();
-    }
+    released.set_value();
     closer.join();
     EXPECT_EQ(70U, m_client.log.codes().back());
 }
