@@ -15,6 +15,7 @@
 #include <list>
 #include <memory>
 #include <new>
+#include <stdexcept>
 #include <utility>
 
 namespace kro::tessel::http {
@@ -24,12 +25,28 @@ constexpr const wchar* k_default_headers =
     TESSEL_W("Content-Type: application/x-www-form-urlencoded;charset:utf-8");
 constexpr const wchar* k_gzip_header = TESSEL_W("\r\nAccept-Encoding: gzip, deflate");
 
+void trace_stranger(const wchar* message, const void* handle) {
+    trace_message(trace_debug) << message << handle;
+}
+
 request_ref find_traced(void* handle, const wchar* message) {
     request_ref slot = engine().live.find(static_cast<session_context*>(handle));
     if (slot == nullptr) {
-        trace_message(trace_debug) << message << static_cast<const void*>(handle);
+        trace_stranger(message, handle);
     }
     return slot;
+}
+
+// With the list locked: nobody can detach the context and destroy it meanwhile.
+template <class Read>
+void read_live(void* handle, const wchar* message, Read&& read) {
+    const auto read_slot = [&read](const request_slot& slot) {
+        read(*slot.context);
+        return true;
+    };
+    if (!engine().live.change_live(static_cast<session_context*>(handle), read_slot)) {
+        trace_stranger(message, handle);
+    }
 }
 
 void copy_body(session_context& context, const void* data, std::uint32_t size) {
@@ -152,6 +169,8 @@ session_context* invoke2(const CTString& url, const CTString& headers, const CTS
     }
     return invoke2(url, headers, bytes.data(), static_cast<unsigned long>(bytes.size()), flags, complete_proc,
                    user_context, method);
+} catch (const std::length_error&) {  // more than a conversion can count
+    return refuse(os::k_error_invalid_parameter);
 } catch (const std::bad_alloc&) {
     return refuse(os::k_error_not_enough_memory);
 }
@@ -203,23 +222,27 @@ void set_auto_delete(void* handle, bool auto_delete) {
 }
 
 complete_procedure get_complete_proc(void* handle) {
-    const request_ref slot =
-        find_traced(handle, TESSEL_W("[httputil] get_complete_proc, invalid session!! "));
-    return slot == nullptr ? nullptr : slot->context->complete_proc;
+    complete_procedure found = nullptr;
+    read_live(handle, TESSEL_W("[httputil] get_complete_proc, invalid session!! "),
+              [&found](const session_context& context) { found = context.complete_proc; });
+    return found;
 }
 
 unsigned long get_user_context(void* handle) {
-    const request_ref slot = find_traced(handle, TESSEL_W("[httputil] get_user_context, invalid session!! "));
-    return slot == nullptr ? 0 : slot->context->user_context;
+    unsigned long found = 0;
+    read_live(handle, TESSEL_W("[httputil] get_user_context, invalid session!! "),
+              [&found](const session_context& context) { found = context.user_context; });
+    return found;
 }
 
 void* get_data(void* handle, unsigned long& len) {
-    const request_ref slot = find_traced(handle, TESSEL_W("[httputil] get_data, invalid session!! "));
-    if (slot == nullptr) {
-        return nullptr;
-    }
-    len = slot->context->data_len;
-    return slot->context->data;
+    void* found = nullptr;
+    read_live(handle, TESSEL_W("[httputil] get_data, invalid session!! "),
+              [&found, &len](const session_context& context) {
+                  found = context.data;
+                  len = context.data_len;
+              });
+    return found;
 }
 
 }  // namespace kro::tessel::http

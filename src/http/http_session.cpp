@@ -64,9 +64,9 @@ bool http_session::get_data_to_post(void* buf, unsigned int* len) const {
     if (len == nullptr) {
         return refused(os::k_error_invalid_parameter);
     }
-    const unsigned int room = *len;
+    const unsigned int room = buf == nullptr ? 0 : *len;
     *len = m_data_to_post.len;
-    if (buf != nullptr && m_data_to_post.data != nullptr) {
+    if (room != 0 && m_data_to_post.data != nullptr) {
         std::memcpy(buf, m_data_to_post.data, std::min(room, m_data_to_post.len));
     }
     return room >= m_data_to_post.len || refused(os::k_error_insufficient_buffer);

@@ -282,20 +282,20 @@ bool request_machine::ask_for_credentials(std::uint32_t error, std::uint32_t& an
     const bool current = call_host([&] {
         answer = os::inet().dialog(os::message_windows().dialog_parent(), request, error, k_dialog_flags);
     });
-    if (current && (answer == 0 || answer == os::k_error_inet_force_retry)) {
-        read_credentials_back();
-    }
-    return current;
+    const bool may_have_changed = answer == 0 || answer == os::k_error_inet_force_retry;
+    return current && (!may_have_changed || read_credentials_back());
 }
 
-void request_machine::read_credentials_back() {
+bool request_machine::read_credentials_back() {
     wide_string user;
     wide_string password;
-    if (os::inet().get_credentials(m_context.request, os::inet_credentials::proxy, user, password).ok()) {
-        m_context.proxy.user = CTString(std::move(user));
-        m_context.proxy.password = CTString(std::move(password));
-        GetProxyUtil().UpdateProxyAccount(m_context.proxy);
+    if (!os::inet().get_credentials(m_context.request, os::inet_credentials::proxy, user, password).ok()) {
+        return true;
     }
+    m_context.proxy.user = CTString(std::move(user));
+    m_context.proxy.password = CTString(std::move(password));
+    // The finder that is told of the account may be the host's.
+    return call_host([proxy = m_context.proxy] { GetProxyUtil().UpdateProxyAccount(proxy); });
 }
 
 void request_machine::finish() {

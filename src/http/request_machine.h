@@ -20,9 +20,9 @@ void run_due_step(session_context* context) noexcept;
 
 /// One request while the engine works on it: holds the slot and its step lock.
 ///
-/// The lock is released around each call into the host (the completion procedure, sinks, the prompt).
-/// Meanwhile the request may be removed, detached or started again, by the host or by another thread: then
-/// the machine is no longer current, touches the context no more and lets its step end with 0.
+/// The lock is released around each call into the host (the completion procedure, sinks, the prompt, its
+/// finder). Meanwhile the request may be removed, detached or started again, by the host or by another
+/// thread: then the machine is no longer current, touches the context no more and lets its step end with 0.
 class request_machine {
 public:
     request_machine(engine_state& state, request_ref slot);
@@ -65,7 +65,7 @@ private:
     void set_proxy_credentials();
     /// Asks the user; false when the request isn't current any more.
     bool ask_for_credentials(std::uint32_t error, std::uint32_t& answer);
-    void read_credentials_back();
+    bool read_credentials_back();  ///< likewise
 
     /// Calls into the host without the lock. Returns whether the request is still current.
     template <class Call>

@@ -47,7 +47,7 @@ CTString FormatInetMessage(unsigned long code) {
     }
     if (text.empty()) {
         trace_message(trace_debug) << TESSEL_W("[httputil] FormatMessage fails. param: ") << code
-                                   << TESSEL_W(", return: ") << 0;
+                                   << TESSEL_W(" return: ") << 0;
     }
     return text_of(text);
 }

@@ -82,7 +82,6 @@ inline constexpr std::uint32_t k_error_inet_shutdown = 12012;
 inline constexpr std::uint32_t k_error_inet_incorrect_user_name = 12013;
 inline constexpr std::uint32_t k_error_inet_incorrect_password = 12014;
 inline constexpr std::uint32_t k_error_inet_login_failure = 12015;
-inline constexpr std::uint32_t k_error_inet_invalid_operation = 12016;
 inline constexpr std::uint32_t k_error_inet_operation_cancelled = 12017;
 inline constexpr std::uint32_t k_error_inet_incorrect_handle_type = 12018;
 inline constexpr std::uint32_t k_error_inet_incorrect_handle_state = 12019;

@@ -47,9 +47,11 @@ private:
     std::uint32_t m_size;
 };
 
+// Who has waited for another process once doesn't wait for it again.
 HKEY open_or_create(HKEY parent, const wide_string& path, bool create) noexcept {
     HKEY key = nullptr;
-    if (os::registry_keys().open_key(parent, path.c_str(), &key) != os::k_registry_ok && create) {
+    const std::int32_t status = os::registry_keys().open_key(parent, path.c_str(), &key);
+    if (create && status != os::k_registry_ok && status != os::k_registry_busy) {
         os::registry_keys().create_key(parent, path.c_str(), &key);
     }
     return key;
@@ -141,9 +143,7 @@ long reg_key::enum_value(unsigned long index, wide_string& name, unsigned long* 
     narrow_outputs out(type, size);
     const long status = out.take(
         os::registry_keys().enum_value(key, narrow(index), units, &length, out.type(), data, out.size()));
-    const bool named =
-        status == os::k_registry_ok || (status == os::k_registry_more_data && length < k_enumerated_units);
-    if (!named) {
+    if (status != os::k_registry_ok) {
         return status;
     }
     try {

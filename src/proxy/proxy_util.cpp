@@ -57,6 +57,11 @@ bool wait_for(os::manual_reset_event& answer, unsigned long limit, std::uint32_t
     return completed || result == os::k_wait_timeout;
 }
 
+template <class Server>
+bool can_be_asked_for(const Server& server) {
+    return !server.first.empty() && server.second != 0;
+}
+
 wide_string from_utf8(const char* text) {
     return text == nullptr ? wide_string() : widen(os::k_code_page_utf8, text);
 }
@@ -125,11 +130,10 @@ void CLumProxyUtil::release() {
 bool CLumProxyUtil::server_of(const CTString& url, server_view& server) {
     os::url_pieces pieces;
     if (os::crack_url(url, pieces) != 0) {
-        trace(TESSEL_W("Invalid url"));
         return false;
     }
     server = {pieces.host, pieces.port};
-    return !pieces.host.empty() && pieces.port != 0;
+    return true;
 }
 
 int CLumProxyUtil::GetProxyInfo(const CTString& url, std::list<proxy_info>& routes) {
@@ -145,7 +149,7 @@ int CLumProxyUtil::GetProxyInfo(const CTString& url, int& usePreconfig, std::lis
         return 0;
     }
     server_view server;
-    if (!server_of(url, server)) {
+    if (!server_of(url, server) || !can_be_asked_for(server)) {
         return 0;
     }
     std::uint32_t now = 0;
@@ -199,8 +203,15 @@ int CLumProxyUtil::PrepareProxyInfo(const std::vector<CTString>& urls) {
 }
 
 int CLumProxyUtil::PrepareProxyInfo(const CTString& url) try {
+    if (!may_ask(m_finder)) {
+        return 0;
+    }
     server_view server;
-    if (!may_ask(m_finder) || !server_of(url, server)) {
+    if (!server_of(url, server)) {
+        trace(TESSEL_W("Invalid url"));
+        return 0;
+    }
+    if (!can_be_asked_for(server)) {
         return 0;
     }
     const std::lock_guard lock(m_lock);

@@ -221,11 +221,13 @@ void answer_somehow(test_server& server, const std::atomic<conduct>& how) {
 
 // Requests that four threads start, start again and end, each others' too.
 class shared_requests {
+    static constexpr unsigned long k_user_context = 0x5A;
+
 public:
     void act(const CTString& url, std::mt19937& dice) {
         std::atomic<session_context*>& place = m_places[dice() % std::size(m_places)];
         session_context* const request = place;
-        switch (dice() % 6) {
+        switch (dice() % 7) {
             case 0:
                 reinvoke(request);
                 break;
@@ -236,6 +238,10 @@ public:
                 if (http_session::mgr().detach(request)) {
                     delete request;
                 }
+                break;
+            case 3:
+                EXPECT_EQ(k_user_context, get_user_context(request) | k_user_context)
+                    << "or 0: none any more";
                 break;
             default:
                 http_session::mgr().remove(place.exchange(start(url, dice)));
@@ -255,7 +261,7 @@ private:
         const auto ignore = [](unsigned long, session_context*) {};
         const bool has_body = dice() % 2 == 0;
         return invoke2(url, {}, has_body ? "a=b" : nullptr, has_body ? 3 : 0,
-                       k_invoke_accept_gzip | k_invoke_decode_gzip, ignore, 0,
+                       k_invoke_accept_gzip | k_invoke_decode_gzip, ignore, k_user_context,
                        has_body ? http_method_post : http_method_get);
     }
 

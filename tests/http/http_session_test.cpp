@@ -130,6 +130,9 @@ TEST_F(HttpSession, KeepsItsBuffers) {
     EXPECT_TRUE(session.get_data_to_post(nullptr, &len));
     EXPECT_EQ(0U, len);
     EXPECT_TRUE(session.set_data_to_post("abcde", 5));
+    EXPECT_FALSE(session.get_data_to_post(nullptr, &(len = 9)));
+    EXPECT_EQ(122U, get_last_error());
+    EXPECT_EQ(5U, len);
     char got[8] = "-------";
     EXPECT_FALSE(session.get_data_to_post(got, &(len = 4)));
     EXPECT_EQ(122U, get_last_error());

@@ -65,7 +65,7 @@ TEST(FormatInetMessage, GivesTheTextOrTracesTheNumber) {
     ASSERT_GE(trace_recorder::lines().size(), 1U);
     EXPECT_EQ(
         trace_recorder::lines()[0],
-        trace_recorder::line(9, TESSEL_W("Debug: [httputil] FormatMessage fails. param: 1, return: 0")));
+        trace_recorder::line(9, TESSEL_W("Debug: [httputil] FormatMessage fails. param: 1 return: 0")));
 }
 
 }  // namespace

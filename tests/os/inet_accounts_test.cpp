@@ -104,7 +104,8 @@ TEST_F(InetAccounts, AConnectionThatIsLoggedInServesLaterRequests) {
     m_client.whole(request);
     auto peer = m_server.accept_request();
     const std::string refusal = "HTTP/1.1 401 No\r\nContent-Length: 0\r\nWWW-Authenticate: NTLM";
-    peer.send(refusal + "\r\nWWW-Authenticate: Basic realm=\"weaker\"\r\n\r\n");
+    peer.send(refusal +
+              "\r\nWWW-Authenticate: Basic realm=\"weaker\"\r\nWWW-Authenticate: Negotiate\r\n\r\n");
     EXPECT_THAT(peer.read_request(), HasSubstr("Authorization: NTLM TlRMTVNTUAAB"));
     peer.send(refusal + " TlRMTVNTUAACAAAAAAAAADAAAAAFAgAAMTIzNDU2NzgAAAAAAAAAAAAAAAAwAAAA\r\n\r\n");
     EXPECT_THAT(peer.read_request(), HasSubstr("Authorization: NTLM TlRMTVNTUAAD"));
@@ -118,6 +119,22 @@ TEST_F(InetAccounts, AConnectionThatIsLoggedInServesLaterRequests) {
     EXPECT_EQ(0U, m_client.log.wait().error);
     EXPECT_EQ("still", m_client.body(later));
     EXPECT_FALSE(m_server.has_client());
+}
+
+// An account is no ticket; where there is none, the challenge is the response.
+TEST_F(InetAccounts, NegotiateAloneIsTriedWithTheUsersTicket) {
+    set_account(m_client.connection, os::inet_credentials::server, TESSEL_W("me"), TESSEL_W("secret"));
+    const auto request = m_client.request(TESSEL_W("POST"));
+    m_client.whole(request, "body");
+    for (int tries = 0; tries < 2; ++tries) {
+        auto peer = m_server.accept();
+        EXPECT_THAT(peer.read_request(), HasSubstr("\r\n\r\nbody"));
+        peer.send("HTTP/1.1 401 No\r\nWWW-Authenticate: Negotiate\r\nContent-Length: 4\r\n\r\nshut");
+    }
+    EXPECT_EQ(0U, m_client.log.wait().error);
+    EXPECT_EQ(401U, m_client.status(request));
+    EXPECT_EQ("shut", m_client.body(request));
+    EXPECT_THAT(m_client.log.codes(), ElementsAre(60, 10, 11, 20, 21, 30, 31, 40, 41, 100));
 }
 
 TEST_F(InetAccounts, ProxiesGetWholeAddressesAndTheirOwnAccount) {

@@ -9,7 +9,6 @@ namespace tessel_test {
 namespace {
 
 using os::data_verdict;
-using os::transfer_stage;
 using testing::ElementsAre;
 
 class InetScripted : public testing::Test {
@@ -98,6 +97,7 @@ TEST_F(InetScripted, RoutesBySessionsProxies) {
         {TESSEL_W("p"), TESSEL_W(""), TESSEL_W("a.test"), 0, "p:80"},
         {TESSEL_W("p"), TESSEL_W(""), TESSEL_W("localhost"), 0, ""},
         {TESSEL_W("p"), TESSEL_W(""), TESSEL_W("127.9.9.9"), 0, ""},
+        {TESSEL_W("p"), TESSEL_W(""), TESSEL_W("127.a.test"), 0, "p:80"},
         {TESSEL_W("p"), TESSEL_W("<-loopback>"), TESSEL_W("localhost"), 0, "p:80"},
         {TESSEL_W("p"), TESSEL_W("<local>"), TESSEL_W("intranet"), 0, ""},
         {TESSEL_W("p"), TESSEL_W("x.test; *.B.test"), TESSEL_W("a.b.test"), 0, ""},

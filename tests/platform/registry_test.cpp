@@ -118,8 +118,8 @@ TEST(RegKey, EnumeratesAndDeletes) {
     unsigned char data[4] = {};
     unsigned long type = 0;
     unsigned long size = 3;
-    EXPECT_EQ(key.enum_value(0, name, &type, data, &size), 234);  // the data; the name is there
-    EXPECT_EQ(name, wide_string(255, 'n'));
+    EXPECT_EQ(key.enum_value(0, name, &type, data, &size), 234);
+    EXPECT_TRUE(name.empty());
     EXPECT_EQ(size, 4U);
     EXPECT_EQ(key.enum_value(0, name, &type, data, &size), 0);
     EXPECT_EQ(data[0], 1);

@@ -122,6 +122,7 @@ TEST_F(ProxyUtil, AsksOncePerHostAndPort) {
     for (const wchar* const url : {TESSEL_W("no url"), TESSEL_W("mailto:x"), TESSEL_W("")}) {
         EXPECT_EQ(TESSEL_W("-"), routes(url));
     }
+    EXPECT_EQ(2U, trace.count(TESSEL_W("Invalid url"))) << "once for each that is none";
     EXPECT_EQ(3, m_finder->asked);
     EXPECT_EQ(TESSEL_W("-"), routes(TESSEL_W("http://unprepared/"), 5));
     m_finder->result = 5;

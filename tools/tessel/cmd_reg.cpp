@@ -8,6 +8,7 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
 #include <memory>
@@ -25,8 +26,11 @@ using kro::tessel::registry::reg_key;
 
 constexpr long k_not_found = 2;
 constexpr long k_access_denied = 5;
+constexpr long k_invalid_argument = 87;
+constexpr long k_bad_path = 161;
 constexpr long k_more_data = 234;
 constexpr long k_no_more_items = 259;
+constexpr std::size_t k_longest_key_name = 255;
 
 struct reg_options {
     std::string key;
@@ -79,6 +83,20 @@ int failed(const std::string& what, long status) {
 long reason(const key_place& place, long otherwise) {
     const long status = registry_status(place.root);
     return status == 0 ? otherwise : status;
+}
+
+/// Why no key can be made at a path, as far as the path itself tells.
+long refusal(const wide_string& path) {
+    std::size_t begin = 0;
+    std::size_t longest = 0;
+    while (begin < path.size()) {
+        const std::size_t end = std::min(path.find('\\', begin), path.size());
+        longest = std::max(longest, end - begin);
+        begin = end + 1;
+    }
+    return path.find('\\') == 0           ? k_bad_path
+           : longest > k_longest_key_name ? k_invalid_argument
+                                          : k_access_denied;
 }
 
 /// JSON on one line.
@@ -195,7 +213,7 @@ int set(const reg_options& options) {
     const key_place place = place_of(options.key);
     reg_key key(place.root, place.path, true);
     if (key.key == nullptr) {
-        return failed(options.key, reason(place, k_access_denied));
+        return failed(options.key, reason(place, refusal(place.path)));
     }
     const long status = !value ? 0
                                : key.write_value(from_utf8(*options.name), value->type, value->data.data(),

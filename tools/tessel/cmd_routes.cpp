@@ -3,7 +3,6 @@
 
 #include "command.h"
 #include "error_text.h"
-#include "heard_warnings.h"
 #include "text.h"
 
 #include <fmt/core.h>
@@ -119,21 +118,19 @@ void print_text(const std::string& url, const found_routes& found) {
 
 // False where there should have been routes.
 bool explain_an_empty_list(const std::string& url, const found_routes& found) {
-    for (const std::string& warning : heard_warnings::take()) {
-        fmt::print(stderr, "tessel: {}: {}\n", url, warning);
-    }
     if (!found.routes.empty()) {
         return true;
     }
     const bool by_script = found.origin == proxy_origin::script;
-    fmt::print(stderr, "tessel: {}: {}: requests go to the server directly, which may fail\n", url,
+    fmt::print(stderr, "tessel: {}: {}: {}\n", url,
                by_script ? "A SCRIPT DECIDES ABOUT PROXIES, and it can't be evaluated here or gave no answer"
-                         : "none of the proxies that are configured can be used");
+                         : "none of the proxies that are configured can be used",
+               to_utf8(kro::tessel::last_proxy_problem()));
+    fmt::print(stderr, "tessel: {}: requests go to the server directly, which may fail\n", url);
     return false;
 }
 
 int show_routes(const routes_options& options) {
-    const heard_warnings warnings;
     int code = exit_ok;
     for (const std::string& url : options.urls) {
         found_routes found;

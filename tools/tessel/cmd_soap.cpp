@@ -102,6 +102,12 @@ void print_json(const CLumSoapClient::client_cfg& pairs) {
     }
 }
 
+// Blanks don't count in a screen name, and a call without one, or without the client's name or version, isn't
+// made.
+std::string check_not_blank(const std::string& text) {
+    return text.find_first_not_of(' ') == std::string::npos ? "may not be blank" : "";
+}
+
 int show_config(const config_options& options) {
     std::string password;
     if (!read_hidden_line(fmt::format("Password of {}: ", options.user), password)) {
@@ -145,11 +151,14 @@ void add_config_verb(CLI::App& program, int& exit_code) {
     verb->add_option("URL", options->url)->required();
     verb->add_option("--user", options->user,
                      "the screen name; the password is asked for, or read from a pipe")
-        ->required();
+        ->required()
+        ->check(check_not_blank);
     verb->add_option("--action", options->action, "the SOAP action");
     verb->add_option("--namespace", options->name_space, "the service's namespace");
-    verb->add_option("--client-name", options->client_name)->capture_default_str();
-    verb->add_option("--client-version", options->client_version)->capture_default_str();
+    verb->add_option("--client-name", options->client_name)->capture_default_str()->check(check_not_blank);
+    verb->add_option("--client-version", options->client_version)
+        ->capture_default_str()
+        ->check(check_not_blank);
     verb->add_flag("--json", options->json, "a line of JSON for each pair");
     verb->add_flag("--trace", options->trace, "every step on standard error, passwords of proxies included");
     verb->callback([options, &exit_code] { exit_code = show_config(*options); });

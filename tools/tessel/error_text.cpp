@@ -14,6 +14,9 @@ const char* hint(std::uint32_t error) {
     switch (error) {
         case 8:
             return "the body doesn't fit into the memory that is free";
+        case 87:
+            return "a URL needs a scheme and a host, as in http://localhost:8080/; a key's name ends at 255 "
+                   "characters";
         case 1015:
         case 1017:
             return "move it away, or name another one in TESSEL_REGISTRY; docs/registry.md tells more";
@@ -40,7 +43,7 @@ const char* hint(std::uint32_t error) {
         case 12170:
             return "the server's certificate isn't one that this system trusts";
         case 12152:
-            return "what answers at this port doesn't speak HTTP";
+            return "the server closed the connection, or doesn't speak HTTP at this port";
         case 12156:
             return "the server sends every request on to another URL; try the last one yourself";
         default:
@@ -58,7 +61,7 @@ const char* registry_text(std::uint32_t error) {
         case 5:
             return "access denied";
         case 87:
-            return "a name that is too long";
+            return "an argument that can't be right";
         case 112:
             return "the disk is full";
         case 161:

@@ -61,4 +61,5 @@ inline wide_string from_wchar_t(const wchar_t* text) {
 
 }  // namespace kro::tessel
 
+/// Signatures outside the namespace use it as well.
 using kro::tessel::wchar;

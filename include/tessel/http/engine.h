@@ -17,8 +17,9 @@
 
 namespace kro::tessel::http {
 
-/// Prepares the calling thread for completions. Call it before the first request; again is harmless.
-/// False when the helper window can't be made.
+/// Prepares the calling thread for completions, and sets the process's receive time-out to 120,000 ms. Call
+/// it before the first request; again is harmless.
+/// Returns: false, traced, when the helper window can't be made (last error 1158: too many windows).
 TESSEL_API bool http_init();
 
 // Flags of invoke2.
@@ -44,7 +45,8 @@ TESSEL_API session_context* invoke2(const CTString& url, const CTString& headers
                                     complete_procedure complete_proc, unsigned long user_context,
                                     http_method_t method);
 
-/// The same with the body as text, sent in UTF-8.
+/// The same with the body as text, sent in UTF-8. One of more than 2^31 - 1 units or bytes is refused: null,
+/// with 87.
 TESSEL_API session_context* invoke2(const CTString& url, const CTString& headers, const CTString& body,
                                     unsigned long flags, complete_procedure complete_proc,
                                     unsigned long user_context, http_method_t method);
@@ -67,10 +69,13 @@ TESSEL_API std::uint32_t init_session(session_context* context);
 ///          too: kept). For a handle that isn't live: false.
 TESSEL_API bool reinvoke(void* handle);
 
-TESSEL_API bool set_url(void* handle, const CTString& url);  ///< false: not live
-TESSEL_API void set_auto_delete(void* handle, bool auto_delete);
-TESSEL_API complete_procedure get_complete_proc(void* handle);  ///< null: not live
-TESSEL_API unsigned long get_user_context(void* handle);        ///< 0: not live
+// Thread of the handle functions: any. set_url and set_auto_delete wait for a step of the request that is
+// running on another thread.
+
+TESSEL_API bool set_url(void* handle, const CTString& url);       ///< for `reinvoke`; false: not live
+TESSEL_API void set_auto_delete(void* handle, bool auto_delete);  ///< remove it after its procedure
+TESSEL_API complete_procedure get_complete_proc(void* handle);    ///< null: not live
+TESSEL_API unsigned long get_user_context(void* handle);          ///< 0: not live
 
 /// The request body, as sent: the context's own copy. len: its bytes; untouched when the handle isn't live
 /// (null).

@@ -90,19 +90,24 @@ public:
     /// The same for the request headers: text, in lines separated by CR LF.
     bool set_data_to_header(const void* data, unsigned int len);
 
-    /// Gives the body. buf: gets as much as fits; may be null. len: in the room in bytes, out the body's
-    /// length. Returns: whether all of it fitted; false: 122, or 87 when len is null.
+    /// Gives the body.
+    /// buf:     gets as much as fits; null asks for the length alone, whatever room is given.
+    /// len:     in: the room in bytes; out: the body's length.
+    /// Returns: whether all of it fitted; false with the last error 122, or 87 when len is null.
     bool get_data_to_post(void* buf, unsigned int* len) const;
 
-    void set_url(const CTString& url) { m_url = url; }
+    // What the transfers to come are made of; each getter gives what was set.
+
+    void set_url(const CTString& url) { m_url = url; }  ///< absolute, http or https; empty at first
     const CTString& get_url() const { return m_url; }
-    void set_method(http_method_t method) { m_method = method; }
+    void set_method(http_method_t method) { m_method = method; }  ///< GET unless set
     http_method_t get_method() const { return m_method; }
     /// The proxy of `run`; with an empty server `set_preconfig` decides.
     void set_proxy_info(const proxy_info& proxy) { m_proxy = proxy; }
     const proxy_info& get_proxy_info() const { return m_proxy; }
     void set_sink(http_session_sink* sink) { m_sink = sink; }  ///< not owned, may be null
     http_session_sink* get_sink() const { return m_sink; }
+    /// Has to be true for `invoke` to transfer anything. False at first, as are all flags below.
     void set_sync(bool sync) { m_sync = sync; }
     bool is_sync() const { return m_sync; }
     /// The window that a dialogue belongs over; null: the active one.
@@ -111,20 +116,20 @@ public:
     /// Whether `run` uses the system's proxy settings where no proxy is set; else it connects directly.
     void set_preconfig(bool preconfig) { m_preconfig = preconfig; }
     bool is_preconfig() const { return m_preconfig; }
-    /// Asks for compressed responses.
+    /// Asks for compressed responses ("Accept-Encoding: gzip, deflate"); not in downloads.
     void set_accept_gzip_header(bool accept) { m_accept_gzip_header = accept; }
     bool is_accept_gzip_header() const { return m_accept_gzip_header; }
-    /// Has a gzip body inflated.
+    /// Has a gzip body inflated; not in downloads.
     void set_auto_decode_gzip(bool decode) { m_auto_decode_gzip = decode; }
     bool is_auto_decode_gzip() const { return m_auto_decode_gzip; }
     /// Whether the body's bytes are sent by `run` as they are; else it is text and sent in UTF-8.
     void set_raw_data(bool raw) { m_raw_data = raw; }
     bool is_raw_data() const { return m_raw_data; }
-    /// One of ACTION_TYPE.
+    /// Which run `invoke` calls, see ACTION_TYPE.
     void set_action_data(unsigned long action) { m_action = static_cast<ACTION_TYPE>(action); }
     unsigned long get_action_data() const { return m_action; }
 
-    /// Progress and cancelling, for the transfers to come; copied.
+    /// An extension: progress and cancelling, for the transfers to come; copied.
     void set_watch(const transfer_watch& watch);
 
     /// The manager of asynchronous requests, see tessel/http/session.h; made on first use, there until

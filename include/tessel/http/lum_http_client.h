@@ -63,7 +63,7 @@ inline constexpr unsigned long k_client_download = 0x10;  ///< http_session::run
 /// Thread: one at a time for each object; distinct objects may be used from different threads at once.
 class TESSEL_API CLumHttpClient : public http_session_sink, public http_session_error_sink {
 public:
-    CLumHttpClient();
+    CLumHttpClient();  ///< synchronous, without a sink
     CLumHttpClient(const CLumHttpClient&) = default;
     CLumHttpClient& operator=(const CLumHttpClient&) = default;
 
@@ -122,8 +122,8 @@ public:
     /// 0x400 to the engine's helper window, which ignores it (kept).
     static void on_data_recv(unsigned long userContext, session_context* context);
 
-    /// Progress and cancelling, for the transfers to come. One that was cancelled fails with 12017, whatever
-    /// routes are left.
+    /// An extension: progress and cancelling, for the transfers to come. One that was cancelled fails with
+    /// 12017, whatever routes are left.
     void set_watch(const transfer_watch& watch) {
         m_session.set_watch(watch);
     }

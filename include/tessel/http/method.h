@@ -5,7 +5,8 @@
 
 #include <cstdint>
 
-/// The value is the row in the table of names.
+/// Request methods; the value is the row in the table of names. What isn't GET, HEAD or DELETE carries a
+/// body.
 enum http_method_t : std::int32_t {
     http_method_options = 0,
     http_method_get = 1,
@@ -34,7 +35,8 @@ enum http_method_t : std::int32_t {
     http_method_x_ms_enumatts = 24,
 };
 
-/// The verb of a method, zero-terminated, in static storage. `method` must be one of the 25 values.
+/// The verb of a method, zero-terminated, in static storage. `method` must be one of the 25 values: nothing
+/// checks it. Thread: any, as for the next.
 TESSEL_API const wchar* get_http_method_name(http_method_t method);
 
 /// The method of a verb, compared without case; every other text, null included, gives GET.

@@ -7,17 +7,19 @@
 
 namespace kro::tessel::http {
 
+/// What a proxy is for.
 enum proxy_type : std::uint32_t {
     proxy_none = 0,   ///< no proxy
     proxy_http = 1,   ///< an HTTP proxy
     proxy_https = 2,  ///< a proxy for HTTPS
 };
 
-/// A value record. The engine uses the server, port, user and password and never branches on the type;
+/// A value record, its fields in the order of the constructor; each has an accessor and a setter. The engine
+/// uses the server, port, user and password and never branches on the type;
 /// an empty server means "no explicit proxy".
 class proxy_info {
 public:
-    proxy_info() = default;
+    proxy_info() = default;  ///< no proxy
     proxy_info(proxy_type kind, const CTString& name, std::uint16_t number, const CTString& account,
                const CTString& secret)
         : type(kind), server(name), port(number), user(account), password(secret) {}
@@ -37,8 +39,8 @@ public:
     proxy_type type = proxy_none;
     CTString server;  ///< host name or address, without the port
     std::uint16_t port = 0;
-    CTString user;
-    CTString password;
+    CTString user;      ///< may be empty
+    CTString password;  ///< may be empty
 };
 
 }  // namespace kro::tessel::http

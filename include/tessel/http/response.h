@@ -26,6 +26,7 @@ public:
 
     /// Takes the chain over. A chain that was stored before is not freed: reset() first (kept).
     void set_buffer_content(_buffer_content* chain) { buffer_content = chain; }
+    /// Null for an empty body; stays the response's.
     const _buffer_content* get_buffer_content() const { return buffer_content; }
 
 private:

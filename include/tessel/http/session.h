@@ -15,7 +15,7 @@ class engine_state;
 /// called from any thread. A stale or foreign pointer is only compared, never followed.
 class TESSEL_API http_session_mgr {
 public:
-    http_session_mgr();
+    http_session_mgr();  ///< one without requests; hosts take that of http_session::mgr()
     http_session_mgr(const http_session_mgr&) = default;  ///< copies share everything with the source
     http_session_mgr& operator=(const http_session_mgr&) = default;
     ~http_session_mgr();

@@ -52,8 +52,8 @@ public:
     virtual ~http_session_sink() = default;
 };
 
-/// The buffers of a send or read, in the platform's published layout (40 bytes on 32-bit systems, 56 on
-/// 64-bit ones).
+/// The buffers of a send or read, in the layout that the platform publishes under this name (40 bytes on
+/// 32-bit systems, 56 on 64-bit ones).
 struct INTERNET_BUFFERSW {
     std::uint32_t dwStructSize;
     INTERNET_BUFFERSW* Next;
@@ -73,12 +73,12 @@ using complete_procedure = void (*)(unsigned long user_context, session_context*
 
 /// States of a request.
 enum session_state : std::int32_t {
-    state_connecting = 0,
-    state_opening = 1,
-    state_sending = 2,
-    state_ending = 3,
-    state_reading = 4,
-    state_done = 5,  ///< all data received; any other state in the completion procedure: it failed
+    state_connecting = 0,  ///< waits for the handle of the connection
+    state_opening = 1,     ///< its handle is to be opened
+    state_sending = 2,     ///< has its handle and is being sent
+    state_ending = 3,      ///< has been sent, or sending it failed
+    state_reading = 4,     ///< the response arrives
+    state_done = 5,        ///< all data received; any other state in the completion procedure: it failed
 };
 
 /// One asynchronous request. Made by `invoke2` (or by a host, for `init_session`), owned by the session
@@ -95,27 +95,27 @@ struct TESSEL_API session_context {
     std::uint16_t port = 0;
     void* request = nullptr;  ///< platform request handle, null until opened
     std::int32_t state = state_connecting;
-    INTERNET_BUFFERSW buffers;
-    _buffer_content* content = nullptr;  ///< the received bytes; null until the first read
-    _buffer_content* current_chunk = nullptr;
-    std::uint32_t async_result = 0;      ///< of the last completed operation: 1 success, 0 failure
-    std::uint32_t async_error = 0;       ///< of the last completed operation: its error number
-    error_resolvent resolvent = failed;  ///< written by the error sink
-    std::uint32_t status_code = 0;       ///< HTTP status, 0 until known
-    bool auto_delete = false;            ///< remove the context right after its completion procedure
+    INTERNET_BUFFERSW buffers;                 ///< of the send or read that is under way
+    _buffer_content* content = nullptr;        ///< the received bytes; null until the first read
+    _buffer_content* current_chunk = nullptr;  ///< of the chain, the one being filled; null at the end
+    std::uint32_t async_result = 0;            ///< of the last completed operation: 1 success, 0 failure
+    std::uint32_t async_error = 0;             ///< of the last completed operation: its error number
+    error_resolvent resolvent = failed;        ///< written by the error sink
+    std::uint32_t status_code = 0;             ///< HTTP status, 0 until known
+    bool auto_delete = false;                  ///< remove the context right after its completion procedure
     http_session_error_sink* error_sink = nullptr;  ///< not owned, may be null
     complete_procedure complete_proc = nullptr;
-    unsigned long user_context = 0;
-    CTString url;
-    _url_components components;
+    unsigned long user_context = 0;  ///< the host's own value, given to the completion procedure
+    CTString url;                    ///< as given; set_url changes it for a restart
+    _url_components components;      ///< of the URL that was started last
     http_method_t method = http_method_options;
-    proxy_info proxy;            ///< an empty server: no explicit proxy
-    bool preconfig = false;      ///< without an explicit proxy: the system's settings, else direct
-    CTString headers;            ///< lines separated by CR LF, none behind the last
-    void* data = nullptr;        ///< the request body: owned, from new unsigned char[]
-    std::uint32_t data_len = 0;  ///< bytes
-    bool accept_gzip = false;
-    bool auto_decode_gzip = false;
+    proxy_info proxy;               ///< an empty server: no explicit proxy
+    bool preconfig = false;         ///< without an explicit proxy: the system's settings, else direct
+    CTString headers;               ///< lines separated by CR LF, none behind the last
+    void* data = nullptr;           ///< the request body: owned, from new unsigned char[]
+    std::uint32_t data_len = 0;     ///< bytes
+    bool accept_gzip = false;       ///< the headers ask for gzip
+    bool auto_decode_gzip = false;  ///< a gzip body is inflated before the completion procedure is called
 };
 
 }  // namespace kro::tessel::http

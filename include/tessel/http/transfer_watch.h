@@ -18,7 +18,7 @@ class cancel_state;
 /// as long as anybody has it. Every function may be called from any thread.
 class TESSEL_API cancel_flag {
 public:
-    cancel_flag();
+    cancel_flag();  ///< a new one, not cancelled
     cancel_flag(const cancel_flag&) = default;
     cancel_flag& operator=(const cancel_flag&) = default;
     ~cancel_flag() = default;
@@ -69,7 +69,7 @@ struct transfer_watch {
     /// Takes the body piece by piece, as it arrives and not decoded; the session's response then has none.
     /// May be empty: the response holds the body. Exceptions as in `progress`.
     std::function<void(const void* data, std::uint32_t size)> body;
-    cancel_flag cancel;
+    cancel_flag cancel;  ///< ends the transfer from outside
 };
 
 }  // namespace kro::tessel::http

@@ -10,9 +10,10 @@ namespace kro::tessel::http {
 /// The parts of a URL, as written in it: nothing is unescaped, lower-cased or trimmed.
 struct _url_components {
     CTString scheme;
-    std::uint16_t scheme_number = 0;  ///< 3 http, 4 https, 0xFFFF unknown; the published scheme numbers
-    CTString host;                    ///< an IPv6 address keeps its brackets
-    std::uint16_t port = 0;           ///< explicit, or the scheme's default (80, 443)
+    /// As the platform publishes them: 1 ftp, 3 http, 4 https, 5 file, 7 mailto ...; 0xFFFF: unknown.
+    std::uint16_t scheme_number = 0;
+    CTString host;           ///< an IPv6 address keeps its brackets
+    std::uint16_t port = 0;  ///< explicit, or the scheme's default (80, 443)
     CTString user;
     CTString password;
     CTString path;
@@ -29,7 +30,7 @@ TESSEL_API bool crack_url(const CTString& url, CTString& scheme, unsigned short&
 TESSEL_API bool crack_url(const CTString& url, _url_components& components);
 
 /// The text of an error number of the HTTP service (12001 ...), as the service gives it, line end
-/// included. An unknown number is traced and gives an empty string.
+/// included. An unknown number is traced and gives an empty string. Thread: any.
 TESSEL_API CTString FormatInetMessage(unsigned long code);
 
 }  // namespace kro::tessel::http

@@ -8,7 +8,7 @@ namespace kro::tessel::i18n {
 /// The strings of one locale.
 class locale_data {
 public:
-    virtual wide_string get_string(const wide_string& key) = 0;
+    virtual wide_string get_string(const wide_string& key) = 0;  ///< what a missing key gives is up to it
     virtual ~locale_data() = default;
 };
 
@@ -52,6 +52,7 @@ TESSEL_API wide_string get_current_locale_name();
 
 /// Sets the loader of a name in place of an earlier one. Null counts as none.
 TESSEL_API void register_locale_loader(const wide_string& name, locale_loader* loader);
+/// The loader isn't told; a name without one is fine.
 TESSEL_API void unregister_locale_loader(const wide_string& name);
 
 /// Sets the loader of all names that have none of their own; null for none.
@@ -59,7 +60,8 @@ TESSEL_API void unregister_locale_loader(const wide_string& name);
 TESSEL_API locale_loader* register_default_locale_loader(locale_loader* loader);
 
 /// Listeners are called in the order of their addresses, each once. One that is removed during a change isn't
-/// called any more; one that is added hears from the next round of calls on.
+/// called any more; one that is added hears from the next round of calls on. Null, one that is there
+/// already and one that isn't are fine.
 TESSEL_API void add_locale_listener(locale_listener* listener);
 TESSEL_API void remove_locale_listener(locale_listener* listener);
 TESSEL_API void remove_all_locale_listeners();

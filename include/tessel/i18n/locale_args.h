@@ -19,7 +19,7 @@ public:
     /// Adds a pair; one that is there already stays as it is. An empty placeholder stands nowhere and is left
     /// out.
     void insert(const wide_string& name, const wide_string& value);
-    void remove(const wide_string& name);
+    void remove(const wide_string& name);  ///< a name that isn't there is fine
     void remove_all();
 
     /// The text with each placeholder replaced, pair by pair in the order of the placeholders' units, the

@@ -16,8 +16,8 @@ using HKEY = HKEY__*;
 
 // NOLINTBEGIN(readability-identifier-naming, performance-no-int-to-ptr): the platform's names and values
 #if !defined(HKEY_CURRENT_USER)
-/// The roots: open always, never closed. Only their low 32 bits count. Outside Windows all of them are the
-/// user's own.
+/// The roots, with their published values: open always, never closed. Only their low 32 bits count. Outside
+/// Windows all of them are the user's own.
 inline const HKEY HKEY_CLASSES_ROOT = reinterpret_cast<HKEY>(std::intptr_t{INT32_MIN});
 inline const HKEY HKEY_CURRENT_USER = reinterpret_cast<HKEY>(std::intptr_t{INT32_MIN} + 1);
 inline const HKEY HKEY_LOCAL_MACHINE = reinterpret_cast<HKEY>(std::intptr_t{INT32_MIN} + 2);
@@ -29,7 +29,7 @@ inline const HKEY HKEY_CURRENT_USER_LOCAL_SETTINGS = reinterpret_cast<HKEY>(std:
 #endif
 
 #if !defined(REG_SZ)
-/// The types of values. Any other number is kept as it is.
+/// The types of values, with their published numbers. Any other number is kept as it is.
 inline constexpr unsigned long REG_NONE = 0;
 inline constexpr unsigned long REG_SZ = 1;         ///< text in UTF-16LE, with its final zero
 inline constexpr unsigned long REG_EXPAND_SZ = 2;  ///< text that names variables of the environment
@@ -93,9 +93,10 @@ public:
                      unsigned long size) noexcept;
 
     /// The value at `index`, counted from 0; making and deleting values shifts the others.
+    /// name:             set when the result is 0.
     /// type, data, size: as in read_value, each may be null.
-    /// Returns: 0; 259 no value has that index; 234 the data has too little room (name, type and size are
-    ///          filled in) or the name has more than 255 units (only type and size are).
+    /// Returns: 0; 259 no value has that index; 234 the data has too little room, or the name has more than
+    ///          255 units (type and size are filled in).
     long enum_value(unsigned long index, wide_string& name, unsigned long* type, unsigned char* data,
                     unsigned long* size) const noexcept;
 

@@ -46,8 +46,8 @@ public:
     CLumProxyUtil& operator=(const CLumProxyUtil&) = delete;
 
     /// The finder's answer for a server: its routes replace those that the entry has, and who waits goes on.
-    /// The accounts of new proxies are remembered even if nobody has asked for that server. server,
-    /// proxyList: UTF-8, zero-terminated; null counts as empty.
+    /// The accounts of new proxies are remembered even if nobody has asked for that server.
+    /// server, proxyList: UTF-8, zero-terminated; null counts as empty.
     void OnProxyGetted(const char* server, unsigned short port, const char* proxyList) override;
 
     /// Asks ShowInputDialog for the account and tells the finder, which so learns that there is none.
@@ -58,9 +58,10 @@ public:
 
     /// The routes to a URL's server, in the order to try; a route with an empty server is a direct
     /// connection. Asks the finder unless that server has been asked for, and waits at most 10,000 ms since
-    /// the question for an answer that comes later. routes:  appended to, copies. Returns: 1 answered, with
-    /// what is known so far after a time-out, maybe nothing; 0 no finder, no valid URL, or
-    ///          the finder failed.
+    /// the question for an answer that comes later.
+    /// routes:  appended to, copies.
+    /// Returns: 1 answered, with what is known so far after a time-out, maybe nothing; 0 no finder, no valid
+    ///          URL, or the finder failed.
     virtual int GetProxyInfo(const CTString& url, std::list<proxy_info>& routes);
 
     /// Shows nothing and returns 0, "cancelled": accounts are entered in the authentication dialogue of a
@@ -74,6 +75,7 @@ public:
     /// As the shorter one, but doesn't ask the finder: only a server that was prepared has an answer.
     /// usePreconfig: out: 1 when the system's own configuration applies to the server.
     /// waitMs:       counted from the finder's question, at least 1 ms; 0xFFFFFFFF waits without limit.
+    /// Returns:      1 answered, as above; 0 no finder, no valid URL, or a server that wasn't asked for.
     int GetProxyInfo(const CTString& url, int& usePreconfig, std::list<proxy_info>& routes,
                      unsigned long waitMs);
 
@@ -86,7 +88,9 @@ public:
 
     /// Reads a list of routes, items separated by ";": "DIRECT" or "DIRECT:0" (exactly so, without blanks),
     /// else scheme=host:port with the scheme "http" or "https" and blanks anywhere. Items of another form are
-    /// dropped. Of a port the low 16 bits count. routes:  appended to. Returns: 1.
+    /// dropped. Of a port the low 16 bits count.
+    /// routes:  appended to.
+    /// Returns: 1.
     int ParseProxyList(const CTString& text, std::list<proxy_info>& routes);
     /// Reads one item. Returns 1 when it was understood, else 0 with `route` untouched.
     int ParseProxyItem(const CTString& item, proxy_info& route);

@@ -73,7 +73,7 @@ public:
 
     /// TryConnect, up to three times without a pause, until it succeeds. The screen name is sent in lower
     /// case (A to Z only) and without blanks, and without every other character whose low eight bits are
-    /// those of the blank (kept: the server knows the names in that form).
+    /// those of the blank (kept: the server knows the names in that form). Returns as TryConnect.
     int CallService(kro::tessel::CTString& endPointUrl, kro::tessel::CTString& soapAction,
                     kro::tessel::CTString& screenName, kro::tessel::CTString& password,
                     kro::tessel::CTString& clientName, kro::tessel::CTString& clientVersion);
@@ -91,7 +91,7 @@ public:
 
 protected:
     /// One exchange by one route, for at most 60 seconds; an empty server is the direct route. The account of
-    /// the route goes to the trace in clear.
+    /// the route goes to the trace in clear. Returns as TryConnect.
     // NOLINTNEXTLINE(bugprone-reserved-identifier): the name that hosts use
     int _TryConnect(kro::tessel::CTString& endPointUrl, kro::tessel::CTString& soapAction,
                     kro::tessel::CTString& screenName, kro::tessel::CTString& password,

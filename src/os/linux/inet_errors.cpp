@@ -57,8 +57,9 @@ std::uint32_t protocol_error(CURLcode code, const failure_facts& facts) noexcept
             return k_error_http_invalid_server_response;
         case CURLE_PARTIAL_FILE:  // closed before the announced length: what came is the body
             return 0;
-        case CURLE_OUT_OF_MEMORY:  // before the headers it is the library's limit on a header line
-            return facts.answered ? k_error_not_enough_memory : k_error_http_invalid_server_response;
+        case CURLE_OUT_OF_MEMORY:  // also what the library says beyond its limits on heads: 1 MiB of ours,
+            return facts.sent && !facts.answered ? k_error_http_invalid_server_response  // a line of theirs
+                                                 : k_error_not_enough_memory;
         case CURLE_REMOTE_ACCESS_DENIED:
         case CURLE_LOGIN_DENIED:
         case CURLE_AUTH_ERROR:

@@ -11,6 +11,7 @@ namespace kro::tessel::os {
 struct failure_facts {
     long system_error = 0;   ///< errno of the failed connection, 0 when unknown
     long verify_result = 0;  ///< OpenSSL's verdict about the certificate
+    bool sent = false;       ///< at least a part of the request had gone out
     bool answered = false;   ///< the response's headers had come
 };
 

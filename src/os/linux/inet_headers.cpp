@@ -6,6 +6,10 @@
 namespace kro::tessel::os {
 namespace {
 
+bool ends_line(char c) noexcept {
+    return c == '\r' || c == '\n';
+}
+
 // The next line of a block without its end, and the rest behind it. Lines may end in LF alone.
 std::string_view take_line(std::string_view& rest) noexcept {
     const auto end = rest.find('\n');
@@ -22,10 +26,11 @@ std::string_view take_line(std::string_view& rest) noexcept {
 void header_list::merge(wide_view lines) {
     const std::string text = narrow(lines.substr(0, lines.find(wchar{0})));
     std::string_view rest = text;
+    m_fields.reserve(m_fields.size() + 4);
     while (!rest.empty()) {
-        const auto end = std::min(rest.find_first_of("\r\n"), rest.size());
-        const std::string_view line = rest.substr(0, end);
-        rest.remove_prefix(std::min(end + 1, rest.size()));
+        const auto* const end = std::find_if(rest.begin(), rest.end(), ends_line);
+        const std::string_view line = rest.substr(0, static_cast<std::size_t>(end - rest.begin()));
+        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
         const auto colon = line.find(':');
         const std::string_view name = trimmed(line.substr(0, colon));
         if (colon == std::string_view::npos || name.empty()) {

@@ -31,8 +31,10 @@ void change_verb(outgoing& next, std::uint32_t status) {
     if (next.verb != "HEAD") {
         next.verb = "GET";
     }
-    next.body_bytes = 0;
-    next.headers.remove("Content-Type");
+    if (next.body_bytes != 0) {  // else the header speaks of nothing that is dropped here
+        next.body_bytes = 0;
+        next.headers.remove("Content-Type");
+    }
 }
 
 }  // namespace

@@ -145,6 +145,7 @@ bool inet_request::start_hop() {
     transfer_request request;
     request.tag = m_tag = next_tag();
     compose(m_outgoing, request);
+    request.wants_stages = m_operation_context != 0;  // they are told in notices only
     fill_accounts(request);
     request.limits = {limit_of(timeout_held(inet_timeout::connect)),
                       limit_of(timeout_held(inet_timeout::send)),

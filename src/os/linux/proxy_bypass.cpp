@@ -33,10 +33,6 @@ bool matches(std::string_view pattern, std::string_view text) noexcept {
     return pattern.find_first_not_of('*', p) == std::string_view::npos;
 }
 
-bool is_loopback(std::string_view host) noexcept {
-    return host == "localhost" || host == "loopback" || host == "[::1]" || host.substr(0, 4) == "127.";
-}
-
 struct network_address {
     unsigned char bytes[16] = {};
     unsigned bits = 0;  // of the whole address: 32 or 128
@@ -83,6 +79,11 @@ bool is_in_network(std::string_view pattern, std::string_view host) {
         }
     }
     return same_bits(*network, *address, count);
+}
+
+// An address, that is: names may begin with "127." as well.
+bool is_loopback(std::string_view host) {
+    return host == "localhost" || host == "loopback" || host == "[::1]" || is_in_network("127.0.0.0/8", host);
 }
 
 }  // namespace

@@ -100,7 +100,8 @@ void read_manual(GSettingsBackend* store, fixed_proxies& fixed) {
     fixed.https = read_proxy(settings_group(store, "org.gnome.system.proxy.https"));
     const configured_proxy socks = read_proxy(settings_group(store, "org.gnome.system.proxy.socks"));
     if (socks.named()) {
-        fixed.left_out = "the proxy socks://" + socks.host + " in the desktop's settings";
+        fixed.http.left_out = "the proxy socks://" + socks.host + " in the desktop's settings";
+        fixed.https.left_out = fixed.http.left_out;
     }
 }
 

@@ -23,7 +23,7 @@ std::uint16_t port_of(const url_handle& url, bool secure) {
 }
 
 // Its account stays out of what is said about a URL.
-configured_proxy parse_proxy(const char* text, std::string& left_out) {
+configured_proxy parse_proxy(const char* text) {
     configured_proxy proxy;
     if (text == nullptr) {
         return proxy;
@@ -35,12 +35,12 @@ configured_proxy parse_proxy(const char* text, std::string& left_out) {
     const bool has_scheme = std::string_view(text).find("://") != std::string_view::npos;
     const std::string whole = has_scheme ? text : std::string("http://") + text;
     if (curl_url_set(url.get(), CURLUPART_URL, whole.c_str(), CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK) {
-        left_out = "a proxy in the environment that is no URL";
+        proxy.left_out = "a proxy in the environment that is no URL";
         return proxy;
     }
     const std::string scheme = lowered(part_of(url, CURLUPART_SCHEME));
     if (scheme != "http" && scheme != "https") {
-        left_out = "the proxy " + scheme + "://" + part_of(url, CURLUPART_HOST) + " in the environment";
+        proxy.left_out = "the proxy " + scheme + "://" + part_of(url, CURLUPART_HOST) + " in the environment";
         return proxy;
     }
     proxy.secure = scheme == "https";
@@ -59,8 +59,8 @@ fixed_proxies environment_proxies() {
     // HTTP_PROXY isn't looked at: a web server's child finds a client's "Proxy:" header there.
     const char* const http = variable("http_proxy", nullptr);
     const char* const https = variable("https_proxy", "HTTPS_PROXY");
-    result.http = parse_proxy(http != nullptr ? http : all, result.left_out);
-    result.https = parse_proxy(https != nullptr ? https : all, result.left_out);
+    result.http = parse_proxy(http != nullptr ? http : all);
+    result.https = parse_proxy(https != nullptr ? https : all);
     if (const char* const none = variable("no_proxy", "NO_PROXY")) {
         each_list_entry(none, ", \t", [&result](std::string_view entry) { result.bypass.add(entry); });
     }

@@ -6,11 +6,13 @@
 namespace kro::tessel::os {
 namespace {
 
+// Nothing but a proxy that can't be used is no decision for a direct connection: no route then.
 void decide(proxy_decision& decision, proxy_source source, const configured_proxy& proxy, bool bypassed) {
     decision.source = source;
+    decision.left_out = bypassed ? std::string() : proxy.left_out;
     if (bypassed) {
         decision.routes.emplace_back();
-    } else {
+    } else if (proxy.named()) {
         const auto kind = proxy.secure ? proxy_route::kind::https : proxy_route::kind::http;
         decision.routes.push_back({kind, proxy.host, proxy.port});
     }
@@ -33,16 +35,12 @@ proxy_decision read_proxy_settings(std::basic_string_view<wchar> host, std::uint
     address.port = port;
 
     const fixed_proxies environment = environment_proxies();
-    decision.left_out = environment.left_out;
-    if (environment.proxy_for(address.secure).named()) {
-        decide(decision, proxy_source::environment, environment.proxy_for(address.secure),
-               environment.bypass.covers(address));
+    const configured_proxy& first = environment.proxy_for(address.secure);
+    if (first.named() || !first.left_out.empty()) {
+        decide(decision, proxy_source::environment, first, environment.bypass.covers(address));
         return decision;
     }
     const desktop_proxies desktop = desktop_proxies_now();
-    if (!desktop.fixed.left_out.empty()) {
-        decision.left_out = desktop.fixed.left_out;
-    }
     const configured_proxy& proxy = desktop.fixed.proxy_for(address.secure);
     const bool bypassed = desktop.fixed.bypass.covers(address);
     if (desktop.by_script && !bypassed && desktop.script.empty()) {
@@ -53,7 +51,7 @@ proxy_decision read_proxy_settings(std::basic_string_view<wchar> host, std::uint
         decision.source = proxy_source::script;
         decision.script = desktop.script;
         decision.url_host = address.host;
-    } else if (proxy.named() || desktop.by_script) {
+    } else if (proxy.named() || !proxy.left_out.empty() || desktop.by_script) {
         decide(decision, proxy_source::desktop, proxy, bypassed);
     } else {
         decision.routes.emplace_back();

@@ -14,6 +14,7 @@ struct configured_proxy {
     std::uint16_t port = 0;
     bool secure = false;  ///< it is spoken to over TLS
     transfer_credentials account;
+    std::string left_out;  ///< what is configured instead, or beside it, and is no HTTP proxy, in English
 
     bool named() const noexcept { return !host.empty() && port != 0; }
 };
@@ -22,7 +23,6 @@ struct fixed_proxies {
     configured_proxy http;
     configured_proxy https;  ///< for https servers
     proxy_bypass bypass{proxy_bypass::rule::domains};
-    std::string left_out;  ///< what is configured but no HTTP proxy, in English; empty when nothing is
 
     const configured_proxy& proxy_for(bool secure_server) const noexcept {
         return secure_server ? https : http;

@@ -151,8 +151,9 @@ bool curl_exchange::begin(std::shared_ptr<curl_transfer> what) {
     m_body_offset = 0;
     m_block.clear();
     m_head_bytes = 0;
-    m_in_block = m_resolving = m_connecting_told = m_stages_over = m_connected = false;
-    m_sent_told = m_headers_told = m_paused = m_out_of_memory = m_starved = false;
+    m_in_block = m_resolving = m_connecting_told = m_connected = false;
+    m_stages_over = m_transfer->ticket_for_server || m_transfer->ticket_for_proxy;
+    m_headers_told = m_paused = m_out_of_memory = m_starved = m_wants_ticket = false;
     if (!set(m_easy, CURLOPT_URL, m_transfer->request.url.c_str())) {
         return false;
     }
@@ -214,19 +215,23 @@ void curl_exchange::set_headers(std::string& lines) {
 }
 
 void curl_exchange::set_accounts(const transfer_request& request) {
-    const auto scheme = [](bool is_known) {
-        return static_cast<long>(is_known ? CURLAUTH_BASIC : CURLAUTH_ANY);
+    // libcurl would prefer Negotiate, which knows nothing but the user's ticket: there is none, mostly, and
+    // the account that was given would never be tried.
+    const auto schemes = [](bool by_ticket, bool is_known) {
+        const unsigned long by_account = is_known ? CURLAUTH_BASIC : CURLAUTH_ANY & ~CURLAUTH_NEGOTIATE;
+        return static_cast<long>(by_ticket ? CURLAUTH_NEGOTIATE : by_account);
     };
     if (request.server.given()) {
         m_reusable = false;
-        set(m_easy, CURLOPT_HTTPAUTH, scheme(known_logins().knows(server_place(request), request.server)));
+        const bool is_known = known_logins().knows(server_place(request), request.server);
+        set(m_easy, CURLOPT_HTTPAUTH, schemes(m_transfer->ticket_for_server, is_known));
         set(m_easy, CURLOPT_USERNAME, request.server.user.c_str());
         set(m_easy, CURLOPT_PASSWORD, request.server.password.c_str());
     }
     if (request.proxy_account.given() && !request.proxy.empty()) {
         m_reusable = false;
-        set(m_easy, CURLOPT_PROXYAUTH,
-            scheme(known_logins().knows(proxy_place(request), request.proxy_account)));
+        const bool is_known = known_logins().knows(proxy_place(request), request.proxy_account);
+        set(m_easy, CURLOPT_PROXYAUTH, schemes(m_transfer->ticket_for_proxy, is_known));
         set(m_easy, CURLOPT_PROXYUSERNAME, request.proxy_account.user.c_str());
         set(m_easy, CURLOPT_PROXYPASSWORD, request.proxy_account.password.c_str());
     }
@@ -268,17 +273,17 @@ void curl_exchange::begin_wait(wait what) noexcept {
 }
 
 void curl_exchange::report_stage(transfer_stage stage, std::string_view text) {
-    if (m_transfer->sink != nullptr && !m_stages_over) {
+    if (m_transfer->sink != nullptr && !m_stages_over && m_transfer->request.wants_stages) {
         m_transfer->sink->on_stage(m_transfer->request.tag, stage, text);
         m_host.told(*m_transfer);
     }
 }
 
 void curl_exchange::report_sent() {
-    if (m_sent_told) {
+    if (m_transfer->sent_told) {
         return;
     }
-    m_sent_told = true;
+    m_transfer->sent_told = true;
     if (m_transfer->sink != nullptr) {
         long head = 0;
         curl_easy_getinfo(m_easy, CURLINFO_REQUEST_SIZE, &head);
@@ -302,7 +307,7 @@ void curl_exchange::report_headers() {
 }
 
 bool curl_exchange::progress_sent() {
-    if (m_transfer == nullptr || m_sent_told) {
+    if (m_transfer == nullptr || m_transfer->sent_told) {
         return true;
     }
     const transfer_request& request = m_transfer->request;
@@ -331,8 +336,9 @@ bool curl_exchange::header_line(std::string_view line) {
         m_in_block = true;
     } else if (m_in_block) {
         m_block.append(line);
-        if (line == "\r\n" || line == "\n") {
-            header_block_complete();
+        const bool is_complete = line == "\r\n" || line == "\n";
+        if (is_complete && !header_block_complete()) {
+            return false;
         }
     }
     if (m_connected) {
@@ -341,18 +347,42 @@ bool curl_exchange::header_line(std::string_view line) {
     return true;
 }
 
-void curl_exchange::header_block_complete() {
+// False ends the exchange.
+bool curl_exchange::header_block_complete() {
     m_in_block = false;
     const int status = status_of(m_block);
     const bool interim = status >= 100 && status < 200 && status != 101;
     if (interim) {
         m_block.clear();
-        return;
+        return true;
+    }
+    if (asks_for_ticket(status)) {
+        if (m_connected) {
+            report_sent();
+        }
+        m_wants_ticket = true;
+        return false;
     }
     // Before the connection stands it is the proxy's answer to CONNECT, which counts only if it ends there.
     if (m_connected && !will_be_answered_by_libcurl(status)) {
         report_headers();
     }
+    return true;
+}
+
+// A challenge that offers Negotiate and nothing else, the first time.
+bool curl_exchange::asks_for_ticket(int status) {
+    const transfer_request& request = m_transfer->request;
+    const bool by_server = status == 401 && request.server.given();
+    const bool by_proxy = status == 407 && request.proxy_account.given();
+    bool& has_it = by_server ? m_transfer->ticket_for_server : m_transfer->ticket_for_proxy;
+    if ((!by_server && !by_proxy) || has_it) {
+        return false;
+    }
+    long offered = 0;
+    curl_easy_getinfo(m_easy, by_server ? CURLINFO_HTTPAUTH_AVAIL : CURLINFO_PROXYAUTH_AVAIL, &offered);
+    has_it = offered == static_cast<long>(CURLAUTH_NEGOTIATE);
+    return has_it;
 }
 
 // Whether libcurl may answer this challenge itself. If it doesn't after all, body bytes or the end follow
@@ -388,6 +418,8 @@ void curl_exchange::connected() {
             report_stage(transfer_stage::connected, {});
         }
         m_stages_over = true;
+    }
+    if (!sent_told()) {
         m_host.sending(*this);
     }
     begin_wait(m_transfer->request.has_body ? wait::sending : wait::receiving);
@@ -406,6 +438,9 @@ void curl_exchange::end(CURLcode code) {
     facts.answered = m_headers_told;
     if (code != CURLE_OK) {
         m_reusable = false;
+        long head = 0;
+        curl_easy_getinfo(m_easy, CURLINFO_REQUEST_SIZE, &head);
+        facts.sent = head != 0;
         curl_easy_getinfo(m_easy, CURLINFO_OS_ERRNO, &facts.system_error);
         curl_easy_getinfo(m_easy, CURLINFO_SSL_VERIFYRESULT, &facts.verify_result);
     }
@@ -530,7 +565,9 @@ curl_socket_t curl_exchange::on_open_socket(void* self, curlsocktype /*purpose*/
     return exchange.guarded<curl_socket_t>(CURL_SOCKET_BAD, [&] {
         if (!exchange.m_connecting_told) {
             exchange.m_connecting_told = true;
-            exchange.report_stage(transfer_stage::connecting, text_of(address->addr));
+            const bool is_heard = exchange.m_transfer->request.wants_stages;
+            exchange.report_stage(transfer_stage::connecting,
+                                  is_heard ? text_of(address->addr) : std::string());
         }
         const int socket = exchange.m_host.open_socket(*address);
         exchange.m_starved = socket < 0 && (errno == EMFILE || errno == ENFILE);

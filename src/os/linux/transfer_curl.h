@@ -39,6 +39,10 @@ public:
     transfer_request request;
     curl_exchange* exchange = nullptr;  ///< while it runs
     std::uint64_t told_in_turn = 0;     ///< the loop's note: the last turn in which the sink had an event
+    bool sent_told = false;             ///< also when it is begun once more
+    // Logs in with the user's Kerberos ticket: its account is of no use there.
+    bool ticket_for_server = false;
+    bool ticket_for_proxy = false;
 };
 
 /// What an exchange needs of the loop that it runs in.
@@ -87,7 +91,7 @@ public:
     /// Reports the request as sent once it is. False while bytes are still to go out.
     bool progress_sent();
 
-    bool sent_told() const noexcept { return m_sent_told; }
+    bool sent_told() const noexcept { return m_transfer->sent_told; }
     bool resolving() const noexcept { return m_resolving; }
     /// When the present wait is over, k_never when it has no limit.
     std::uint64_t deadline() const noexcept { return m_deadline; }
@@ -95,6 +99,8 @@ public:
     bool reusable() const noexcept { return m_reusable; }
     /// Whether it failed because the process has no descriptor left.
     bool starved() const noexcept { return m_starved; }
+    /// Whether it failed only to be begun once more.
+    bool wants_another_try() const noexcept { return m_starved || m_wants_ticket; }
 
 private:
     enum class kind { get, head, upload };
@@ -124,7 +130,8 @@ private:
     void set_text_option(CURLoption option, std::string& in_force, const std::string& wanted);
     void begin_wait(wait what) noexcept;
     bool header_line(std::string_view line);
-    void header_block_complete();
+    bool header_block_complete();
+    bool asks_for_ticket(int status);
     void report_stage(transfer_stage stage, std::string_view text);
     void report_sent();
     void report_headers();
@@ -156,10 +163,10 @@ private:
     bool m_in_block = false;
     bool m_resolving = false;
     bool m_starved = false;
+    bool m_wants_ticket = false;  // ended before the response: the next try logs in with a ticket
     bool m_connecting_told = false;
     bool m_stages_over = false;  // later connections of the same exchange are libcurl's own affair
     bool m_connected = false;
-    bool m_sent_told = false;
     bool m_headers_told = false;
     bool m_paused = false;
     bool m_out_of_memory = false;

@@ -164,6 +164,7 @@ void transfer_exchanges::start(const std::shared_ptr<curl_transfer>& what, origi
     exchange->place.set = set;
     exchange->place.from = &from;
     ++from.running;
+    m_sockets.begins(set->handle);
 }
 
 // libcurl's key for connections lacks the certificate rules that it can't see: a connection that was opened
@@ -179,8 +180,7 @@ transfer_exchanges::multi* transfer_exchanges::set_for(const transfer_request& r
     if (set.handle == nullptr) {
         return nullptr;
     }
-    curl_multi_setopt(set.handle, CURLMOPT_SOCKETFUNCTION, on_socket);
-    curl_multi_setopt(set.handle, CURLMOPT_SOCKETDATA, &set);
+    m_sockets.adopt(set.handle);
     curl_multi_setopt(set.handle, CURLMOPT_TIMERFUNCTION, on_timer);
     curl_multi_setopt(set.handle, CURLMOPT_TIMERDATA, &set);
     curl_multi_setopt(set.handle, CURLMOPT_PIPELINING, static_cast<long>(CURLPIPE_NOTHING));
@@ -294,8 +294,7 @@ void transfer_exchanges::run_timers() {
     for (multi& set : m_multis) {
         if (set.timer_due <= m_now) {
             set.timer_due = k_never;
-            int running = 0;
-            curl_multi_socket_action(set.handle, CURL_SOCKET_TIMEOUT, 0, &running);
+            m_sockets.handle_time(set.handle);
         }
     }
 }
@@ -312,7 +311,7 @@ bool transfer_exchanges::collect_ended() {
             void* owner = nullptr;
             curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &owner);
             auto& exchange = *static_cast<curl_exchange*>(owner);
-            if (exchange.starved() && message->data.result != CURLE_OK &&
+            if (exchange.wants_another_try() && message->data.result != CURLE_OK &&
                 exchange.current()->sink != nullptr) {
                 put_back(exchange);
                 continue;
@@ -327,8 +326,10 @@ bool transfer_exchanges::collect_ended() {
 
 // It waits again, in front of those that came after it.
 void transfer_exchanges::put_back(curl_exchange& which) {
-    m_next_start = m_now + k_starved_ms;
-    count_descriptors();
+    if (which.starved()) {
+        m_next_start = m_now + k_starved_ms;
+        count_descriptors();
+    }
     which.place.from->waiting.push_front(which.current());
     curl_multi_remove_handle(which.place.set->handle, which.easy());
     which.detach();
@@ -383,13 +384,6 @@ void transfer_exchanges::restart_waits(std::uint64_t now) noexcept {
 }
 
 // ---- what libcurl and the exchanges tell
-
-int transfer_exchanges::on_socket(CURL* /*easy*/, curl_socket_t socket, int what, void* set,
-                                  void* /*unused*/) {
-    auto& from = *static_cast<multi*>(set);
-    from.owner->m_sockets.watch(from.handle, socket, what);
-    return 0;
-}
 
 int transfer_exchanges::on_timer(CURLM* /*handle*/, long milliseconds, void* set) {
     auto& from = *static_cast<multi*>(set);

@@ -76,7 +76,6 @@ private:
     int open_socket(const curl_sockaddr& address) override { return m_sockets.open(address); }
     void close_socket(int socket) noexcept override { m_sockets.close(socket); }
 
-    static int on_socket(CURL* easy, curl_socket_t socket, int what, void* set, void* unused);
     static int on_timer(CURLM* handle, long milliseconds, void* set);
 
     multi* set_for(const transfer_request& request);

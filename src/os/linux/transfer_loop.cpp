@@ -42,7 +42,9 @@ std::uint64_t clock() noexcept {
 }  // namespace
 
 transfer_loop::transfer_loop(driver turned_by)
-    : m_driver(turned_by), m_exchanges(m_sockets, turned_by == driver::caller) {
+    : m_driver(turned_by),
+      m_sockets(turned_by == driver::caller ? make_sockets_of_few() : make_sockets_of_many()),
+      m_exchanges(*m_sockets, turned_by == driver::caller) {
     prepare_libraries();
 }
 
@@ -86,13 +88,13 @@ bool transfer_loop::post(command what) {
     if (m_sleeping) {
         m_sleeping = false;
         lock.unlock();
-        m_sockets.ring();
+        m_sockets->ring();
     }
     return true;
 }
 
 bool transfer_loop::prepare() {
-    if (!m_sockets.prepare()) {
+    if (!m_sockets->prepare()) {
         return false;
     }
     m_started = m_driver == driver::caller || start_thread();
@@ -119,7 +121,7 @@ void transfer_loop::stop() noexcept {
         m_stopping = true;
         ending.swap(m_thread);
         if (m_started) {
-            m_sockets.ring();
+            m_sockets->ring();
         }
         m_turn_left.wait(lock, [this] { return !m_in_turn; });
     }
@@ -169,10 +171,10 @@ void transfer_loop::restart_waits() noexcept {
 
 void transfer_loop::work() {
     take_inbox();  // first: what was cancelled shall not go on because of an event that came with it
-    m_sockets.handle_events();
+    m_sockets->handle_events();
     if (m_exchanges.may_be_late()) {
         // What has come counts, however late it is noticed: this process may have been stopped.
-        m_sockets.handle_all();
+        m_sockets->handle_all();
     }
     m_exchanges.advance();
 }
@@ -189,15 +191,21 @@ int transfer_loop::time_left() const noexcept {
 
 bool transfer_loop::wait_for_events(patience how) {
     int limit = how == patience::none ? 0 : time_left();
+    bool has_work = false;
     {
         const std::lock_guard lock(m_mutex);
         if (m_stopping) {
             return false;
         }
-        limit = m_inbox.empty() ? limit : 0;
+        has_work = !m_inbox.empty();
+        limit = has_work ? 0 : limit;
         m_sleeping = limit != 0;
     }
-    m_sockets.wait(limit);
+    if (has_work && m_exchanges.is_empty()) {
+        m_sockets->skip_wait();  // nothing runs that anything could come for
+    } else {
+        m_sockets->wait(limit);
+    }
     m_exchanges.begin_turn(clock());
     return true;
 }

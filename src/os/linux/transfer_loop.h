@@ -78,7 +78,7 @@ private:
     std::thread m_thread;
 
     // Of the thread that turns the loop.
-    transfer_sockets m_sockets;
+    const std::unique_ptr<transfer_sockets> m_sockets;
     transfer_exchanges m_exchanges;
     std::vector<command> m_commands;
     std::vector<std::shared_ptr<transfer_sink>> m_handing_over;

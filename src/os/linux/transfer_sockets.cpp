@@ -2,170 +2,22 @@
 
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <new>
-#include <utility>
 
 namespace kro::tessel::os {
-namespace {
 
-std::uint32_t epoll_events_of(int what) noexcept {
-    const bool in = (static_cast<unsigned>(what) & CURL_POLL_IN) != 0 && what != CURL_POLL_REMOVE;
-    const bool out = (static_cast<unsigned>(what) & CURL_POLL_OUT) != 0 && what != CURL_POLL_REMOVE;
-    return (in ? std::uint32_t{EPOLLIN} : 0U) | (out ? std::uint32_t{EPOLLOUT} : 0U);
-}
-
-int curl_events_of(std::uint32_t events) noexcept {
-    int mask = 0;
-    mask |= (events & (EPOLLIN | EPOLLHUP)) != 0 ? CURL_CSELECT_IN : 0;
-    mask |= (events & EPOLLOUT) != 0 ? CURL_CSELECT_OUT : 0;
-    mask |= (events & EPOLLERR) != 0 ? CURL_CSELECT_ERR : 0;
-    return mask;
-}
-
-}  // namespace
-
-transfer_sockets::~transfer_sockets() {
-    close_own();
-}
-
-void transfer_sockets::close_own() noexcept {
-    for (int* const descriptor : {&m_epoll, &m_alarm}) {
-        if (*descriptor >= 0) {
-            ::close(std::exchange(*descriptor, -1));
-        }
+bool transfer_sockets::prepare_alarm() noexcept {
+    if (m_alarm.number() < 0) {
+        m_alarm.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     }
-}
-
-bool transfer_sockets::prepare() {
-    if (m_epoll >= 0) {
-        return true;
-    }
-    m_epoll = ::epoll_create1(EPOLL_CLOEXEC);
-    m_alarm = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    epoll_event event{};
-    event.events = EPOLLIN | EPOLLET;  // every write is an event, and none needs to be read
-    event.data.fd = m_alarm;
-    if (m_epoll >= 0 && m_alarm >= 0 && ::epoll_ctl(m_epoll, EPOLL_CTL_ADD, m_alarm, &event) == 0) {
-        return true;
-    }
-    close_own();  // the next call tries again
-    return false;
+    return m_alarm.number() >= 0;
 }
 
 void transfer_sockets::ring() noexcept {
-    ::eventfd_write(m_alarm, 1);
-}
-
-void transfer_sockets::wait(int milliseconds) noexcept {
-    const int count = ::epoll_wait(m_epoll, m_events.data(), static_cast<int>(m_events.size()), milliseconds);
-    m_event_count = static_cast<std::size_t>(std::max(count, 0));
-    ++m_turn;
-}
-
-void transfer_sockets::handle_events() {
-    for (std::size_t i = 0; i < m_event_count; ++i) {
-        handle_event(m_events[i].data.fd, m_events[i].events);
-    }
-}
-
-// Each wait begins with the sockets that weren't told for longest.
-void transfer_sockets::handle_all() {
-    for (std::size_t left = m_watched.size() / m_events.size() + 1; left != 0; --left) {
-        wait(0);
-        handle_events();
-        if (m_event_count < m_events.size()) {
-            return;
-        }
-    }
-}
-
-void transfer_sockets::handle_event(int socket, std::uint32_t events) {
-    if (socket == m_alarm) {
-        return;
-    }
-    watched& entry = entry_of(socket);
-    if (entry.wanted == 0) {
-        // An idle connection that the server closed, or a paused one with bytes waiting. What was let go of
-        // in this very turn may be somebody else's by now; if it isn't, its event comes again.
-        const bool is_ours = entry.unsure ? entry.unsure_turn != m_turn : entry.registered != 0;
-        if (is_ours) {
-            register_socket(socket, entry, 0);
-        }
-        return;
-    }
-    int running = 0;
-    curl_multi_socket_action(entry.set, socket, curl_events_of(events), &running);
-}
-
-transfer_sockets::watched& transfer_sockets::entry_of(int socket) {
-    const auto index = static_cast<std::size_t>(socket);
-    if (index >= m_watched.size()) {
-        m_watched.resize(index + 64);
-    }
-    return m_watched[index];
-}
-
-void transfer_sockets::watch(CURLM* set, int socket, int what) {
-    const std::uint32_t wanted = epoll_events_of(what);
-    watched& entry = entry_of(socket);
-    entry.set = set;
-    entry.wanted = wanted;
-    if (wanted == 0 && entry.is_connection) {
-        // A kept connection stays registered between two requests: that saves two system calls for each.
-        // If anything arrives meanwhile it is taken out then.
-        if (entry.registered != EPOLLIN) {
-            // It may have been connecting still: libcurl has closed such a socket already, without a word,
-            // and the number can be another thread's by now.
-            entry.is_connection = false;
-            entry.unsure = true;
-            entry.unsure_turn = m_turn;
-        }
-    } else if (entry.unsure || entry.registered != wanted) {
-        register_socket(socket, entry, wanted);
-    }
-}
-
-void transfer_sockets::register_socket(int socket, watched& entry, std::uint32_t events) {
-    epoll_event event{};
-    event.events = events;
-    event.data.fd = socket;
-    if (events == 0) {
-        ::epoll_ctl(m_epoll, EPOLL_CTL_DEL, socket, &event);
-    } else if (entry.registered == 0 || ::epoll_ctl(m_epoll, EPOLL_CTL_MOD, socket, &event) != 0) {
-        ::epoll_ctl(m_epoll, EPOLL_CTL_ADD, socket, &event);
-    }
-    entry.registered = events;
-    entry.unsure = false;
+    ::eventfd_write(m_alarm.number(), 1);
 }
 
 int transfer_sockets::open(const curl_sockaddr& address) {
-    const int type = address.socktype | SOCK_CLOEXEC | SOCK_NONBLOCK;
-    const int socket = ::socket(address.family, type, address.protocol);
-    if (socket < 0) {
-        return socket;
-    }
-    try {
-        watched fresh;
-        fresh.is_connection = true;
-        entry_of(socket) = fresh;
-    } catch (const std::bad_alloc&) {
-        ::close(socket);
-        throw;
-    }
-    return socket;
-}
-
-void transfer_sockets::close(int socket) noexcept {
-    watched& entry = entry_of(socket);
-    if (entry.registered != 0) {
-        // Closing alone isn't enough: a child process may hold a copy.
-        register_socket(socket, entry, 0);
-    }
-    entry = {};
-    ::close(socket);
+    return ::socket(address.family, address.socktype | SOCK_CLOEXEC | SOCK_NONBLOCK, address.protocol);
 }
 
 }  // namespace kro::tessel::os

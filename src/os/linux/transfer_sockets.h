@@ -1,12 +1,11 @@
 // What a loop of exchanges sleeps on: the sockets of libcurl's sets, and an alarm that any thread may ring.
 #pragma once
 
-#include <curl/curl.h>
-#include <sys/epoll.h>
+#include "os/linux/descriptor.h"
 
-#include <array>
-#include <cstdint>
-#include <vector>
+#include <curl/curl.h>
+
+#include <memory>
 
 namespace kro::tessel::os {
 
@@ -15,48 +14,46 @@ public:
     transfer_sockets() = default;
     transfer_sockets(const transfer_sockets&) = delete;
     transfer_sockets& operator=(const transfer_sockets&) = delete;
-    ~transfer_sockets();
+    virtual ~transfer_sockets() = default;
 
     /// Has to succeed before anything else is called. Once it has, it does nothing.
-    bool prepare();
+    virtual bool prepare() = 0;
+    /// A set was made: its sockets are looked after from now on, and have to be gone before this is.
+    virtual void adopt(CURLM* set) = 0;
+    /// An exchange begins in this set.
+    virtual void begins(CURLM* set) noexcept = 0;
+
     /// Ends a wait, or the next one. From any thread.
     void ring() noexcept;
 
     /// Sleeps until something has come, at most so many milliseconds; -1: without limit.
-    void wait(int milliseconds) noexcept;
+    virtual void wait(int milliseconds) noexcept = 0;
+    /// Instead of a wait when nothing could come: nothing has.
+    virtual void skip_wait() noexcept = 0;
     /// Hands what came to the sets whose sockets it came on.
-    void handle_events();
+    virtual void handle_events() = 0;
     /// Hands on all that has come by now, also what one wait has no room for.
-    void handle_all();
+    virtual void handle_all() = 0;
 
-    /// What a set wants to know of a socket: libcurl's CURL_POLL_ numbers.
-    void watch(CURLM* set, int socket, int what);
+    /// A time that the set asked for has come.
+    virtual void handle_time(CURLM* set) = 0;
+
     /// A socket for a connection; -1 with errno as the system left it.
-    int open(const curl_sockaddr& address);
-    void close(int socket) noexcept;
+    virtual int open(const curl_sockaddr& address);
+    virtual void close(int socket) noexcept = 0;
+
+protected:
+    bool prepare_alarm() noexcept;
+    int alarm() const noexcept { return m_alarm.number(); }
 
 private:
-    // What epoll and libcurl say about a descriptor.
-    struct watched {
-        CURLM* set = nullptr;
-        std::uint32_t wanted = 0;
-        std::uint32_t registered = 0;
-        bool is_connection = false;     // opened by us, and its closing will be told
-        bool unsure = false;            // `registered` may be out of date
-        std::uint64_t unsure_turn = 0;  // since when
-    };
-
-    void close_own() noexcept;
-    void handle_event(int socket, std::uint32_t events);
-    watched& entry_of(int socket);
-    void register_socket(int socket, watched& entry, std::uint32_t events);
-
-    int m_epoll = -1;
-    int m_alarm = -1;
-    std::uint64_t m_turn = 1;  // counts the waits
-    std::array<epoll_event, 128> m_events{};
-    std::size_t m_event_count = 0;
-    std::vector<watched> m_watched;  // by descriptor
+    descriptor m_alarm;
 };
+
+/// For thousands of sockets that are watched for long: by epoll(7).
+std::unique_ptr<transfer_sockets> make_sockets_of_many();
+/// For a handful that come and go with each exchange: by poll(2), which needs no call to begin or end a
+/// watch.
+std::unique_ptr<transfer_sockets> make_sockets_of_few();
 
 }  // namespace kro::tessel::os
