@@ -133,7 +133,7 @@ public:
         EXPECT_EQ(0, ::listen(m_sockets[0], 0));
         ::getsockname(m_sockets[0], reinterpret_cast<sockaddr*>(&m_address), &size);
         for (const int filling : {m_sockets[1], m_sockets[2], m_sockets[3]}) {
-            ::connect(filling, reinterpret_cast<sockaddr*>(&m_address), size);
+            static_cast<void>(::connect(filling, reinterpret_cast<sockaddr*>(&m_address), size));
         }
     }
     silent_port(const silent_port&) = delete;
