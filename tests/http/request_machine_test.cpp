@@ -328,6 +328,7 @@ TEST_F(RequestMachine, BodiesArriveInOneFlatChunkWithAZeroBehindThem) {
         {"unknown and empty", 0, false, SIZE_MAX, {"read 10239"}},
         {"known, in pieces", 5, true, 2, {"read 5", "read 3", "read 1", "read 10239"}},
         {"known, large", 3000000, true, SIZE_MAX, {"read 3000000", "read 10239"}},
+        {"unknown, just one chunk", 10239, false, SIZE_MAX, {"read 10239", "read 10239"}},
         {"unknown, one byte more", 10240, false, SIZE_MAX, {"read 10239", "read 10239", "read 10238"}},
         {"unknown, three chunks in pieces", 25000, false, 1000, {}}};
     for (const auto& row : rows) {
