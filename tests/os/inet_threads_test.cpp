@@ -207,6 +207,17 @@ TEST(InetThreads, StalledAndPausedTransfersUseNoProcessorTime) {
     client.net.set_connection_limit(6);
 }
 
+TEST(InetThreads, ACallThatWaitsUsesNoProcessorTime) {
+    test_server server;
+    inet_client client(os::inet(), server.port(), TESSEL_W("127.0.0.1"), k_synchronous);
+    client.net.set_timeout(client.connection, os::inet_timeout::receive, 600);
+    auto blocked = std::async(std::launch::async, [&] { return client.exchange(client.request()); });
+    auto silent = server.accept_request();
+    const double before = service_seconds();
+    EXPECT_EQ(12002U, blocked.get());
+    EXPECT_LT(service_seconds() - before, 0.05);
+}
+
 /// Answers every request until it is destroyed; clients may hang up at any moment.
 class answering_server {
 public:
