@@ -1,11 +1,6 @@
-// Everything that the library reads or sends as text passes here: lengths around the short texts' limit,
-// zeros, and the pages that don't exist.
+// Everything that the library reads or sends as text passes here: lengths around the short texts' limit
+// and zeros.
 #include "base/text_conversion.h"
-
-#include "os/code_page.h"
-#include "os/thread.h"
-
-#include "tessel/platform/host.h"
 
 #include <gtest/gtest.h>
 
@@ -34,26 +29,6 @@ TEST(TextConversion, GoesThereAndBackAtEveryLength) {
     }
     EXPECT_TRUE(widen(65001, std::string_view("a\0b", 3)) == wide_string(TESSEL_W("a\0b"), 3));
     EXPECT_EQ(narrow(1252, TESSEL_W("\u0391")), "?");
-}
-
-TEST(TextConversion, PageZeroIsTheOneThatTheHostSet) {
-    const std::uint32_t before = kro::tessel::os::code_pages().ansi_code_page();
-    EXPECT_TRUE(kro::tessel::set_ansi_code_page(1251));
-    EXPECT_TRUE(widen(0, "\xC0") == TESSEL_W("\u0410"));
-    EXPECT_TRUE(kro::tessel::set_ansi_code_page(1252));
-    EXPECT_EQ(narrow(0, TESSEL_W("\u00C0")), "\xC0");
-    EXPECT_FALSE(kro::tessel::set_ansi_code_page(4711) || kro::tessel::set_ansi_code_page(0));
-    EXPECT_EQ(narrow(0, TESSEL_W("\u00C0")), "\xC0");
-    EXPECT_TRUE(kro::tessel::set_ansi_code_page(before));
-}
-
-TEST(TextConversion, RefusesUnknownPages) {
-    for (const std::size_t length : {1U, 1000U}) {
-        kro::tessel::os::set_last_error(0);
-        EXPECT_TRUE(widen(4711, std::string(length, 'a')).empty());
-        EXPECT_EQ(kro::tessel::os::last_error(), 87U);
-        EXPECT_TRUE(narrow(4711, wide_string(length, wchar('a'))).empty());
-    }
 }
 
 TEST(TextConversion, RefusesTextsThatAreTooLong) {

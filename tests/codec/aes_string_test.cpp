@@ -5,6 +5,7 @@
 #include "os/cipher.h"
 
 #include "codec/hexadecimal.h"
+#include "support/ascii.h"
 #include "tessel/platform/host.h"
 
 #include <gtest/gtest.h>
@@ -19,6 +20,7 @@ namespace {
 
 using kro::tessel::CTString;
 using kro::tessel::wide_string;
+using tessel_test::wide;
 
 using aes_function = int (*)(const CTString&, CTString&, int);
 struct named_function {
@@ -33,10 +35,6 @@ struct ansi_page {
     explicit ansi_page(std::uint32_t number) { EXPECT_TRUE(kro::tessel::set_ansi_code_page(number)); }
     ~ansi_page() { kro::tessel::set_ansi_code_page(65001); }
 };
-
-CTString wide(const std::string& bytes) {
-    return wide_string(bytes.begin(), bytes.end());
-}
 
 // The digits by way of the cipher alone.
 CTString digits_of(std::string bytes, const char* key) {

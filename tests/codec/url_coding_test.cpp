@@ -106,29 +106,6 @@ TEST(UrlCoding, WritesWhatServersExpect) {
     EXPECT_EQ(URLEncoder::Encode(URLEncoder::csUnsafeString).size(), 63U);
 }
 
-TEST(UrlCoding, TakesBrokenEscapesAsHostsKnowThem) {
-    const std::pair<CTStringA, CTStringA> rows[] = {
-        {"%41%42", "AB"},
-        {"%4a%4A", "JJ"},
-        {"a+b", "a+b"},
-        {"100%", "100"},
-        {"%4", "4"},
-        {"%%", "%"},
-        {"%%%", CTStringA("\0", 1)},
-        {"%zz", CTStringA("\0", 1)},
-        {"%4z", "@"},
-        {"%z4%", "\x04"},
-        {"%25%34%31", "%41"},
-        {"%e9", "\xE9"},
-    };
-    for (const auto& [text, decoded] : rows) {
-        EXPECT_EQ(URLDecoder::DecodeA(text), decoded) << text;
-        EXPECT_EQ(URLDecoder::Decode(wide(text)), wide(decoded)) << text;
-    }
-    // The low byte of a wide unit must not pass for a digit.
-    EXPECT_EQ(URLDecoder::Decode(TESSEL_W("%\u0134\u0231")), CTString(TESSEL_W("\0"), 1));
-}
-
 TEST(UrlCoding, AgreesWithThePlainRulesOnAnyText) {
     std::mt19937 random(51);
     const auto below = [&random](std::size_t count) { return random() % count; };

@@ -1,8 +1,17 @@
 # shellcheck shell=bash
-# What the checks of the command have in common. Sourced; $tessel is the command, $work a folder of the check's own.
-# shellcheck disable=SC2154,SC2034 # names of theirs
+# What the checks of the command have in common. Sourced with the check's own arguments, the first of which is the
+# command; $work becomes a folder of the check's own, with an nginx in it if it starts one.
+# shellcheck disable=SC2034 # names that the checks use
 
+# shellcheck source=tools/dev/nginx.sh
+. "$(dirname "${BASH_SOURCE[0]}")/../../tools/dev/nginx.sh"
+tessel=$(realpath "$1")
+work=$(mktemp -d)
+trap 'stop_nginx "$work"; rm -rf "$work"' EXIT
 wrong=0
+# Nothing of the user's own: no accounts, no proxies.
+export TESSEL_REGISTRY=$work/registry.db GSETTINGS_BACKEND=memory
+unset http_proxy https_proxy HTTPS_PROXY all_proxy ALL_PROXY no_proxy NO_PROXY
 
 # expect CODE ARGUMENT...: runs the command; its output is in $work/out and $work/err.
 expect() {

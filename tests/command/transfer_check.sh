@@ -2,11 +2,6 @@
 # transfer_check.sh TESSEL: fetch, download and upload against a real server and a real proxy: each kind of body to
 # the byte, what an interrupted download leaves and how it goes on, and exit codes.
 set -euo pipefail
-# shellcheck source=tools/dev/nginx.sh
-. "$(dirname "$0")/../../tools/dev/nginx.sh"
-tessel=$(realpath "$1")
-work=$(mktemp -d)
-trap 'stop_nginx "$work"; rm -rf "$work"' EXIT
 # shellcheck source=tests/command/expect.sh
 . "$(dirname "$0")/expect.sh"
 
@@ -20,6 +15,7 @@ chmod 777 "$work/www/inbox"
 head -c 3000000 /dev/urandom > "$work/www/file.bin"
 seq 200000 > "$work/www/lines.txt"
 : > "$work/www/empty"
+echo "user:$(openssl passwd -apr1 pass)" > "$work/accounts"
 certificate
 # shellcheck disable=SC2016 # nginx's variables
 start_nginx "$work" 'server {
@@ -44,6 +40,14 @@ start_nginx "$work" 'server {
     location /stuck/ { alias @FOLDER@/www/; limit_rate 1; }
     location /moved { return 304; }
     location /inbox/ { dav_methods PUT; }
+    location /vault/ { alias @FOLDER@/www/; auth_basic "the vault"; auth_basic_user_file @FOLDER@/accounts; }
+}
+server {
+    listen 127.0.0.1:@PORT4@ ssl;
+    ssl_certificate @FOLDER@/ca.pem;
+    ssl_certificate_key @FOLDER@/key.pem;
+    ssl_protocols TLSv1.2;
+    root @FOLDER@/www;
 }
 server {
     listen 127.0.0.1:@PORT3@;
@@ -112,6 +116,13 @@ err_has 'trusts'
 nothing_left
 expect 0 download --ca-file "$work/ca.pem" "$secure/file.bin" "$got"
 same "$got" "$file"
+expect 0 download --ca-file "$work/ca.pem" "https://127.0.0.1:$(port 4)/file.bin" "$got"
+same "$got" "$file"
+vault=${secure/127/user:pass@127}/vault
+SSL_CERT_FILE=$work/ca.pem expect 0 get --parallel 2 "$vault/lines.txt" "$vault/lines.txt" "$vault/lines.txt"
+[ "$(wc -l < "$work/out")" = 600000 ] || complain "an account opens it for each"
+SSL_CERT_FILE=$work/ca.pem expect 3 get "${secure/127/user:wrong@127}/vault/lines.txt"
+err_has 'HTTP status 401'
 expect 0 upload "$file" "$site/inbox/file.bin"
 same "$work/www/inbox/file.bin" "$file"
 expect 3 upload "$file" "$site/none/file.bin"

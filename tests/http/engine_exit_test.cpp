@@ -1,4 +1,5 @@
 // A process may end in any way, from any thread, with requests in every phase: it ends at once and in peace.
+#include "support/ascii.h"
 #include "support/test_server.h"
 #include "tessel/tessel.h"
 
@@ -14,7 +15,6 @@ namespace {
 
 using namespace kro::tessel::http;
 using kro::tessel::CTString;
-using kro::tessel::wide_string;
 using tessel_test::server_connection;
 using tessel_test::test_server;
 
@@ -42,9 +42,8 @@ public:
     }
 
     session_context* start() {
-        const std::string url = "http://127.0.0.1:" + std::to_string(server.port()) + '/';
         const auto complete = [](unsigned long, session_context*) { ++g_completed; };
-        return invoke2(CTString(wide_string(url.begin(), url.end())), {}, nullptr, 0, 0, complete, 0,
+        return invoke2(CTString(tessel_test::wide(server.url())), {}, nullptr, 0, 0, complete, 0,
                        http_method_get);
     }
 

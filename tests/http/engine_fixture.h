@@ -65,10 +65,20 @@ public:
     context* get_to_response(const wchar* url = TESSEL_W("http://h/a?b")) {
         context* const record = get(url);
         windows.deliver_all();
-        inet.complete();  // sent
-        windows.deliver_all();
+        step();           // sent
         inet.complete();  // ended
         return record;
+    }
+    /// The notice of what is pending, and the messages that it brings.
+    void step(bool result = true, std::uint32_t error = 0, std::uint32_t bytes = 0) {
+        inet.complete(result, error, bytes);
+        windows.deliver_all();
+    }
+    /// The same for a whole request. Its first step has been taken.
+    void finish() {
+        windows.deliver_all();
+        step();
+        step();
     }
     static bool is_live(context* record) {
         return kro::tessel::http::http_session::mgr().is_session_valid(record);

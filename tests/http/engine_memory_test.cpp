@@ -1,6 +1,7 @@
 // Memory stays flat over many requests, whatever they end in.
 #include "os/inet.h"
 
+#include "support/ascii.h"
 #include "support/test_server.h"
 #include "tessel/tessel.h"
 
@@ -15,7 +16,6 @@ namespace {
 using namespace kro::tessel::http;
 namespace os = kro::tessel::os;
 using kro::tessel::CTString;
-using kro::tessel::wide_string;
 using tessel_test::server_connection;
 using tessel_test::test_server;
 
@@ -24,6 +24,12 @@ constexpr int k_in_flight = 32;
 // Keeps each connection for a hundred requests, answers them in turn with a page, a packed page, a missing
 // one and a body without a length, and closes now and then in the middle.
 void serve(test_server& server) {
+    const std::string ok = "HTTP/1.1 200 OK\r\n";
+    const std::string answers[] = {ok + "Content-Length: 4\r\n\r\ntext",
+                                   "HTTP/1.1 404 Not Found\r\nContent-Length: 4\r\n\r\ngone",
+                                   ok + "Transfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n0\r\n\r\n",
+                                   ok + "Content-Encoding: gzip\r\nContent-Length: 12\r\n\r\nnot a gzip!!",
+                                   ok + "Content-Length: 30000\r\n\r\n" + std::string(30000, 'x')};
     for (;;) {
         server_connection client = server.accept();
         for (int i = 0; i < 100; ++i) {
@@ -35,50 +41,30 @@ void serve(test_server& server) {
                 client.answer("");
                 return;
             }
-            switch (i % 5) {
-                case 0:
-                    client.answer("text");
-                    break;
-                case 1:
-                    client.send("HTTP/1.1 404 Not Found\r\nContent-Length: 4\r\n\r\ngone");
-                    break;
-                case 2:
-                    client.send(
-                        "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n0\r\n\r\n");
-                    break;
-                case 3:
-                    client.send(
-                        "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: 12\r\n\r\nnot a "
-                        "gzip!!");
-                    break;
-                default:
-                    client.answer(std::string(30000, 'x'));
-            }
+            client.send(answers[i % 5]);
         }
     }
 }
 
 class many_requests {
 public:
-    explicit many_requests(std::uint16_t port) : m_port(port) { s_self = this; }
+    explicit many_requests(const test_server& server) : m_server(server) { s_self = this; }
 
     // Returns the bytes in use afterwards.
     std::size_t run(int total) {
         m_left = total;
         m_running = 0;
         for (int i = 0; i < k_in_flight; ++i) {
-            start(TESSEL_W("/"));
+            start("/");
         }
         kro::tessel::message_loop::run();
         return mallinfo2().uordblks;
     }
 
-    void start(const wchar* path) {
+    void start(const char* path) {
         --m_left;
         ++m_running;
-        const std::string port = std::to_string(m_port);
-        const CTString url =
-            CTString(TESSEL_W("http://127.0.0.1:")) + wide_string(port.begin(), port.end()) + path;
+        const CTString url(tessel_test::wide(m_server.url(path)));
         const auto flags = k_invoke_accept_gzip | k_invoke_decode_gzip;
         ASSERT_NE(invoke2(url, {}, nullptr, 0, flags, complete, 0, http_method_get), nullptr);
     }
@@ -88,14 +74,14 @@ private:
         set_auto_delete(context, true);
         --s_self->m_running;
         if (s_self->m_left > 0) {
-            s_self->start(TESSEL_W("/"));
+            s_self->start("/");
         } else if (s_self->m_running == 0) {
             kro::tessel::message_loop::quit();
         }
     }
 
     static inline many_requests* s_self = nullptr;
-    const std::uint16_t m_port;
+    const test_server& m_server;
     int m_left = 0;
     int m_running = 0;
 };
@@ -105,11 +91,11 @@ TEST(EngineMemory, StaysFlatOverAHundredThousandRequests) {
     std::thread player([&] { serve(server); });
     http_init();
     os::inet().set_connection_limit(1);  // the server looks after one connection at a time
-    many_requests requests(server.port());
+    many_requests requests(server);
     const std::size_t early = requests.run(10000);
     const std::size_t late = requests.run(90000);
     EXPECT_LT(late, early + 0x10000);
-    requests.start(TESSEL_W("/stop"));
+    requests.start("/stop");
     kro::tessel::message_loop::run();
     player.join();
 }

@@ -12,6 +12,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -54,7 +55,7 @@ public:
         }
         m_windows.deliver_all();
         check(!m_inet.complete_one(), "an operation is pending after the end");
-        check(m_inet.open_handles() == 0, "handles are open after the end");
+        check(m_inet.simulated_handles() == 0, "handles are open after the end");
         for (const std::string& violation : m_inet.violations()) {
             m_faults += violation + "; ";
         }
@@ -92,12 +93,15 @@ private:
         } else if (which < 90) {
             start_one();
         } else {
-            const auto act = [this] { act_on_any(); };
-            if (m_chance.one_in(2)) {
-                act();
-            } else {
-                threads().on_other(act);
-            }
+            on_either_thread([this] { act_on_any(); });
+        }
+    }
+
+    void on_either_thread(const std::function<void()>& act) {
+        if (m_chance.one_in(2)) {
+            act();
+        } else {
+            threads().on_other(act);
         }
     }
 
@@ -113,12 +117,7 @@ private:
 
     void start_one() {
         if (m_requests.size() < k_most_requests) {
-            const auto start = [this] { start_request(); };
-            if (m_chance.one_in(2)) {
-                start();
-            } else {
-                threads().on_other(start);
-            }
+            on_either_thread([this] { start_request(); });
         }
     }
 
@@ -177,35 +176,30 @@ private:
         }
     }
 
-    // A stale pointer may be another request's by now.
-    bool is_someones(const session_context* context) const {
-        for (const auto& [id, one] : m_requests) {
-            if (one.live && one.context == context) {
-                return true;
+    // The live request that this one's context belongs to: a stale pointer may be another's by now.
+    request* owner_of(unsigned long id) {
+        for (auto& [other, one] : m_requests) {
+            if (one.live && one.context == m_requests[id].context) {
+                return &one;
             }
         }
-        return false;
+        return nullptr;
     }
-    unsigned long whose(const session_context* context, unsigned long otherwise) const {
-        for (const auto& [id, one] : m_requests) {
-            if (one.live && one.context == context) {
-                return id;
-            }
-        }
-        return otherwise;
+    bool forget(unsigned long id) {
+        request* const owner = owner_of(id);
+        (owner != nullptr ? *owner : m_requests[id]).live = false;
+        return owner != nullptr;
     }
 
     void remove(unsigned long id) {
         session_context* const context = m_requests[id].context;
-        const bool live = is_someones(context);
-        m_requests[whose(context, id)].live = false;
+        const bool live = forget(id);
         check(http_session::mgr().remove(context) == live, "remove answered wrongly");
     }
 
     void detach(unsigned long id) {
         session_context* const context = m_requests[id].context;
-        const bool live = is_someones(context);
-        m_requests[whose(context, id)].live = false;
+        const bool live = forget(id);
         const bool detached = http_session::mgr().detach(context);
         check(detached == live, "detach answered wrongly");
         if (detached) {
@@ -215,12 +209,12 @@ private:
 
     void start_again(unsigned long id) {
         session_context* const context = m_requests[id].context;
-        if (is_someones(context) && !m_chance.one_in(2)) {
-            request& one = m_requests[whose(context, id)];
-            one.told = 0;
-            one.may_stay_silent = context->resolvent == default_;  // a decision stays through a new start
-            if (reinvoke(context) && one.context == context) {
-                one.may_stay_silent = true;
+        request* const one = owner_of(id);
+        if (one != nullptr && !m_chance.one_in(2)) {
+            one->told = 0;
+            one->may_stay_silent = context->resolvent == default_;  // a decision stays through a new start
+            if (reinvoke(context) && one->context == context) {
+                one->may_stay_silent = true;
             }
         }
     }

@@ -251,6 +251,8 @@ TEST(BufferChain, FlattensAnOwnedChain) {
     chain->next = make_chunk(2);
     std::memcpy(chain->next->data, "de", 2);
     chain->next->next = make_chunk(0);
+    EXPECT_EQ(kro::tessel::http::get_buffer_content_count(chain), 5U);
+    EXPECT_EQ(kro::tessel::http::get_buffer_content_count(nullptr), 0U);
     kro::tessel::http::fail_chunks_for_test(0);
     EXPECT_EQ(kro::tessel::http::flatten_chain(chain), kro::tessel::http::flatten_result::no_memory);
     kro::tessel::http::fail_chunks_for_test(-1);

@@ -2,6 +2,8 @@
 // byte.
 #include "os/inet.h"
 
+#include "support/ascii.h"
+#include "support/list_finder.h"
 #include "support/manual_message_windows.h"
 #include "support/test_server.h"
 #include "support/trace_recorder.h"
@@ -31,34 +33,10 @@ namespace os = kro::tessel::os;
 
 constexpr std::uint32_t k_timeout = os::k_error_inet_timeout;
 
-CTString wide(std::string_view bytes) {
-    return wide_string(bytes.begin(), bytes.end());
-}
-
-std::string text_of_port(const test_server& server) {
-    return std::to_string(server.port());
-}
-
 std::string answer(std::string_view head, std::string_view body) {
     return "HTTP/1.1 " + std::string(head) + "\r\nContent-Length: " + std::to_string(body.size()) +
            "\r\nConnection: close\r\n\r\n" + std::string(body);
 }
-
-// Tells every server the same routes.
-class one_list_finder : public IProxyFinder {
-public:
-    int GetProxyInfo(int, const wchar*, unsigned short, int* notPreconfigured, int* bAsync, wchar* buffer,
-                     unsigned long*) override {
-        *notPreconfigured = 1;
-        *bAsync = 0;
-        buffer[s_routes.copy(buffer, 1023)] = 0;
-        return 0;
-    }
-    void SetAccount(const wchar*, const wchar*) override {}
-    int BookAccount(const wchar*, unsigned short, const wchar*, const wchar*) override { return 0; }
-
-    static inline wide_string s_routes;
-};
 
 // Notes how each route's transfer was set up.
 class noting_client : public CLumHttpClient {
@@ -83,13 +61,11 @@ public:
 class LumHttpClient : public testing::Test {
 public:
     LumHttpClient() {
-        kro::tessel::set_proxy_finder_factory(
-            [](IProxyFinderSink*) -> IProxyFinder* { return new one_list_finder; });
-        one_list_finder::s_routes.clear();
+        list_finder::install([this](const wide_string&) { return m_routes; });
     }
 
 protected:
-    CTString url() const { return wide("http://127.0.0.1:" + text_of_port(m_server) + "/a?b"); }
+    CTString url() const { return wide(m_server.url("/a?b")); }
 
     // Answers the requests to come, one connection each, and keeps them.
     void serve(const std::vector<std::string>& answers) {
@@ -108,6 +84,7 @@ protected:
         return status;
     }
 
+    wide_string m_routes;  // to every server
     const trace_recorder m_trace;
     test_server m_server;
     std::thread m_player;
@@ -116,13 +93,8 @@ protected:
 };
 
 TEST_F(LumHttpClient, TakesTheFirstRouteThatWorksWithItsAccount) {
-    std::string dead;
-    {
-        const test_server closed;
-        dead = text_of_port(closed);
-    }
-    one_list_finder::s_routes =
-        wide("http=127.0.0.1:" + dead + ";http=127.0.0.1:" + text_of_port(m_server) + ";DIRECT");
+    const std::string dead = test_server().address();
+    m_routes = wide("http=" + dead + ";http=" + m_server.address() + ";DIRECT");
     GetProxyUtil().UpdateProxyAccount(
         {proxy_http, TESSEL_W("127.0.0.1"), m_server.port(), TESSEL_W("ann"), TESSEL_W("secret")});
     serve({answer("407 Who\r\nProxy-Authenticate: Basic realm=\"x\"", "no"), answer("200 OK", "yes")});
@@ -143,17 +115,16 @@ TEST_F(LumHttpClient, TakesTheFirstRouteThatWorksWithItsAccount) {
     }
     EXPECT_THAT(
         lines,
-        ElementsAre("---->>>> Enter CLumHttpClient::Invoke()", "url: http://far.test/x",
-                    "---->>>> Enter CLumHttpClient::_InvokeWithProxyUtil()",
-                    "CLumHttpClient use proxy: 127.0.0.1:" + dead + "::",
-                    "---->>>> Enter CLumHttpClient::on_send_data_error()",
-                    "<<<<---- Leave CLumHttpClient::on_send_data_error()",
-                    "---->>>> Enter CLumHttpClient::on_response_error()",
-                    "<<<<---- Leave CLumHttpClient::on_response_error()", "CLumHttpClient invoke FAILED",
-                    "Error: 12029",
-                    "CLumHttpClient use proxy: 127.0.0.1:" + text_of_port(m_server) + ":ann:secret",
-                    "CLumHttpClient invoke OK", "<<<<---- Leave CLumHttpClient::_InvokeWithProxyUtil()",
-                    "<<<<---- Leave CLumHttpClient::Invoke()"));
+        ElementsAre(
+            "---->>>> Enter CLumHttpClient::Invoke()", "url: http://far.test/x",
+            "---->>>> Enter CLumHttpClient::_InvokeWithProxyUtil()",
+            "CLumHttpClient use proxy: " + dead + "::", "---->>>> Enter CLumHttpClient::on_send_data_error()",
+            "<<<<---- Leave CLumHttpClient::on_send_data_error()",
+            "---->>>> Enter CLumHttpClient::on_response_error()",
+            "<<<<---- Leave CLumHttpClient::on_response_error()", "CLumHttpClient invoke FAILED",
+            "Error: 12029", "CLumHttpClient use proxy: " + m_server.address() + ":ann:secret",
+            "CLumHttpClient invoke OK", "<<<<---- Leave CLumHttpClient::_InvokeWithProxyUtil()",
+            "<<<<---- Leave CLumHttpClient::Invoke()"));
 }
 
 TEST_F(LumHttpClient, FailsWithTheLastRoutesErrorAndStopsWhenCancelled) {
@@ -287,20 +258,6 @@ TEST_F(LumHttpClient, LetsTheWatchHaveTheBodyAsItComes) {
     serve({answer("206 Part", "x")});
     EXPECT_EQ(0, request());
     EXPECT_EQ(8U, kro::tessel::get_last_error());
-}
-
-TEST_F(LumHttpClient, CopiesItsSettings) {
-    class : public ILumHttpClientSink {
-    } sink;
-    CLumHttpClient source;
-    source.SetSink(&sink);
-    source.SetSync(0);
-    CLumHttpClient copy = source;
-    EXPECT_EQ(&sink, copy.GetSink());
-    EXPECT_EQ(0, copy.IsSync());
-    copy = CLumHttpClient();
-    EXPECT_EQ(nullptr, copy.GetSink());
-    EXPECT_EQ(1, copy.IsSync());
 }
 
 TEST(LumHttpClientProcedure, HasItsContextRemovedAndTellsTheHelperWindow) {

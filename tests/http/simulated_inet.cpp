@@ -9,13 +9,6 @@ namespace tessel_test {
 
 using namespace kro::tessel::os;
 
-simulated_inet::simulated_inet(dice& chance, two_threads& threads) : m_chance(chance), m_threads(threads) {
-    replace_inet_for_test(this);
-}
-simulated_inet::~simulated_inet() {
-    replace_inet_for_test(nullptr);
-}
-
 // ---- the dice
 
 void simulated_inet::make_response(node& request) {
@@ -77,7 +70,7 @@ std::uint32_t simulated_inet::take_body(node& request, void* destination, std::u
 
 // ---- the service
 
-simulated_inet::status simulated_inet::result(std::uint32_t error) const {
+simulated_inet::status simulated_inet::result(std::uint32_t error) {
     set_last_error(error);
     return {error};
 }
@@ -101,25 +94,12 @@ simulated_inet::node* simulated_inet::find(handle request, const char* call) {
     return &found->second;
 }
 
-void simulated_inet::call_back(handle about, std::uintptr_t context, std::uint32_t number,
-                               const void* information) {
-    if (m_callback != nullptr && context != 0) {
-        m_callback(about, context, number, information, 0);
-    }
-}
-
-simulated_inet::handle simulated_inet::open(std::uint32_t /*access*/, text_view /*proxy*/,
-                                            text_view /*bypass*/, text_view /*agent*/, bool /*async*/) {
+simulated_inet::handle simulated_inet::open(std::uint32_t, text_view, text_view, text_view, bool) {
     result(0);
     return make(nullptr, 0);
 }
 
-inet_callback simulated_inet::set_callback(handle /*session*/, inet_callback callback) {
-    return std::exchange(m_callback, callback);
-}
-
-simulated_inet::handle simulated_inet::connect(handle session, text_view /*host*/, std::uint16_t /*port*/,
-                                               text_view /*user*/, text_view /*password*/,
+simulated_inet::handle simulated_inet::connect(handle session, text_view, std::uint16_t, text_view, text_view,
                                                std::uintptr_t context) {
     if (m_chance.one_in(40)) {
         result(k_error_not_enough_memory);
@@ -131,8 +111,7 @@ simulated_inet::handle simulated_inet::connect(handle session, text_view /*host*
     return made;
 }
 
-simulated_inet::handle simulated_inet::open_request(handle connection, text_view /*verb*/,
-                                                    text_view /*object*/, std::uint32_t /*flags*/,
+simulated_inet::handle simulated_inet::open_request(handle connection, text_view, text_view, std::uint32_t,
                                                     std::uintptr_t context) {
     if (m_nodes.count(connection) == 0 || m_chance.one_in(40)) {
         result(k_error_invalid_handle);
@@ -144,9 +123,8 @@ simulated_inet::handle simulated_inet::open_request(handle connection, text_view
     return made;
 }
 
-simulated_inet::status simulated_inet::send(handle request, text_view /*headers*/, const void* /*data*/,
-                                            std::uint32_t /*data_bytes*/, inet_send_mode /*mode*/,
-                                            std::uintptr_t context) {
+simulated_inet::status simulated_inet::send(handle request, text_view, const void*, std::uint32_t,
+                                            inet_send_mode, std::uintptr_t context) {
     node* const about = find(request, "send");
     if (about == nullptr || m_chance.one_in(30)) {
         return result(k_error_inet_incorrect_handle_state);
@@ -188,15 +166,6 @@ simulated_inet::read_status simulated_inet::read(handle request, void* destinati
     return {result(k_error_io_pending), 0};
 }
 
-simulated_inet::read_status simulated_inet::available(handle /*request*/) {
-    return {result(0), 0};
-}
-
-simulated_inet::status simulated_inet::query_text(handle /*request*/, std::uint32_t /*what*/,
-                                                  std::uint32_t& /*index*/, text& /*value*/) {
-    return result(k_error_http_header_not_found);
-}
-
 simulated_inet::status simulated_inet::query_number(handle request, std::uint32_t what,
                                                     std::uint32_t& number) {
     node* const about = find(request, "query_number");
@@ -211,24 +180,7 @@ simulated_inet::status simulated_inet::query_number(handle request, std::uint32_
     return result(0);
 }
 
-simulated_inet::status simulated_inet::set_timeout(handle, inet_timeout, std::uint32_t) {
-    return result(0);
-}
-simulated_inet::status simulated_inet::get_timeout(handle, inet_timeout, std::uint32_t&) {
-    return result(0);
-}
-simulated_inet::status simulated_inet::set_credentials(handle, inet_credentials, const text*, const text*) {
-    return result(0);
-}
-simulated_inet::status simulated_inet::get_credentials(handle, inet_credentials, text&, text&) {
-    return result(0);
-}
-simulated_inet::status simulated_inet::set_connection_limit(std::uint32_t) {
-    return result(0);
-}
-
-std::uint32_t simulated_inet::dialog(void* /*parent*/, handle /*request*/, std::uint32_t /*error*/,
-                                     std::uint32_t /*flags*/) {
+std::uint32_t simulated_inet::dialog(void*, handle, std::uint32_t, std::uint32_t) {
     constexpr std::uint32_t answers[] = {0, k_error_cancelled_by_user, k_error_inet_force_retry};
     if (meanwhile != nullptr) {
         meanwhile();

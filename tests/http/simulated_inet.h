@@ -1,9 +1,8 @@
 // An HTTP service whose answers, and the order, moment and thread of whose completions, are thrown by dice.
 #pragma once
 
-#include "os/inet.h"
-
 #include "http/two_threads.h"
+#include "support/scripted_inet.h"
 
 #include <cstdint>
 #include <map>
@@ -28,19 +27,10 @@ private:
 };
 
 /// In force while it lives. Keeps its side of the service's contract and notes where the engine breaks its
-/// own.
-class simulated_inet final : public kro::tessel::os::inet_service {
+/// own. What has no dice is as scripted_inet has it.
+class simulated_inet final : public scripted_inet {
 public:
-    using handle = kro::tessel::os::inet_handle;
-    using status = kro::tessel::os::inet_status;
-    using read_status = kro::tessel::os::inet_read_status;
-    using text_view = std::basic_string_view<wchar>;
-    using text = kro::tessel::wide_string;
-
-    simulated_inet(dice& chance, two_threads& threads);
-    ~simulated_inet() override;
-    simulated_inet(const simulated_inet&) = delete;
-    simulated_inet& operator=(const simulated_inet&) = delete;
+    simulated_inet(dice& chance, two_threads& threads) : m_chance(chance), m_threads(threads) {}
 
     /// Completes one of the pending operations, on either thread. False when none is pending.
     bool complete_one();
@@ -48,32 +38,21 @@ public:
     void (*meanwhile)() = nullptr;
     /// The body that a live request's last response has.
     std::string body_of(handle request) const;
-    std::size_t open_handles() const { return m_nodes.size(); }
+    std::size_t simulated_handles() const { return m_nodes.size(); }
     const std::vector<std::string>& violations() const { return m_violations; }
 
     handle open(std::uint32_t access, text_view proxy, text_view bypass, text_view agent,
                 bool async) override;
-    kro::tessel::os::inet_callback set_callback(handle session,
-                                                kro::tessel::os::inet_callback callback) override;
     handle connect(handle session, text_view host, std::uint16_t port, text_view user, text_view password,
                    std::uintptr_t context) override;
     handle open_request(handle connection, text_view verb, text_view object, std::uint32_t flags,
                         std::uintptr_t context) override;
     status send(handle request, text_view headers, const void* data, std::uint32_t data_bytes,
-                kro::tessel::os::inet_send_mode mode, std::uintptr_t context) override;
+                os::inet_send_mode mode, std::uintptr_t context) override;
     status end(handle request, std::uintptr_t context) override;
     read_status read(handle request, void* destination, std::uint32_t capacity,
                      std::uintptr_t context) override;
-    read_status available(handle request) override;
-    status query_text(handle request, std::uint32_t what, std::uint32_t& index, text& value) override;
     status query_number(handle request, std::uint32_t what, std::uint32_t& number) override;
-    status set_timeout(handle of, kro::tessel::os::inet_timeout kind, std::uint32_t milliseconds) override;
-    status get_timeout(handle of, kro::tessel::os::inet_timeout kind, std::uint32_t& milliseconds) override;
-    status set_credentials(handle of, kro::tessel::os::inet_credentials whose, const text* user,
-                           const text* password) override;
-    status get_credentials(handle of, kro::tessel::os::inet_credentials whose, text& user,
-                           text& password) override;
-    status set_connection_limit(std::uint32_t count) override;
     std::uint32_t dialog(void* parent, handle request, std::uint32_t error, std::uint32_t flags) override;
     status close(handle which) override;
 
@@ -94,10 +73,9 @@ private:
         std::size_t taken = 0;
     };
 
-    status result(std::uint32_t error) const;
+    static status result(std::uint32_t error);
     handle make(handle parent, std::uintptr_t context);
     node* find(handle request, const char* call);
-    void call_back(handle about, std::uintptr_t context, std::uint32_t number, const void* information);
     void complete(handle request, operation what);
     void make_response(node& request);
     std::uint32_t take_body(node& request, void* destination, std::uint32_t capacity);
@@ -107,7 +85,6 @@ private:
     std::map<handle, node> m_nodes;
     std::uintptr_t m_next = 0x1000;
     std::vector<std::string> m_violations;
-    kro::tessel::os::inet_callback m_callback = nullptr;
 };
 
 }  // namespace tessel_test

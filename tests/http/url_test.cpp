@@ -36,16 +36,6 @@ void expect_parts(const _url_components& parts, const _url_components& expected)
     EXPECT_EQ(parts.extra, expected.extra);
 }
 
-TEST(CrackUrl, ReplacesEveryOutput) {
-    _url_components parts = filled();
-    EXPECT_TRUE(crack_url(TESSEL_W("HTTPS://u:p@Host:81/a%20?b=1#c"), parts));
-    expect_parts(parts, {TESSEL_W("HTTPS"), 4, TESSEL_W("Host"), 81, TESSEL_W("u"), TESSEL_W("p"),
-                         TESSEL_W("/a%20"), TESSEL_W("?b=1#c")});
-    EXPECT_TRUE(crack_url(TESSEL_W("http://h"), parts));
-    expect_parts(parts,
-                 {TESSEL_W("http"), 3, TESSEL_W("h"), 80, CTString(), CTString(), CTString(), CTString()});
-}
-
 TEST(CrackUrl, LeavesEveryOutputOnFailure) {
     for (const wchar* url :
          {TESSEL_W(""), TESSEL_W("host/a"), TESSEL_W("http:///a"), TESSEL_W("http://h:x/")}) {

@@ -2,6 +2,7 @@
 // early, a listener that is called after it has gone, a failed change that leaves half of it.
 #include "tessel/i18n/locale.h"
 
+#include "support/ascii.h"
 #include "tessel/i18n/inifile_locale.h"
 
 #include <gtest/gtest.h>
@@ -20,14 +21,8 @@ namespace {
 
 using namespace kro::tessel::i18n;
 using kro::tessel::wide_string;
+using tessel_test::plain;
 using calls = std::vector<std::string>;
-
-std::string ascii(const wide_string& text) {
-    std::string narrow;
-    std::transform(text.begin(), text.end(), std::back_inserter(narrow),
-                   [](wchar unit) { return static_cast<char>(unit); });
-    return narrow;
-}
 
 /// Every test begins with the registry as the process's last selection left it: names are the test's own.
 struct LocaleTest : testing::Test {
@@ -42,8 +37,8 @@ struct LocaleTest : testing::Test {
     struct loader final : locale_loader {
         loader(calls& its_log, const char* its_name) : log(its_log), name(its_name) {}
         locale_data* load(const wide_string& wanted) override {
-            log.push_back(name + " loads " + ascii(wanted));
-            return fails ? nullptr : new data(ascii(wanted));
+            log.push_back(name + " loads " + plain(wanted));
+            return fails ? nullptr : new data(plain(wanted));
         }
         void unload(locale_data* old) override {
             log.push_back(name + " unloads " + static_cast<data*>(old)->name);
@@ -56,7 +51,7 @@ struct LocaleTest : testing::Test {
 
     struct listener final : locale_listener {
         void on_locale_changing() override { act("changing"); }
-        void on_locale_changed() override { act("changed to " + ascii(get_current_locale_name())); }
+        void on_locale_changed() override { act("changed to " + plain(get_current_locale_name())); }
         void act(const std::string& what) {
             log->push_back(std::to_string(number) + " " + what);
             if (action) {
@@ -196,7 +191,7 @@ TEST_F(LocaleTest, IniFilesAreReadAtEachCall) {
     for (const char* const text : {"one", "two"}) {
         std::ofstream(path) << "[text]\nHello = \"" << text << " \"\n";
         const std::string expected = std::string(text) + " ";
-        EXPECT_EQ(ascii(get_locale_string(TESSEL_W("hello"))), expected);
+        EXPECT_EQ(plain(get_locale_string(TESSEL_W("hello"))), expected);
     }
     EXPECT_TRUE(select_locale(TESSEL_W("B")));
     EXPECT_EQ(get_locale_string(TESSEL_W("hello")), TESSEL_W("two "));

@@ -48,42 +48,22 @@ std::string icu_bytes(UConverter* converter, const wide_string& text) {
     return bytes;
 }
 
-constexpr struct {
-    std::uint32_t page;
-    const char* icu_name;
-} k_pages[] = {
-    {437, "cp437"},
-    {850, "cp850"},
-    {852, "cp852"},
-    {866, "cp866"},
-    {874, "windows-874-2000"},
-    {932, "windows-31j"},
-    {936, "windows-936-2000"},
-    {949, "windows-949-2000"},
-    {950, "windows-950-2000"},
-    {1250, "windows-1250"},
-    {1251, "windows-1251"},
-    {1252, "windows-1252"},
-    {1253, "windows-1253"},
-    {1254, "windows-1254"},
-    {1255, "windows-1255"},
-    {1256, "windows-1256"},
-    {1257, "windows-1257"},
-    {1258, "windows-1258"},
-    {20866, "koi8-r"},
-    {21866, "koi8-u"},
-    {28591, "iso-8859-1"},
-    {28592, "iso-8859-2"},
-    {28593, "iso-8859-3"},
-    {28594, "iso-8859-4"},
-    {28595, "iso-8859-5"},
-    {28596, "iso-8859-6"},
-    {28597, "iso-8859-7"},
-    {28598, "iso-8859-8"},
-    {28599, "iso-8859-9"},
-    {28603, "iso-8859-13"},
-    {28605, "iso-8859-15"},
-};
+constexpr std::uint32_t k_pages[] = {437,   850,   852,   866,   874,   932,   936,   949,
+                                     950,   1250,  1251,  1252,  1253,  1254,  1255,  1256,
+                                     1257,  1258,  20866, 21866, 28591, 28592, 28593, 28594,
+                                     28595, 28596, 28597, 28598, 28599, 28603, 28605};
+
+std::string icu_name(std::uint32_t page) {
+    if (page == 932) {
+        return "windows-31j";
+    }
+    if (page > 20000) {
+        return page < 28000 ? (page == 20866 ? "koi8-r" : "koi8-u")
+                            : "iso-8859-" + std::to_string(page - 28590);
+    }
+    return (page < 870 ? "cp" : "windows-") + std::to_string(page) +
+           (page > 870 && page < 1250 ? "-2000" : "");
+}
 
 // Every character of the page that ICU has too, as bytes and text, in an order that mixes short and long
 // runs.
@@ -127,9 +107,9 @@ void expect_agreement(std::uint32_t page, UConverter* converter) {
 }
 
 TEST(CodePage, AgreesWithIcuOnEveryCharacter) {
-    for (const auto& row : k_pages) {
-        SCOPED_TRACE(row.page);
-        expect_agreement(row.page, open_converter(row.icu_name).get());
+    for (const std::uint32_t page : k_pages) {
+        SCOPED_TRACE(page);
+        expect_agreement(page, open_converter(icu_name(page).c_str()).get());
     }
 }
 
@@ -181,7 +161,7 @@ TEST(CodePage, CanBeUsedByManyThreadsFromTheFirstCallOn) {
     for (std::size_t start = 0; start < 4; ++start) {
         threads.emplace_back([start] {
             for (std::size_t i = 0; i < std::size(k_pages); ++i) {
-                const std::uint32_t page = k_pages[(i + start * 7) % std::size(k_pages)].page;
+                const std::uint32_t page = k_pages[(i + start * 7) % std::size(k_pages)];
                 wchar out[4];
                 EXPECT_EQ(code_pages().to_wide(page, 0, "abc", 3, out, 4), 3);
             }
@@ -194,15 +174,11 @@ TEST(CodePage, CanBeUsedByManyThreadsFromTheFirstCallOn) {
 
 TEST(CodePage, FollowsTheLocale) {
     using kro::tessel::os::code_page_of_locale;
-    const struct {
-        const char* locale;
-        std::uint32_t page;
-    } rows[] = {
-        {"C", 65001},
-        {"POSIX", 65001},
-        {"", 65001},
-        {"en_US.UTF-8", 65001},
-        {"de_DE.utf8@euro", 65001},
+    for (const char* const locale :
+         {"C", "", "en_US.UTF-8", "de_DE.utf8@euro", "xx_XX", "ja_JP.eucJP", "en_US."}) {
+        EXPECT_EQ(code_page_of_locale(locale), 65001U) << locale;
+    }
+    const std::pair<const char*, std::uint32_t> rows[] = {
         {"de_DE.ISO-8859-15@euro", 28605},
         {"de_DE.iso88591", 28591},
         {"ja_JP.SJIS", 932},
@@ -212,12 +188,9 @@ TEST(CodePage, FollowsTheLocale) {
         {"ru_RU.KOI8-R", 20866},
         {"ru_RU.CP1251", 1251},
         {"th_TH.TIS-620", 874},
-        {"xx_XX", 65001},
-        {"ja_JP.eucJP", 65001},
-        {"en_US.", 65001},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(code_page_of_locale(row.locale), row.page) << row.locale;
+    for (const auto& [locale, page] : rows) {
+        EXPECT_EQ(code_page_of_locale(locale), page) << locale;
     }
     const struct {
         const char *all, *ctype, *lang;

@@ -145,9 +145,16 @@ public:
                             std::uint32_t flags = os::k_request_keep_connection) {
         return net.open_request(connection, verb, object, flags, log.context());
     }
+    /// Sends without headers.
+    os::inet_status begin(os::inet_handle handle, std::string_view body = {}) {
+        return send(handle, body, os::inet_send_mode::begin);
+    }
+    os::inet_status whole(os::inet_handle handle, std::string_view body = {}) {
+        return send(handle, body, os::inet_send_mode::whole);
+    }
     os::inet_handle sent(const wchar* verb = TESSEL_W("GET"), const wchar* object = TESSEL_W("/")) {
         const os::inet_handle handle = request(verb, object);
-        EXPECT_TRUE(net.send(handle, {}, nullptr, 0, os::inet_send_mode::begin, log.context()).pending());
+        EXPECT_TRUE(begin(handle).pending());
         EXPECT_EQ(1U, log.wait().result);
         return handle;
     }
@@ -158,10 +165,7 @@ public:
     }
     /// Sends on a synchronous handle; the error.
     std::uint32_t exchange(os::inet_handle handle, std::string_view bytes = {}) {
-        return net
-            .send(handle, {}, bytes.data(), static_cast<std::uint32_t>(bytes.size()),
-                  os::inet_send_mode::whole, log.context())
-            .error;
+        return whole(handle, bytes).error;
     }
     std::uint32_t status(os::inet_handle handle) {
         std::uint32_t number = 12345;
@@ -206,7 +210,19 @@ public:
     os::inet_handle connection;
 
 private:
+    os::inet_status send(os::inet_handle handle, std::string_view body, os::inet_send_mode mode) {
+        return net.send(handle, {}, body.data(), static_cast<std::uint32_t>(body.size()), mode,
+                        log.context());
+    }
+
     kro::tessel::wide_string m_port_text;
+};
+
+/// A client of the system's service and its server.
+class inet_test : public testing::Test {
+protected:
+    test_server m_server;
+    inet_client m_client{os::inet(), m_server.port()};
 };
 
 }  // namespace tessel_test

@@ -9,15 +9,12 @@ namespace tessel_test {
 namespace {
 
 using os::data_verdict;
-using os::transfer_stage;
 using testing::ElementsAre;
 
 class InetScripted : public testing::Test {
 protected:
     os::inet_handle begun(os::inet_handle request) {
-        EXPECT_TRUE(
-            m_service->send(request, {}, nullptr, 0, os::inet_send_mode::begin, m_client.log.context())
-                .pending());
+        EXPECT_TRUE(m_client.begin(request).pending());
         return request;
     }
     /// Sent, and its end waits for the response.
@@ -73,16 +70,6 @@ TEST_F(InetScripted, ComposesRequestsByTheirFlags) {
         EXPECT_EQ(row.lines, lines());
         m_service->close(request);
     }
-}
-
-TEST_F(InetScripted, AppliesCertificateFlagsToSecureRequestsOnly) {
-    const std::uint32_t both = os::k_request_ignore_cert_date_invalid | os::k_request_ignore_cert_cn_invalid;
-    begun(m_client.request(TESSEL_W("GET"), TESSEL_W("/"), both));
-    EXPECT_FALSE(m_network.last().request.ignore_cert_dates || m_network.last().request.ignore_cert_name);
-    begun(m_client.request(TESSEL_W("GET"), TESSEL_W("/"),
-                           os::k_request_secure | os::k_request_ignore_cert_cn_invalid));
-    EXPECT_FALSE(m_network.last().request.ignore_cert_dates);
-    EXPECT_TRUE(m_network.last().request.ignore_cert_name);
 }
 
 TEST_F(InetScripted, ConvertsHostNamesForLookUp) {
@@ -191,14 +178,6 @@ TEST_F(InetScripted, IgnoresEventsOfAnExchangeThatASecondSendReplaced) {
     m_network.last().headers("HTTP/1.1 200 New\r\n");
     EXPECT_EQ(0U, m_client.log.wait().error);
     EXPECT_EQ(TESSEL_W("New"), m_client.text(request, os::k_query_status_text));
-}
-
-TEST_F(InetScripted, TellsARefusedCertificateAsAConnectionThatWasClosed) {
-    begun(m_client.request());
-    m_network.last().stage(transfer_stage::connecting);
-    m_network.last().end(12037);
-    EXPECT_EQ(12037U, m_client.log.wait().error);
-    EXPECT_THAT(m_client.log.codes(), ElementsAre(60, 20, 21, 50, 51, 100));
 }
 
 TEST_F(InetScripted, EndsAtOnceOnTheCallersThreadWhenTheResponseIsThere) {

@@ -53,8 +53,7 @@ TEST_P(InetSyncContract, FollowsARedirectAndSendsAgain) {
     test_server server;
     inet_client client(net(), server.port(), k_host, false);
     std::thread player([&] {
-        auto peer = server.accept();
-        peer.read_request();
+        auto peer = server.accept_request();
         peer.send("HTTP/1.1 302 Found\r\nLocation: /next\r\nContent-Length: 5\r\n\r\nmoved");
         EXPECT_EQ(0U, peer.read_request().find("GET /next "));
         peer.answer("first");
@@ -76,8 +75,7 @@ TEST_P(InetSyncContract, TimesOutAWaitAndNotTheWhole) {
     net().set_timeout(client.connection, os::inet_timeout::receive, 300);
     std::promise<void> over;
     std::thread player([&] {
-        auto peer = server.accept();
-        peer.read_request();
+        auto peer = server.accept_request();
         peer.send("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n0123");
         over.get_future().wait();
     });
@@ -102,11 +100,9 @@ TEST_P(InetSyncContract, CloseEndsACallThatWaitsAndNoOther) {
     inet_client other(net(), server.port(), k_host, false);
     const auto request = waiting.request();
     auto blocked = std::async(std::launch::async, [&] { return waiting.exchange(request); });
-    auto silent = server.accept();
-    silent.read_request();
+    auto silent = server.accept_request();
     auto quick = std::async(std::launch::async, [&] { return other.exchange(other.request()); });
-    auto peer = server.accept();
-    peer.read_request();
+    auto peer = server.accept_request();
     peer.answer("x");
     EXPECT_EQ(0U, quick.get()) << "goes on beside the other";
     EXPECT_EQ(12026U, waiting.exchange(request)) << "one call at a time";

@@ -6,6 +6,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <netdb.h>
+#include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -78,11 +79,10 @@ TEST(InetThreads, ALookUpThatHangsHoldsNothingUp) {
     inet_client slow(os::inet(), server.port(), TESSEL_W("slow.test"));
     inet_client quick(os::inet(), server.port());
     const auto hanging = slow.request();
-    slow.net.send(hanging, {}, nullptr, 0, os::inet_send_mode::begin, slow.log.context());
+    slow.begin(hanging);
     gate().wait_for_entries(1);
     const auto other = quick.sent();  // goes on beside it
-    auto peer = server.accept();
-    peer.read_request();
+    auto peer = server.accept_request();
     peer.answer("quick");
     EXPECT_EQ(0U, quick.end(other));
     EXPECT_TRUE(slow.net.close(hanging).ok());  // and closing doesn't wait for it
@@ -90,11 +90,10 @@ TEST(InetThreads, ALookUpThatHangsHoldsNothingUp) {
     EXPECT_THAT(slow.log.codes(), testing::ElementsAre(60, 10, 100, 70));
     inet_client impatient(os::inet(), 1, TESSEL_W("slower.test"));
     impatient.net.set_timeout(impatient.connection, os::inet_timeout::connect, 100);
-    impatient.net.send(impatient.request(), {}, nullptr, 0, os::inet_send_mode::begin,
-                       impatient.log.context());
+    impatient.begin(impatient.request());
     EXPECT_EQ(12002U, impatient.log.wait().error) << "its time-out covers the look-up";
     const auto again = slow.request();
-    slow.net.send(again, {}, nullptr, 0, os::inet_send_mode::begin, slow.log.context());
+    slow.begin(again);
     gate().open();
     EXPECT_EQ(1U, slow.log.wait().result);
     peer = server.accept();
@@ -117,11 +116,56 @@ TEST(InetThreads, ASynchronousCallIsClosedInsideItsLookUp) {
     EXPECT_EQ(12002U, slow.exchange(slow.request())) << "the time-out covers the look-up";
     inet_client quick(os::inet(), server.port(), TESSEL_W("127.0.0.1"), k_synchronous);
     auto beside = std::async(std::launch::async, [&] { return quick.exchange(quick.request()); });
-    auto peer = server.accept();
-    peer.read_request();
+    auto peer = server.accept_request();
     peer.answer("");
     EXPECT_EQ(0U, beside.get());
     gate().open();
+}
+
+/// A port whose queue is full: what wants to connect hears nothing.
+class silent_port {
+public:
+    silent_port() {
+        socklen_t size = sizeof m_address;
+        m_address.sin_family = AF_INET;
+        m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(0, ::bind(m_sockets[0], reinterpret_cast<sockaddr*>(&m_address), size));
+        EXPECT_EQ(0, ::listen(m_sockets[0], 0));
+        ::getsockname(m_sockets[0], reinterpret_cast<sockaddr*>(&m_address), &size);
+        for (const int filling : {m_sockets[1], m_sockets[2], m_sockets[3]}) {
+            static_cast<void>(::connect(filling, reinterpret_cast<sockaddr*>(&m_address), size));
+        }
+    }
+    silent_port(const silent_port&) = delete;
+    silent_port& operator=(const silent_port&) = delete;
+    ~silent_port() { std::for_each(std::begin(m_sockets), std::end(m_sockets), ::close); }
+
+    std::uint16_t number() const { return ntohs(m_address.sin_port); }
+
+private:
+    static int new_socket() { return ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0); }
+
+    const int m_sockets[4] = {new_socket(), new_socket(), new_socket(), new_socket()};
+    sockaddr_in m_address{};
+};
+
+// The limit is above a second: the system has asked a second time by then.
+TEST(InetThreads, SilenceTimesTheConnectOutInItsTimeAndNotBefore) {
+    using std::chrono::milliseconds;
+    const silent_port port;
+    for (const bool is_asynchronous : {true, false}) {
+        inet_client client(os::inet(), port.number(), TESSEL_W("127.0.0.1"), is_asynchronous);
+        client.net.set_timeout(client.connection, os::inet_timeout::connect, 1500);
+        client.net.set_timeout(client.connection, os::inet_timeout::receive, 10);
+        const auto begun = std::chrono::steady_clock::now();
+        const os::inet_status sent = client.begin(client.request());
+        EXPECT_EQ(12002U, sent.pending() ? client.log.wait().error : sent.error);
+        const auto took = std::chrono::steady_clock::now() - begun;
+        EXPECT_GE(took, milliseconds(1499));
+        EXPECT_LT(took, milliseconds(6500));
+        EXPECT_THAT(client.log.codes(), testing::Contains(os::k_notice_connecting));
+        EXPECT_THAT(client.log.codes(), testing::Not(testing::Contains(os::k_notice_connected)));
+    }
 }
 
 double service_seconds() {
@@ -161,6 +205,17 @@ TEST(InetThreads, StalledAndPausedTransfersUseNoProcessorTime) {
     client.log.completes_within(std::chrono::milliseconds(500));
     EXPECT_LT(service_seconds() - before, 0.05);
     client.net.set_connection_limit(6);
+}
+
+TEST(InetThreads, ACallThatWaitsUsesNoProcessorTime) {
+    test_server server;
+    inet_client client(os::inet(), server.port(), TESSEL_W("127.0.0.1"), k_synchronous);
+    client.net.set_timeout(client.connection, os::inet_timeout::receive, 600);
+    auto blocked = std::async(std::launch::async, [&] { return client.exchange(client.request()); });
+    auto silent = server.accept_request();
+    const double before = service_seconds();
+    EXPECT_EQ(12002U, blocked.get());
+    EXPECT_LT(service_seconds() - before, 0.05);
 }
 
 /// Answers every request until it is destroyed; clients may hang up at any moment.
@@ -316,16 +371,14 @@ TEST(InetThreads, AForkedProcessRefusesRequestsAndEnds) {
     const auto under_way = client.sent();
     const pid_t child = ::fork();
     if (child == 0) {
-        const auto refused = client.net.send(client.request(), {}, nullptr, 0, os::inet_send_mode::begin,
-                                             client.log.context());
+        const auto refused = client.begin(client.request());
         inet_client own(os::inet(), server.port(), TESSEL_W("127.0.0.1"), k_synchronous);
         std::exit(refused.error == 12047 && own.exchange(own.request()) == 12047 ? 0 : 1);
     }
     int status = -1;
     ASSERT_EQ(child, ::waitpid(child, &status, 0));
     EXPECT_EQ(0, status);
-    auto peer = server.accept();
-    peer.read_request();
+    auto peer = server.accept_request();
     peer.answer("unharmed");
     EXPECT_EQ(0U, client.end(under_way));
 }
@@ -371,8 +424,7 @@ TEST(InetThreads, RequestsWaitForDescriptors) {
         }
     };
     const auto request = client.sent();
-    auto peer = server.accept();
-    peer.read_request();
+    auto peer = server.accept_request();
     peer.answer("late");
     EXPECT_EQ(0U, client.end(request));
 }
@@ -407,9 +459,7 @@ TEST(InetThreads, AServiceThatWasStoppedRefusesRequests) {
     client.sent();
     loop.stop();
     const auto request = client.request();
-    EXPECT_EQ(
-        12047U,
-        client.net.send(request, {}, nullptr, 0, os::inet_send_mode::begin, client.log.context()).error);
+    EXPECT_EQ(12047U, client.begin(request).error);
 }
 
 }  // namespace

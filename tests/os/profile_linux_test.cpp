@@ -71,15 +71,6 @@ TEST(Profile, ReadsLinesOfAnyLength) {
     }
 }
 
-// The same as for whole lines wherever the window happens to end.
-TEST(Profile, DoesNotDependOnWhereTheWindowEnds) {
-    for (std::size_t filler = 65500; filler < 65545; ++filler) {
-        const std::string comment = ";" + std::string(filler, 'x') + "\r\n";
-        const ini_file file(comment + "[text]\r\nkey = 'value' \r\nother=x");
-        EXPECT_EQ(read_value(file.name(), TESSEL_W("key")), TESSEL_W("value")) << filler;
-    }
-}
-
 TEST(Profile, ReadsAHugeFileInBoundedMemory) {
     const ini_file file("[text]\n");
     std::filesystem::resize_file(file.path(), std::uintmax_t{1} << 30U);  // a hole: one line of zeros

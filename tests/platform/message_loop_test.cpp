@@ -1,7 +1,4 @@
 // The loop for hosts that have none: timers drive it, and nested loops end one by one.
-#include "os/thread.h"
-
-#include "support/manual_message_windows.h"
 #include "tessel/platform/host.h"
 #include "tessel/platform/timer.h"
 
@@ -52,28 +49,6 @@ TEST(MessageLoop, NestedRunsEndOneByOneAndLimitedOnesDoNotTakeTheirQuit) {
     ends.push_back(3);
     EXPECT_EQ(ends, (std::vector<int>{1, 2, 3}));
     EXPECT_EQ(ticks, 6);
-}
-
-TEST(MessageLoop, PumpReturnsAtOnceWhateverRuns) {
-    bool ticked = false;
-    const running_timer timer(1, 10, [&] { ticked = true; });
-    message_loop::pump();
-    kro::tessel::os::make_manual_reset_event()->wait(20);
-    EXPECT_TRUE(message_loop::pump());
-    EXPECT_TRUE(ticked);
-    EXPECT_FALSE(message_loop::run_until([] { return false; }, 0));
-}
-
-TEST(MessageLoop, TurnsTheServiceInForce) {
-    tessel_test::manual_message_windows windows;
-    int ticks = 0;
-    const running_timer timer(1, 50, [&] { ++ticks; });
-    EXPECT_FALSE(message_loop::run_until([&] { return ticks == 3; }, 149));
-    EXPECT_EQ(windows.now(), 149U);
-    EXPECT_TRUE(message_loop::run_until([&] { return ticks == 3; }, 1));
-    message_loop::quit();
-    message_loop::run();
-    EXPECT_EQ(ticks, 3);
 }
 
 }  // namespace

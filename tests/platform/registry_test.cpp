@@ -47,26 +47,13 @@ TEST(RegKey, TheLastCopyClosesTheHandleOnce) {
         EXPECT_NE(itself.key, nullptr);
     }
     EXPECT_TRUE(is_open(root.key()));
-    { const reg_key of_root(HKEY_CURRENT_USER); }
-    EXPECT_TRUE(is_open(HKEY_CURRENT_USER));
-}
-
-TEST(RegKey, IsEmptyWhereThereIsNoKey) {
-    const temp_registry_key root;
     reg_key missing(root.key(), TESSEL_W("none"), false);
     EXPECT_EQ(missing.key, nullptr);
     EXPECT_EQ(missing.count, nullptr);
-    wide_string text;
-    unsigned long number = 0;
     EXPECT_EQ(missing.read_value(TESSEL_W("v"), nullptr, nullptr, nullptr), 6);
-    EXPECT_EQ(missing.write_value(TESSEL_W("v"), REG_SZ, nullptr, 0), 6);
-    EXPECT_EQ(missing.enum_value(0, text, nullptr, nullptr, nullptr), 6);
-    EXPECT_FALSE(missing.read_value(TESSEL_W("v"), text));
-    EXPECT_FALSE(missing.read_value(TESSEL_W("v"), number));
-    EXPECT_FALSE(missing.write_value(TESSEL_W("v"), text));
-    EXPECT_FALSE(missing.delete_value(TESSEL_W("v")));
-    EXPECT_FALSE(missing.enum_subkey(0, text));
     EXPECT_EQ(missing.open_subkey(TESSEL_W("v"), true), nullptr);
+    { const reg_key of_root(HKEY_CURRENT_USER); }
+    EXPECT_TRUE(is_open(HKEY_CURRENT_USER));
 }
 
 TEST(RegKey, ReadsTextFromTextAndBytes) {
@@ -78,14 +65,12 @@ TEST(RegKey, ReadsTextFromTextAndBytes) {
         std::vector<unsigned char> data;
         std::optional<wide_string> text;
     } rows[] = {
-        {"text", REG_SZ, {'a', 0, 'b', 0, 0, 0}, TESSEL_W("ab")},
         {"text with a zero inside", REG_SZ, {'a', 0, 0, 0, 'b', 0, 0, 0}, TESSEL_W("a")},
         {"text without its zero", REG_SZ, {'a', 0, 'b', 0}, TESSEL_W("ab")},
         {"text of no bytes", REG_SZ, {}, TESSEL_W("")},
         {"six bytes", REG_BINARY, {'a', 0, 0, 0, 'c', 0}, wide_string(TESSEL_W("a\0c"), 3)},
         {"an odd byte at the end", REG_BINARY, {'a', 0, 'b'}, TESSEL_W("a")},
         {"text with variables", REG_EXPAND_SZ, {'a', 0, 0, 0}, std::nullopt},
-        {"several texts", REG_MULTI_SZ, {'a', 0, 0, 0, 0, 0}, std::nullopt},
         {"a number", REG_DWORD, {1, 0, 0, 0}, std::nullopt},
     };
     for (const auto& row : rows) {

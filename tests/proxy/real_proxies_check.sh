@@ -3,26 +3,16 @@
 # once, again when it was wrong, and not at all where one is kept, in a new process too. SERVICES is the folder of the
 # SOAP services.
 set -euo pipefail
-tools=$(dirname "$0")/../../tools/dev
-# shellcheck source=tools/dev/nginx.sh
-. "$tools/nginx.sh"
+# shellcheck source=tests/command/expect.sh
+. "$(dirname "$0")/../command/expect.sh"
 # shellcheck source=tools/dev/proxies.sh
-. "$tools/proxies.sh"
-tessel=$(realpath "$1")
+. "$(dirname "$0")/../../tools/dev/proxies.sh"
 services=$(realpath "$2")
 for program in squid nginx; do
     command -v "$program" > /dev/null || { echo "$program isn't installed" && exit 77; }
 done
-work=$(mktemp -d)
 php=
 trap 'stop_proxy "$work"; stop_nginx "$work"; [ -z "$php" ] || kill "$php"; rm -rf "$work"' EXIT
-wrong=0
-
-complain() {
-    echo "WRONG: $*"
-    head -c 500 "$work/out" "$work/err" "$work/asked"
-    wrong=1
-}
 # expect CODE ARGUMENT...: runs the command, which starts with an empty list of questions; $work/asked holds them.
 expect() {
     local wanted=$1 code=0
@@ -49,8 +39,6 @@ echo two > "$work/www/2"
 start_nginx "$work" 'server { listen 127.0.0.1:@PORT@; root @FOLDER@/www; }
 server { listen 127.0.0.1:@PORT2@ ssl; ssl_certificate @FOLDER@/ca.pem; ssl_certificate_key @FOLDER@/key.pem;
     root @FOLDER@/www; }'
-unset no_proxy NO_PROXY all_proxy ALL_PROXY
-export GSETTINGS_BACKEND=memory TESSEL_REGISTRY=$work/registry.db
 export SSL_CERT_FILE=$work/ca.pem TESSEL_ASKPASS=$work/askpass
 
 # check_proxy HOST PASSWORD [WRONG...]: what the proxy that runs does for requests to HOST with ann's account, of which

@@ -3,10 +3,9 @@
 // initialisation.
 #include "tessel/soap/soap_client.h"
 
+#include "support/list_finder.h"
 #include "support/scripted_soap_toolkit.h"
 #include "support/trace_recorder.h"
-#include "tessel/platform/host.h"
-#include "tessel/proxy/proxy_finder.h"
 
 #include <gmock/gmock.h>
 #if __has_include(<comutil.h>)
@@ -31,7 +30,7 @@ namespace {
 std::vector<std::string> traced() {
     std::vector<std::string> lines;
     for (const auto& [level, text] : trace_recorder::lines()) {
-        const std::string line = scripted_soap_toolkit::plain(text);
+        const std::string line = tessel_test::plain(text);
         if (line.find("oap") != std::string::npos || line.find("TryConnect") != std::string::npos) {
             lines.push_back(line);
         }
@@ -39,28 +38,15 @@ std::vector<std::string> traced() {
     return lines;
 }
 
-// Answers for every host that begins with "two" by two proxies, with nothing else.
-class two_routes final : public IProxyFinder {
-public:
-    int GetProxyInfo(int, const wchar* host, unsigned short, int* notPreconfigured, int* bAsync,
-                     wchar* buffer, unsigned long*) override {
-        *notPreconfigured = 1;
-        *bAsync = 0;
-        const wide_string list(wide_string(host).rfind(TESSEL_W("two"), 0) == 0
-                                   ? TESSEL_W("http=first:1;http=second:2;DIRECT")
-                                   : TESSEL_W(""));
-        std::copy_n(list.c_str(), list.size() + 1, buffer);
-        return 0;
-    }
-    void SetAccount(const wchar*, const wchar*) override {}
-    int BookAccount(const wchar*, unsigned short, const wchar*, const wchar*) override { return 0; }
-};
-
 class SoapClient : public testing::Test {
 protected:
+    // Two proxies for every host that begins with "two", none for the others.
     static void SetUpTestSuite() {
-        kro::tessel::set_proxy_finder_factory(
-            [](IProxyFinderSink*) -> IProxyFinder* { return new two_routes; });
+        tessel_test::list_finder::install([](const wide_string& host) {
+            return wide_string(host.rfind(TESSEL_W("two"), 0) == 0
+                                   ? TESSEL_W("http=first:1;http=second:2;DIRECT")
+                                   : TESSEL_W(""));
+        });
     }
 
     int configure(const CTString& host, const CTString& name = TESSEL_W("My Name")) {
@@ -155,7 +141,7 @@ TEST_F(SoapClient, ACallThatFailsAnywhereKeepsTheResponse) {
 TEST_F(SoapClient, GetsTheConfigurationInThisOrder) {
     m_toolkit.pairs = {{"a", "1"}, {"a", "2"}};
     ASSERT_EQ(configure(TESSEL_W("direct.test")), 1);
-    const std::string ns = "<" + scripted_soap_toolkit::plain(kro::tessel::k_soap_service_namespace) + "|";
+    const std::string ns = "<" + tessel_test::plain(kro::tessel::k_soap_service_namespace) + "|";
     EXPECT_THAT(m_toolkit.log,
                 ElementsAre("connector", "serializer", "reader", "EndPointURL=http://direct.test/s",
                             "SoapAction=act", "UseProxy=false", "Timeout=60000", "Connect", "BeginMessage",

@@ -2,6 +2,7 @@
 // a server that can hold a caller for longer than the time-out, an account that doesn't reach the proxy.
 #include "os/soap_toolkit.h"
 
+#include "support/ascii.h"
 #include "support/test_server.h"
 #include "support/trace_recorder.h"
 #include "tessel/proxy/proxy_util.h"
@@ -17,27 +18,17 @@
 
 using kro::tessel::CTString;
 using kro::tessel::wide_string;
+using tessel_test::plain;
 using tessel_test::server_connection;
 using tessel_test::test_server;
 using tessel_test::trace_recorder;
+using tessel_test::wide;
 namespace os = kro::tessel::os;
 
 namespace {
 
 constexpr const char* k_envelope =
     R"(<e:Envelope xmlns:e="http://schemas.xmlsoap.org/soap/envelope/"><e:Body><r><x><i><n>a</n><v>1</v></i></x></r></e:Body></e:Envelope>)";
-
-CTString wide(std::string_view bytes) {
-    return wide_string(bytes.begin(), bytes.end());
-}
-
-std::string plain(const wchar* text) {
-    std::string bytes;
-    for (; text != nullptr && *text != 0; ++text) {
-        bytes += static_cast<char>(*text);
-    }
-    return bytes;
-}
 
 std::string response(std::string_view head, std::string_view body) {
     return "HTTP/1.1 " + std::string(head) +
@@ -59,7 +50,7 @@ public:
     ~SoapWire() override { os::shorten_soap_timeout_for_test(0); }
 
 protected:
-    std::string url() const { return "http://127.0.0.1:" + std::to_string(m_server.port()) + "/service?a=b"; }
+    std::string url() const { return m_server.url("/service?a=b"); }
 
     // A call that the server meets so; the error as the trace tells it, empty for a success.
     std::string call(const std::function<void(server_connection&)>& serve) {
@@ -99,7 +90,7 @@ TEST_F(SoapWire, PostsTheMessage) {
                       response("200 OK\r\nContent-Type: text/xml", "<?xml version='1.0'?>\n<a> <b/></a>"));
               }),
               "");
-    EXPECT_EQ(plain(m_client.GetResponse()), "<?xml version=\"1.0\"?>\r\n<a><b/></a>\r\n");
+    EXPECT_EQ(plain(wide_string(m_client.GetResponse())), "<?xml version=\"1.0\"?>\r\n<a><b/></a>\r\n");
     EXPECT_EQ(request.rfind("POST /service?a=b HTTP/1.1\r\n", 0), 0U) << request;
     for (const char* const part :
          {"\r\nContent-Type: text/xml; charset=\"utf-8\"\r\n", "\r\nSOAPAction: \"urn:x#m%C3%BC\"\r\n",
@@ -120,16 +111,11 @@ TEST_F(SoapWire, TellsEachOutcomeOfHttp) {
         {"202", response("202 Accepted", k_envelope), ""},
         {"a fault", response("500 Oops\r\nContent-Type: application/soap+xml", k_envelope), ""},
         {"500 without XML", response("500 Oops\r\nContent-Type: text/html", k_envelope), "801901f4"},
-        {"503", response("503 Busy\r\nContent-Type: text/xml", k_envelope), "801901f7"},
         {"a redirect", response("307 There\r\nLocation: /other", ""), "80190133"},
-        {"401", response("401 Who\r\nWWW-Authenticate: Basic realm=\"x\"", ""), "80190191"},
         {"407", response("407 Who\r\nProxy-Authenticate: Basic realm=\"x\"", ""), "800a13ba"},
         {"gzip", response("200 OK\r\nContent-Encoding: gzip", k_envelope), "8007000d"},
         {"the transport's character set",
          response("200 OK\r\nContent-Type: text/xml; charset=\"iso-8859-1\"", "<a>\xE9</a>"), ""},
-        {"no XML", response("200 OK\r\nContent-Type: text/xml", "<html><br></html>"), "80004005"},
-        {"nothing", response("204 Nothing", ""), "80004005"},
-        {"no HTTP", "<a>", "80004005"},
         {"a body that is cut", "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n<a></a", "80004005"},
         {"too large", response("200 OK", large), "800700df"},
     };

@@ -8,7 +8,6 @@
 #include <deque>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -16,10 +15,10 @@ namespace tessel_test {
 
 /// A message_window_service for tests. While it lives it is the one in force, and every window belongs to
 /// one queue: what was posted first is delivered first, across windows, and due timers come after all of
-/// it. Nothing is delivered but by `deliver_one`, `deliver_all`, `deliver`, `advance` and the loop functions.
+/// it. Nothing is delivered but by `deliver_one`, `deliver_all`, `advance` and the loop functions.
 ///
-/// Any thread may post, set and kill; procedures run on the thread that turns the loop. A window belongs
-/// to the thread that made it only as far as `destroy` looks.
+/// One thread at a time may use it. A window belongs to the thread that made it only as far as `destroy`
+/// looks.
 class manual_message_windows final : public kro::tessel::os::message_window_service {
 public:
     using window = kro::tessel::os::window;
@@ -48,27 +47,20 @@ public:
     /// Delivers until nothing waits, what is posted meanwhile included. Returns how many there were; throws
     /// std::runtime_error when there is no end to it (100,000 deliveries).
     std::size_t deliver_all();
-    /// Delivers the waiting message at `index` of `waiting()` before its turn. False when there is none.
-    bool deliver(std::size_t index);
     /// Moves the clock and delivers everything that waits at each moment at which a timer becomes due, and at
     /// the end. Returns how many messages and ticks were delivered.
     std::size_t advance(std::uint32_t milliseconds);
     /// Moves the clock only: timers become due, once each, and wait.
-    void skip(std::uint32_t milliseconds);
+    void skip(std::uint32_t milliseconds) { m_now += milliseconds; }
 
     // Looking and meddling.
 
-    std::vector<message> waiting() const;             ///< posted and not delivered, oldest first
-    std::vector<window_description> windows() const;  ///< in the order of their creation
-    std::uint64_t now() const;                        ///< milliseconds since the construction
-    /// The next `count` posts fail with `error`.
-    void refuse_posts(std::size_t count = SIZE_MAX,
-                      std::uint32_t error = kro::tessel::os::k_error_queue_full);
-    /// The next `count` windows aren't made, with `error`; the same for timers.
-    void refuse_windows(std::size_t count = SIZE_MAX,
-                        std::uint32_t error = kro::tessel::os::k_error_too_many_objects);
-    void refuse_timers(std::size_t count = SIZE_MAX,
-                       std::uint32_t error = kro::tessel::os::k_error_too_many_objects);
+    const std::deque<message>& waiting() const { return m_waiting; }  ///< not delivered yet, oldest first
+    std::vector<window_description> windows() const;                  ///< in the order of their creation
+    std::uint64_t now() const { return m_now; }                       ///< milliseconds since the construction
+    /// So many of the next windows and timers aren't made, with k_error_too_many_objects.
+    int refused_windows = 0;
+    int refused_timers = 0;
     /// Ends a window as its thread's end would, whoever calls.
     bool vanish(window target);
 
@@ -86,8 +78,8 @@ public:
     window dialog_parent() override;
     void run() override;
     bool run_until(const std::function<bool()>& done, std::uint32_t milliseconds) override;
-    void quit() override;
-    bool pump() override;
+    void quit() override { m_quit = true; }
+    bool pump() override { return deliver_all() != 0; }
 
 private:
     struct timer {
@@ -102,36 +94,18 @@ private:
         void* user_data;
         std::map<std::uintptr_t, timer> timers;
     };
-    struct refusal {
-        std::size_t left = 0;
-        std::uint32_t error = 0;
-        bool refuses();
-    };
-    struct delivery {
-        message what;
-        kro::tessel::os::window_procedure procedure;
-    };
-    using lock = std::lock_guard<std::mutex>;
-
     window_state* find(window target);
-    bool remove(window target);
-    std::optional<delivery> take_message(std::size_t index);
-    std::optional<delivery> take_tick();
+    std::optional<message> take_tick();
     std::optional<std::uint64_t> next_due() const;
-    static void call(const delivery& next);
+    static bool refuses(int& left);
 
-    mutable std::mutex m_mutex;  // guards everything below
     std::map<kro::tessel::wide_string, kro::tessel::os::window_procedure> m_classes;
     std::map<std::uintptr_t, window_state> m_windows;
     std::deque<message> m_waiting;
     std::uintptr_t m_next_window = 0x10000;
     std::uint64_t m_now = 0;
     std::uint64_t m_next_order = 0;
-    refusal m_refused_posts;
-    refusal m_refused_windows;
-    refusal m_refused_timers;
-
-    bool m_quit = false;  // of the loop's thread
+    bool m_quit = false;
     kro::tessel::os::message_window_service* m_before = nullptr;
 };
 

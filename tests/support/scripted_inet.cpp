@@ -2,6 +2,8 @@
 
 #include "os/thread.h"
 
+#include "support/ascii.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -11,11 +13,6 @@ namespace tessel_test {
 namespace {
 
 using namespace kro::tessel::os;
-
-// Scripts are ASCII.
-std::string ascii(std::basic_string_view<wchar> text) {
-    return {text.begin(), text.end()};
-}
 
 std::string hexadecimal(std::uint32_t number) {
     char digits[9];
@@ -81,7 +78,7 @@ std::uint32_t scripted_inet::answer(std::deque<std::uint32_t>& script, std::uint
 }
 
 void scripted_inet::call_back(handle about, std::uintptr_t context, std::uint32_t number,
-                              const void* information, std::uint32_t length) {
+                              const void* information, std::uint32_t length) const {
     if (m_callback != nullptr && context != 0) {
         m_callback(about, context, number, information, length);
     }
@@ -109,7 +106,7 @@ void scripted_inet::announce() {
 
 scripted_inet::handle scripted_inet::open(std::uint32_t access, text_view proxy, text_view, text_view agent,
                                           bool async) {
-    note("open " + std::to_string(access) + " " + ascii(proxy) + " " + ascii(agent) +
+    note("open " + std::to_string(access) + " " + plain(proxy) + " " + plain(agent) +
          (async ? " async" : ""));
     m_async = async;
     return answer(opens, 0) == 0 ? make_handle() : nullptr;
@@ -121,13 +118,13 @@ inet_callback scripted_inet::set_callback(handle, inet_callback callback) {
 
 scripted_inet::handle scripted_inet::connect(handle session, text_view host, std::uint16_t port,
                                              text_view user, text_view password, std::uintptr_t context) {
-    note("connect " + ascii(host) + ":" + std::to_string(port) + " " + ascii(user) + " " + ascii(password));
+    note("connect " + plain(host) + ":" + std::to_string(port) + " " + plain(user) + " " + plain(password));
     return answer_creation(connects, session, context);
 }
 
 scripted_inet::handle scripted_inet::open_request(handle connection, text_view verb, text_view object,
                                                   std::uint32_t flags, std::uintptr_t context) {
-    note("open_request " + ascii(verb) + " " + ascii(object) + " " + hexadecimal(flags));
+    note("open_request " + plain(verb) + " " + plain(object) + " " + hexadecimal(flags));
     const handle made = answer_creation(open_requests, connection, context);
     const std::lock_guard lock(m_mutex);
     m_last_request = m_announcement.created;
@@ -138,7 +135,7 @@ scripted_inet::handle scripted_inet::open_request(handle connection, text_view v
 inet_status scripted_inet::send(handle, text_view headers, const void* data, std::uint32_t data_bytes,
                                 inet_send_mode, std::uintptr_t) {
     const auto* bytes = static_cast<const char*>(data);
-    note("send " + ascii(headers) + "|" + (bytes == nullptr ? "" : std::string(bytes, data_bytes)));
+    note("send " + plain(headers) + "|" + (bytes == nullptr ? "" : std::string(bytes, data_bytes)));
     return {answer(sends, m_async ? k_pending : 0)};
 }
 
@@ -230,7 +227,7 @@ inet_status scripted_inet::get_timeout(handle, inet_timeout, std::uint32_t& mill
 inet_status scripted_inet::set_credentials(handle, inet_credentials whose, const text* user,
                                            const text* password) {
     note("set_credentials " + std::string(whose == inet_credentials::proxy ? "proxy " : "server ") +
-         (user == nullptr ? "-" : ascii(*user)) + " " + (password == nullptr ? "-" : ascii(*password)));
+         (user == nullptr ? "-" : plain(*user)) + " " + (password == nullptr ? "-" : plain(*password)));
     return {};
 }
 

@@ -15,17 +15,24 @@
 
 namespace tessel_test {
 
+namespace os = kro::tessel::os;
+
+/// "hello" as gzip.
+inline const std::string k_packed_hello(
+    "\x1f\x8b\x08\x00\x00\x00\x00\x00\x00\x03\xcb\x48\xcd\xc9\xc9\x07\x00\x86\xa6\x10\x36\x05\x00\x00\x00",
+    25);
+
 /// In force while it lives. Without a script every call succeeds as the system's service would: handles are
 /// announced inside the call, sends and ends are pending until the test completes them (of a synchronous
 /// session: done), reads are met from `body` at once.
-class scripted_inet final : public kro::tessel::os::inet_service {
+class scripted_inet : public os::inet_service {
 public:
-    using handle = kro::tessel::os::inet_handle;
-    using status = kro::tessel::os::inet_status;
-    using read_status = kro::tessel::os::inet_read_status;
+    using handle = os::inet_handle;
+    using status = os::inet_status;
+    using read_status = os::inet_read_status;
     using text_view = std::basic_string_view<wchar>;
     using text = kro::tessel::wide_string;
-    static constexpr std::uint32_t k_pending = kro::tessel::os::k_error_io_pending;
+    static constexpr std::uint32_t k_pending = os::k_error_io_pending;
 
     scripted_inet();
     ~scripted_inet() override;
@@ -62,29 +69,31 @@ public:
 
     handle open(std::uint32_t access, text_view proxy, text_view bypass, text_view agent,
                 bool async) override;
-    kro::tessel::os::inet_callback set_callback(handle session,
-                                                kro::tessel::os::inet_callback callback) override;
+    os::inet_callback set_callback(handle session, os::inet_callback callback) override;
     handle connect(handle session, text_view host, std::uint16_t port, text_view user, text_view password,
                    std::uintptr_t context) override;
     handle open_request(handle connection, text_view verb, text_view object, std::uint32_t flags,
                         std::uintptr_t context) override;
     status send(handle request, text_view headers, const void* data, std::uint32_t data_bytes,
-                kro::tessel::os::inet_send_mode mode, std::uintptr_t context) override;
+                os::inet_send_mode mode, std::uintptr_t context) override;
     status end(handle request, std::uintptr_t context) override;
     read_status read(handle request, void* destination, std::uint32_t capacity,
                      std::uintptr_t context) override;
     read_status available(handle request) override;
     status query_text(handle request, std::uint32_t what, std::uint32_t& index, text& value) override;
     status query_number(handle request, std::uint32_t what, std::uint32_t& number) override;
-    status set_timeout(handle of, kro::tessel::os::inet_timeout kind, std::uint32_t milliseconds) override;
-    status get_timeout(handle of, kro::tessel::os::inet_timeout kind, std::uint32_t& milliseconds) override;
-    status set_credentials(handle of, kro::tessel::os::inet_credentials whose, const text* user,
+    status set_timeout(handle of, os::inet_timeout kind, std::uint32_t milliseconds) override;
+    status get_timeout(handle of, os::inet_timeout kind, std::uint32_t& milliseconds) override;
+    status set_credentials(handle of, os::inet_credentials whose, const text* user,
                            const text* password) override;
-    status get_credentials(handle of, kro::tessel::os::inet_credentials whose, text& user,
-                           text& password) override;
+    status get_credentials(handle of, os::inet_credentials whose, text& user, text& password) override;
     status set_connection_limit(std::uint32_t count) override;
     std::uint32_t dialog(void* parent, handle request, std::uint32_t error, std::uint32_t flags) override;
     status close(handle which) override;
+
+protected:
+    void call_back(handle about, std::uintptr_t context, std::uint32_t number, const void* information,
+                   std::uint32_t length = 0) const;
 
 private:
     struct pending_read {
@@ -102,8 +111,6 @@ private:
     /// The scripted answer of a call, which also becomes the last error.
     std::uint32_t answer(std::deque<std::uint32_t>& script, std::uint32_t otherwise);
     handle answer_creation(std::deque<std::uint32_t>& script, handle parent, std::uintptr_t context);
-    void call_back(handle about, std::uintptr_t context, std::uint32_t number, const void* information,
-                   std::uint32_t length);
     std::uint32_t take_body(void* destination, std::uint32_t capacity);
 
     mutable std::mutex m_mutex;  // guards the members below; the script belongs to the test's thread
@@ -115,7 +122,7 @@ private:
     handle m_last_request = nullptr;
     pending_read m_read;
     announcement m_announcement;
-    kro::tessel::os::inet_callback m_callback = nullptr;
+    os::inet_callback m_callback = nullptr;
 };
 
 }  // namespace tessel_test

@@ -3,6 +3,8 @@
 
 #include "os/soap_toolkit.h"
 
+#include "support/ascii.h"
+
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
@@ -13,14 +15,16 @@
 
 namespace tessel_test {
 
+namespace os = kro::tessel::os;
+
 /// In force while it lives.
-class scripted_soap_toolkit final : public kro::tessel::os::soap_toolkit {
+class scripted_soap_toolkit final : public os::soap_toolkit {
 public:
-    using text = kro::tessel::os::soap_text;
+    using text = os::soap_text;
     static constexpr std::size_t k_never = SIZE_MAX;
 
-    scripted_soap_toolkit() { kro::tessel::os::replace_soap_toolkit_for_test(this); }
-    ~scripted_soap_toolkit() override { kro::tessel::os::replace_soap_toolkit_for_test(nullptr); }
+    scripted_soap_toolkit() { os::replace_soap_toolkit_for_test(this); }
+    ~scripted_soap_toolkit() override { os::replace_soap_toolkit_for_test(nullptr); }
 
     // The script.
     std::size_t fails_at = k_never;    ///< which operation, counted from 0 over all that are noted
@@ -39,7 +43,7 @@ public:
             if (code == 0) {
                 throw std::runtime_error("scripted");
             }
-            throw kro::tessel::os::soap_error{code};
+            throw os::soap_error{code};
         }
     }
     /// The operations on the serializer: "<name" "'text" ">" for start, text and end.
@@ -53,34 +57,30 @@ public:
 
     void initialize_thread() noexcept override { ++initialized; }
     void uninitialize_thread() noexcept override { ++uninitialized; }
-    std::unique_ptr<kro::tessel::os::soap_connector> make_connector() override {
+    std::unique_ptr<os::soap_connector> make_connector() override {
         note("connector");
         return std::make_unique<connector>(*this);
     }
-    std::unique_ptr<kro::tessel::os::soap_serializer> make_serializer() override {
+    std::unique_ptr<os::soap_serializer> make_serializer() override {
         note("serializer");
         return std::make_unique<serializer>(*this);
     }
-    std::unique_ptr<kro::tessel::os::soap_reader> make_reader() override {
+    std::unique_ptr<os::soap_reader> make_reader() override {
         note("reader");
         return std::make_unique<reader>(*this);
     }
 
-    static std::string plain(text wide) {
-        std::string bytes;
-        for (const wchar unit : wide) {
-            bytes += unit < 0x80 ? static_cast<char>(unit) : '?';
-        }
-        return bytes;
-    }
-    static kro::tessel::wide_string wide(std::string_view bytes) { return {bytes.begin(), bytes.end()}; }
-
 private:
-    struct stream final : kro::tessel::os::soap_stream {};
+    struct stream final : os::soap_stream {};
 
-    class connector final : public kro::tessel::os::soap_connector {
-    public:
-        explicit connector(scripted_soap_toolkit& toolkit) : m_toolkit(toolkit) {}
+    template <class Interface>
+    struct part : Interface {
+        explicit part(scripted_soap_toolkit& toolkit) : m_toolkit(toolkit) {}
+        scripted_soap_toolkit& m_toolkit;
+    };
+
+    struct connector final : part<os::soap_connector> {
+        using part::part;
         void set_text(text property, text value) override {
             m_toolkit.note(plain(property) + "=" + plain(value));
         }
@@ -92,19 +92,16 @@ private:
         }
         void connect() override { m_toolkit.note("Connect"); }
         void begin_message() override { m_toolkit.note("BeginMessage"); }
-        kro::tessel::os::soap_stream& input_stream() override { return m_stream; }
+        os::soap_stream& input_stream() override { return m_stream; }
         void end_message() override { m_toolkit.note("EndMessage"); }
-        kro::tessel::os::soap_stream& output_stream() override { return m_stream; }
+        os::soap_stream& output_stream() override { return m_stream; }
 
-    private:
-        scripted_soap_toolkit& m_toolkit;
         stream m_stream;
     };
 
-    class serializer final : public kro::tessel::os::soap_serializer {
-    public:
-        explicit serializer(scripted_soap_toolkit& toolkit) : m_toolkit(toolkit) {}
-        void init(kro::tessel::os::soap_stream&) override { m_toolkit.note("Init"); }
+    struct serializer final : part<os::soap_serializer> {
+        using part::part;
+        void init(os::soap_stream&) override { m_toolkit.note("Init"); }
         void start_envelope(text prefix, text style, text encoding) override {
             m_toolkit.note("<Envelope" + plain(prefix) + plain(style) + plain(encoding));
         }
@@ -116,17 +113,11 @@ private:
         void end_element() override { m_toolkit.note(">"); }
         void end_body() override { m_toolkit.note(">"); }
         void end_envelope() override { m_toolkit.note(">"); }
-
-    private:
-        scripted_soap_toolkit& m_toolkit;
     };
 
-    class reader final : public kro::tessel::os::soap_reader {
-    public:
-        explicit reader(scripted_soap_toolkit& toolkit) : m_toolkit(toolkit) {}
-        void load(kro::tessel::os::soap_stream&, text action) override {
-            m_toolkit.note("Load" + plain(action));
-        }
+    struct reader final : part<os::soap_reader> {
+        using part::part;
+        void load(os::soap_stream&, text action) override { m_toolkit.note("Load" + plain(action)); }
         kro::tessel::wide_string document_xml() override {
             m_toolkit.note("xml");
             return wide(m_toolkit.xml);
@@ -136,18 +127,14 @@ private:
             its_text = wide(m_toolkit.fault_text);
             return !m_toolkit.fault_code.empty();
         }
-        std::unique_ptr<kro::tessel::os::soap_nodes> rpc_result_nodes() override {
+        std::unique_ptr<os::soap_nodes> rpc_result_nodes() override {
             m_toolkit.note("result");
             return std::make_unique<nodes>(m_toolkit);
         }
-
-    private:
-        scripted_soap_toolkit& m_toolkit;
     };
 
-    class nodes final : public kro::tessel::os::soap_nodes {
-    public:
-        explicit nodes(scripted_soap_toolkit& toolkit) : m_toolkit(toolkit) {}
+    struct nodes final : part<os::soap_nodes> {
+        using part::part;
         std::int32_t length() override {
             m_toolkit.note("length");
             return static_cast<std::int32_t>(m_toolkit.pairs.size());
@@ -160,9 +147,6 @@ private:
             m_toolkit.note("last");
             return wide(m_toolkit.pairs.at(static_cast<std::size_t>(node)).second);
         }
-
-    private:
-        scripted_soap_toolkit& m_toolkit;
     };
 };
 

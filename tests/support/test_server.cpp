@@ -140,6 +140,12 @@ server_connection test_server::accept() {
     return server_connection(socket);
 }
 
+server_connection test_server::accept_request() {
+    server_connection client = accept();
+    client.read_request();
+    return client;
+}
+
 bool test_server::has_client() const {
     return wait_for_socket(m_socket, socket_event::readable, 0);
 }

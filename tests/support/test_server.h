@@ -53,7 +53,13 @@ public:
     ~test_server();
 
     std::uint16_t port() const noexcept { return m_port; }
+    std::string address() const { return "127.0.0.1:" + std::to_string(m_port); }
+    std::string url(std::string_view path = "/") const {
+        return std::string("http://").append(address()).append(path);
+    }
     server_connection accept();
+    /// Accepts a client and reads what it asks for.
+    server_connection accept_request();
     /// Whether a client waits to be accepted now.
     bool has_client() const;
     /// From now on nobody listens: the port answers with a refusal.
