@@ -242,6 +242,15 @@ TEST_F(InetFault, NamesThatAreNoneFailTheSend) {
     }
 }
 
+// A line that goes on from the header of another response leads nowhere, but once into freed memory.
+TEST_F(InetFault, AFirstHeaderThatBeginsWithABlankIsNone) {
+    expect_a_good_request(m_server, m_client);
+    const auto request = m_client.sent();
+    auto peer = m_server.accept_request();
+    peer.send("HTTP/1.1 200 OK\r\n\tX-Long: " + std::string(5000, 'x') + "\r\nContent-Length: 4\r\n\r\ntext");
+    EXPECT_EQ(12152U, m_client.end(request));
+}
+
 // A kept connection may die just as the next request goes out: it is repeated once, the body included.
 TEST_F(InetFault, ARequestOnADyingConnectionIsRepeated) {
     const auto first = m_client.sent();

@@ -57,14 +57,15 @@ std::uint32_t protocol_error(CURLcode code, const failure_facts& facts) noexcept
             return k_error_http_invalid_server_response;
         case CURLE_PARTIAL_FILE:  // closed before the announced length: what came is the body
             return 0;
-        case CURLE_OUT_OF_MEMORY:  // also what the library says beyond its limits on heads: 1 MiB of ours,
-            return facts.sent && !facts.answered ? k_error_http_invalid_server_response  // a line of theirs
-                                                 : k_error_not_enough_memory;
+        case CURLE_OUT_OF_MEMORY:  // also what the library says beyond its limits: a head of ours of 1 MiB, a
+            return facts.is_about_head() ? k_error_http_invalid_server_response  // header line of theirs
+                                         : k_error_not_enough_memory;
         case CURLE_REMOTE_ACCESS_DENIED:
         case CURLE_LOGIN_DENIED:
         case CURLE_AUTH_ERROR:
             return k_error_inet_login_failure;
-        case CURLE_BAD_FUNCTION_ARGUMENT:
+        case CURLE_BAD_FUNCTION_ARGUMENT:  // also of a header line that goes on from none
+            return facts.is_about_head() ? k_error_http_invalid_server_response : k_error_invalid_parameter;
         case CURLE_UNKNOWN_OPTION:
             return k_error_invalid_parameter;
         case CURLE_TOO_MANY_REDIRECTS:

@@ -13,6 +13,9 @@ struct failure_facts {
     long verify_result = 0;  ///< OpenSSL's verdict about the certificate
     bool sent = false;       ///< at least a part of the request had gone out
     bool answered = false;   ///< the response's headers had come
+
+    /// Whether it failed while the response's headers came.
+    bool is_about_head() const noexcept { return sent && !answered; }
 };
 
 /// The number for `code`; 0 for what counts as a regular end.

@@ -476,6 +476,14 @@ void curl_exchange::detach() noexcept {
     m_deadline = k_never;
 }
 
+// Before 8.1.1 libcurl keeps a pointer to the last header of the handle's previous response, and follows it
+// when the first header line of the next one begins with a blank: a server could have it write into freed
+// memory (its issue 11101).
+bool curl_exchange::reusable() const noexcept {
+    static const bool handles_can_serve_again = curl_version_info(CURLVERSION_NOW)->version_num >= 0x080101;
+    return m_reusable && handles_can_serve_again;
+}
+
 void curl_exchange::restart_wait() noexcept {
     if (m_transfer != nullptr) {
         begin_wait(m_wait);

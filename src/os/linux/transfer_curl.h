@@ -96,7 +96,7 @@ public:
     /// When the present wait is over, k_never when it has no limit.
     std::uint64_t deadline() const noexcept { return m_deadline; }
     /// Whether the handle may serve again; one that failed or knows an account isn't worth the risk.
-    bool reusable() const noexcept { return m_reusable; }
+    bool reusable() const noexcept;
     /// Whether it failed because the process has no descriptor left.
     bool starved() const noexcept { return m_starved; }
     /// Whether it failed only to be begun once more.
