@@ -87,7 +87,7 @@ expect 1 decode aes 1234
 err_has 'multiple of 16'
 
 # Text of documents from a file, a pipe and a server. A Wine without an HTML engine has none of it.
-if [ -z "${WITHOUT_HTML:-}" ]; then
+if [ -z "${ON_WINDOWS:-}" ]; then
     expect 0 text --json "$work/www/page.html"
     out_has '"text":"Title\n\na & b\n\nü\n"'
     expect 0 text "$site/page.html"
@@ -149,7 +149,7 @@ out_has '"origin":"nothing","milliseconds":'
 out_has '"routes":[{"type":"direct"}]}'
 expect 1 routes nonsense
 err_has 'nonsense: 12005: '
-if [ -z "${WITHOUT_HTML:-}" ]; then # the environment doesn't count on Windows
+if [ -z "${ON_WINDOWS:-}" ]; then # the environment doesn't count on Windows
     http_proxy=http://Proxy.check.test:3128 expect 0 routes http://a.test http://localhost
     out_has 'from the environment'
     out_has '  http proxy.check.test:3128, account Änn'

@@ -42,6 +42,7 @@ TEST_P(InetSyncContract, DoesEachStepInsideItsCall) {
     EXPECT_THAT(client.log.codes(), testing::Not(testing::Contains(100U)));
     EXPECT_TRUE(std::all_of(seen.begin(), seen.end(),
                             [](const notice& one) { return one.thread == std::this_thread::get_id(); }));
+    net().close(request);
     const auto second = client.request(TESSEL_W("GET"), TESSEL_W("/two"));
     EXPECT_EQ(0U, client.exchange(second));
     EXPECT_EQ("two", client.body(second));

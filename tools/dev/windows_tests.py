@@ -1,11 +1,12 @@
 """windows_tests.py BUILD: runs BUILD's test programs under Wine and compares what fails with docs/differences.md.
 
 Every failure has to be a row there, and every row has to fail: so the page says exactly how the two systems
-differ. A row's first cell names the test, its second one the cases: words that stand in the failure's text, with
-semicolons between them, or "*" for the whole test; with "(may)" in front where it passes at times, and "(not run)"
-where it would only wait in vain.
+differ. A row's first cell names the test, where "*" stands for any text, its second one the cases: words that stand in
+the failure's text, with semicolons between them, or "*" for the whole test; with "(may)" in front where it passes at
+times, and "(not run)" where it would only wait in vain or end the program.
 """
 import concurrent.futures
+import fnmatch
 import json
 import os
 import pathlib
@@ -27,7 +28,8 @@ class Row:
         self.test, self.mark, self.case, self.seen = test, mark, case, False
 
     def covers(self, test, text):
-        return self.test in (test, test.split("/")[0]) and (self.case == "*" or self.case in text)
+        is_it = any(fnmatch.fnmatchcase(name, self.test) for name in (test, test.split("/")[0]))
+        return is_it and (self.case == "*" or self.case in text)
 
 
 def rows():

@@ -13,8 +13,11 @@ start_wine() {
     "$wineserver" -p
     if [ ! -e "$WINEPREFIX/ready" ]; then
         run "$wine" wineboot -i
-        # Top-level windows exist without a display too.
+        # Top-level windows exist without a display too; in the next desktop, since this one has begun without.
         run "$wine" reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f
+        "$wineserver" -k
+        "$wineserver" -w
+        "$wineserver" -p
         touch "$WINEPREFIX/ready"
     fi
 }

@@ -2,12 +2,17 @@
 
 #include "os/thread.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace kro::tessel::os {
 namespace {
 
 using wide_view = std::basic_string_view<wchar>;
+
+// The system touches every page that it might write to before it reads, and callers give room for bodies that
+// may never come.
+constexpr std::uint32_t k_most_of_a_read = 256U << 10U;
 
 // The service's number for one of the sockets below it, some of which come through.
 std::uint32_t number_of_service(std::uint32_t error) {
@@ -117,7 +122,8 @@ inet_read_status inet_record::read_and_wait(void* destination, std::uint32_t cap
         while (bytes != 0 && filled < capacity) {
             bytes = 0;
             auto* const place = static_cast<std::byte*>(destination) + filled;
-            if (::InternetReadFile(m_handle, place, capacity - filled, &bytes) == FALSE) {
+            const std::uint32_t room = std::min(capacity - filled, k_most_of_a_read);
+            if (::InternetReadFile(m_handle, place, room, &bytes) == FALSE) {
                 return false;
             }
             filled += bytes;
@@ -194,7 +200,7 @@ inet_status inet_record::fill() {
         m_buffers = {};
         m_buffers.dwStructSize = sizeof m_buffers;
         m_buffers.lpvBuffer = m_destination + m_filled;
-        m_buffers.dwBufferLength = m_capacity - m_filled;
+        m_buffers.dwBufferLength = std::min(m_capacity - m_filled, k_most_of_a_read);
         if (::InternetReadFileExW(m_handle, &m_buffers, IRF_NO_WAIT, m_id) == FALSE) {
             return {number_of_service(last_error())};
         }
