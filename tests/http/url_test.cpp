@@ -63,9 +63,8 @@ TEST(FormatInetMessage, GivesTheTextOrTracesTheNumber) {
         EXPECT_TRUE(FormatInetMessage(~0UL - 0xFFFFFFFFUL + 12002).empty());  // its low 32 bits are 12002
     }
     ASSERT_GE(trace_recorder::lines().size(), 1U);
-    EXPECT_EQ(
-        trace_recorder::lines()[0],
-        trace_recorder::line(9, TESSEL_W("Debug: [httputil] FormatMessage fails. param: 1 return: 0")));
+    EXPECT_EQ(trace_recorder::lines()[0],
+              trace_recorder::line(9, TESSEL_W("Debug: [httputil] FormatMessage fails. param: 1 return: 0")));
 }
 
 }  // namespace
