@@ -69,8 +69,8 @@ inline void raise_descriptor_limit() {
     ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-/// Reads [--rounds N] [--requests N] [--mib N] [--limit N] [--side TEXT] [name ...] and starts the server in a process of
-/// its own.
+/// Reads [--rounds N] [--requests N] [--mib N] [--limit N] [--side TEXT] [name ...] and starts the server in
+/// a process of its own.
 inline settings settings_of(int count, char** arguments, std::size_t servers = 1) {
     settings how;
     for (int i = 1; i < count; ++i) {

@@ -307,7 +307,7 @@ void curl_exchange::report_headers() {
 }
 
 bool curl_exchange::progress_sent() {
-    if (m_transfer == nullptr || m_transfer->sent_told) {
+    if (sent_told()) {
         return true;
     }
     const transfer_request& request = m_transfer->request;

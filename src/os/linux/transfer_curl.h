@@ -91,7 +91,7 @@ public:
     /// Reports the request as sent once it is. False while bytes are still to go out.
     bool progress_sent();
 
-    bool sent_told() const noexcept { return m_transfer->sent_told; }
+    bool sent_told() const noexcept { return m_transfer == nullptr || m_transfer->sent_told; }
     bool resolving() const noexcept { return m_resolving; }
     /// When the present wait is over, k_never when it has no limit.
     std::uint64_t deadline() const noexcept { return m_deadline; }
