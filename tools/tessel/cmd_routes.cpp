@@ -122,10 +122,11 @@ bool explain_an_empty_list(const std::string& url, const found_routes& found) {
         return true;
     }
     const bool by_script = found.origin == proxy_origin::script;
-    fmt::print(stderr, "tessel: {}: {}: {}\n", url,
+    const std::string problem = to_utf8(kro::tessel::last_proxy_problem());
+    fmt::print(stderr, "tessel: {}: {}{}{}\n", url,
                by_script ? "A SCRIPT DECIDES ABOUT PROXIES, and it can't be evaluated here or gave no answer"
                          : "none of the proxies that are configured can be used",
-               to_utf8(kro::tessel::last_proxy_problem()));
+               problem.empty() ? "" : ": ", problem);
     fmt::print(stderr, "tessel: {}: requests go to the server directly, which may fail\n", url);
     return false;
 }

@@ -14,14 +14,6 @@ namespace {
 constexpr std::size_t k_max_host_units = 256;
 constexpr int k_max_ascii_host = 1024;
 
-void append_escaped(std::string& out, char byte) {
-    constexpr char digits[] = "0123456789ABCDEF";
-    const auto value = static_cast<unsigned char>(byte);
-    out += '%';
-    out += digits[value >> 4U];
-    out += digits[value & 0xFU];
-}
-
 bool is_address_six(std::string_view host) noexcept {
     return std::count(host.begin(), host.end(), ':') > 1;
 }

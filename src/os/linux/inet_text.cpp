@@ -62,6 +62,14 @@ wide_string from_utf8(std::string_view text) {
     return units;
 }
 
+void append_escaped(std::string& out, char byte) {
+    constexpr char digits[] = "0123456789ABCDEF";
+    const auto value = static_cast<unsigned char>(byte);
+    out += '%';
+    out += digits[value >> 4U];
+    out += digits[value & 0xFU];
+}
+
 std::string_view trimmed(std::string_view text) noexcept {
     const auto is_blank = [](char c) { return c == ' ' || c == '\t'; };
     while (!text.empty() && is_blank(text.front())) {

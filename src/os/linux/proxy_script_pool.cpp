@@ -1,6 +1,7 @@
 #include "os/linux/proxy_script_pool.h"
 
 #include "os/linux/descriptor.h"
+#include "os/linux/inet_text.h"
 #include "os/linux/proxy_helper.h"
 #include "os/linux/proxy_script_result.h"
 #include "os/linux/signals_blocked.h"
@@ -46,7 +47,6 @@ proxy_script_answer failure(std::string problem) {
 
 // In a line of words: blanks and what isn't ASCII as in URLs.
 std::string escaped(std::string_view url) {
-    constexpr const char* k_digits = "0123456789ABCDEF";
     std::string result;
     result.reserve(url.size());
     for (const char c : url) {
@@ -54,7 +54,7 @@ std::string escaped(std::string_view url) {
         if (byte > ' ' && byte < 0x7F) {
             result += c;
         } else {
-            result += {'%', k_digits[byte / 16], k_digits[byte % 16]};
+            append_escaped(result, c);
         }
     }
     return result;

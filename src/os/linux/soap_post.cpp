@@ -90,9 +90,8 @@ std::string quoted_action(wide_view action) {
         if (value < 0x20 || value == 0x7F || byte == '"') {
             throw soap_error{k_soap_invalid_argument};
         }
-        constexpr std::string_view k_digits = "0123456789ABCDEF";
         if (value > 0x7F) {
-            quoted += {'%', k_digits[value >> 4U], k_digits[value & 0xFU]};
+            append_escaped(quoted, byte);
         } else {
             quoted += byte;
         }

@@ -294,7 +294,7 @@ void transfer_exchanges::run_timers() {
     for (multi& set : m_multis) {
         if (set.timer_due <= m_now) {
             m_sockets.handle_time(set.handle);
-            // Of a time that stays the next one libcurl doesn't tell again by itself.
+            // curl_multi_perform doesn't tell again of a time that stays the next one.
             long milliseconds = -1;
             curl_multi_timeout(set.handle, &milliseconds);
             on_timer(set.handle, milliseconds, &set);
