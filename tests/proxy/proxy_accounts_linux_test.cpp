@@ -20,6 +20,7 @@ namespace {
 
 using kro::tessel::CTString;
 
+#if !defined(__SANITIZE_ADDRESS__)  // whose own locks nobody opens in the copy
 class slow_finder final : public IProxyFinder {
 public:
     int GetProxyInfo(int, const wchar*, unsigned short, int* notPreconfigured, int* bAsync, wchar* buffer,
@@ -53,12 +54,13 @@ TEST(ProxyAccounts, ACopyOfTheProcessAsksNobody) {
             std::exit(asked ? 1 : 0);  // with its exit handlers
         }
         int status = -1;
-        ASSERT_EQ(child, ::waitpid(child, &status, 0));
-        ASSERT_EQ(0, status);
+        EXPECT_EQ(child, ::waitpid(child, &status, 0));
+        EXPECT_EQ(0, status);
     }
     done = true;
     asks.join();
 }
+#endif
 
 // A host runs for days: what it is told meanwhile counts for the next server.
 TEST(ProxySettings, AreReadAnewForEachServer) {

@@ -155,6 +155,9 @@ void worker::take_posted() {
     std::deque<open_question> refused;
     {
         const std::lock_guard lock(m_mutex);
+        if (m_stopped) {
+            return;  // what stop() has written is still there for the wait that follows
+        }
         eventfd_t count = 0;
         ::eventfd_read(m_wake.number(), &count);
         for (open_question& question : m_posted) {
