@@ -3,15 +3,18 @@
 
 #include "os/windows/proxy_names.h"
 
+#include <process.h>
 #include <windows.h>
 #include <winhttp.h>
 
+#include <cerrno>
 #include <condition_variable>
 #include <deque>
 #include <exception>
+#include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
+#include <system_error>
 #include <utility>
 
 namespace kro::tessel::os {
@@ -95,7 +98,7 @@ public:
     void post(proxy_script_question question, proxy_script_service::receiver answered);
     void run();
     /// Waits for a receiver that runs on another thread.
-    void stop(std::thread::id thread);
+    void stop();
 
 private:
     using posted = std::pair<proxy_script_question, proxy_script_service::receiver>;
@@ -108,6 +111,7 @@ private:
     std::deque<posted> m_posted;
     bool m_stopped = false;
     bool m_delivering = false;
+    DWORD m_thread = 0;
 };
 
 void worker::post(proxy_script_question question, proxy_script_service::receiver answered) {
@@ -145,6 +149,10 @@ void worker::deliver(const posted& to, const proxy_script_answer& answer) {
 }
 
 void worker::run() try {
+    {
+        const std::lock_guard lock(m_mutex);
+        m_thread = GetCurrentThreadId();
+    }
     HINTERNET const session = WinHttpOpen(L"tessel", WINHTTP_ACCESS_TYPE_NO_PROXY, WINHTTP_NO_PROXY_NAME,
                                           WINHTTP_NO_PROXY_BYPASS, 0);
     WinHttpSetTimeouts(session, k_step_limit_ms, k_step_limit_ms, k_step_limit_ms, k_step_limit_ms);
@@ -157,11 +165,29 @@ void worker::run() try {
     // No memory: who waits goes on after its time.
 }
 
-void worker::stop(std::thread::id thread) {
+void worker::stop() {
     std::unique_lock lock(m_mutex);
     m_stopped = true;
     m_changed.notify_all();
-    m_changed.wait(lock, [&] { return !m_delivering || thread == std::this_thread::get_id(); });
+    m_changed.wait(lock, [&] { return !m_delivering || m_thread == GetCurrentThreadId(); });
+}
+
+unsigned __stdcall run_worker(void* shared) {
+    const std::unique_ptr<std::shared_ptr<worker>> mine(static_cast<std::shared_ptr<worker>*>(shared));
+    (*mine)->run();
+    return 0;
+}
+
+// A thread that nobody waits for. Not std::thread: with this compiler's library, one that is detached about
+// when it ends may take the next one's arguments along.
+void start_thread_of(const std::shared_ptr<worker>& one) {
+    auto shared = std::make_unique<std::shared_ptr<worker>>(one);
+    const auto thread = ::_beginthreadex(nullptr, 0, run_worker, shared.get(), 0, nullptr);
+    if (thread == 0) {
+        throw std::system_error(errno, std::generic_category());
+    }
+    static_cast<void>(shared.release());  // its own now
+    CloseHandle(reinterpret_cast<HANDLE>(thread));
 }
 
 class winhttp_scripts final : public proxy_script_service {
@@ -169,18 +195,14 @@ public:
     winhttp_scripts() = default;
     winhttp_scripts(const winhttp_scripts&) = delete;
     winhttp_scripts& operator=(const winhttp_scripts&) = delete;
-    ~winhttp_scripts() override {
-        m_worker->stop(m_thread.get_id());
-        if (m_thread.joinable()) {
-            m_thread.detach();
-        }
-    }
+    ~winhttp_scripts() override { m_worker->stop(); }
 
     void ask(proxy_script_question question, receiver answered) override {
         const std::lock_guard lock(m_mutex);
-        if (!m_thread.joinable()) {
+        if (!m_runs) {
             stay_loaded();
-            m_thread = std::thread([worker = m_worker] { worker->run(); });
+            start_thread_of(m_worker);
+            m_runs = true;
         }
         m_worker->post(std::move(question), std::move(answered));
     }
@@ -196,7 +218,7 @@ private:
 
     const std::shared_ptr<worker> m_worker = std::make_shared<worker>();
     std::mutex m_mutex;  // guards the thread's making
-    std::thread m_thread;
+    bool m_runs = false;
 };
 
 }  // namespace
