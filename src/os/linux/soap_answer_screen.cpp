@@ -82,6 +82,11 @@ bool can_be_screened(std::string_view encoding) noexcept {
                        [encoding](std::string_view family) { return begins_with(encoding, family); });
 }
 
+// Whether the parser, left to itself, finds UTF-8: it goes by the first bytes, then by the declaration.
+bool is_plainly_utf8(std::string_view text, std::string_view declared) noexcept {
+    return text.size() > 1 && text[0] == '<' && text[1] != 0 && (declared.empty() || declared == "utf-8");
+}
+
 // Walks over the markup of a document and counts. Exact as far as the document is well-formed; behind that
 // the parser doesn't come.
 class markup_walk {
@@ -90,23 +95,20 @@ public:
 
     void run() {
         for (m_at = m_text.find('<'); m_at != std::string_view::npos; m_at = m_text.find('<', m_at)) {
-            const std::string_view rest = m_text.substr(m_at);
-            if (begins_with(rest, "<!--")) {
-                count_node();
-                skip_past("-->", 4);
-            } else if (begins_with(rest, "<![CDATA[")) {
-                count_node();
-                skip_past("]]>", 9);
-            } else if (begins_with(rest, "<?")) {
-                count_node();
-                skip_past("?>", 2);
-            } else if (begins_with(rest, "<!")) {
-                refuse();
-            } else if (begins_with(rest, "</")) {
-                leave();
-                skip_past(">", 2);
-            } else {
-                enter();
+            switch (m_at + 1 < m_text.size() ? m_text[m_at + 1] : '\0') {
+                case '/':
+                    leave();
+                    skip_past(">", 2);
+                    break;
+                case '?':
+                    count_node();
+                    skip_past("?>", 2);
+                    break;
+                case '!':
+                    pass_declaration(m_text.substr(m_at));
+                    break;
+                default:
+                    enter();
             }
         }
     }
@@ -119,6 +121,17 @@ private:
 
     void count_node() {
         if (++m_nodes > k_max_answer_nodes) {
+            refuse();
+        }
+    }
+
+    void pass_declaration(std::string_view rest) {
+        count_node();
+        if (begins_with(rest, "<!--")) {
+            skip_past("-->", 4);
+        } else if (begins_with(rest, "<![CDATA[")) {
+            skip_past("]]>", 9);
+        } else {
             refuse();
         }
     }
@@ -180,16 +193,14 @@ screened_answer screen_answer(std::string bytes, std::string_view charset) {
     if (!take_utf16(bytes)) {
         const bool is_marked = begins_with(bytes, "\xEF\xBB\xBF");
         bytes.erase(0, is_marked ? 3 : 0);
-        std::string named = declared_encoding(bytes);
-        if (named.empty()) {
-            named = lowered(charset);
-        }
-        if (!is_marked && !named.empty()) {
-            answer.encoding = std::move(named);
+        const std::string declared = declared_encoding(bytes);
+        if (!is_marked && !(declared.empty() && charset.empty())) {
+            answer.encoding = declared.empty() ? lowered(charset) : declared;
         }
         if (!can_be_screened(answer.encoding)) {
             refuse();
         }
+        answer.needs_no_telling = answer.encoding == "utf-8" && is_plainly_utf8(bytes, declared);
     }
     markup_walk(bytes).run();
     answer.bytes = std::move(bytes);

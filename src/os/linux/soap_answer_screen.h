@@ -18,6 +18,7 @@ inline constexpr std::size_t k_max_open_attributes = 1024;                // of 
 struct screened_answer {
     std::string bytes;     ///< UTF-8 where `encoding` says so, else as they came; without a byte order mark
     std::string encoding;  ///< what they are in; lower case
+    bool needs_no_telling = false;  ///< the parser finds the encoding by itself, and is faster then
 };
 
 /// Screens an answer.

@@ -148,7 +148,7 @@ std::shared_ptr<xmlDoc> parse(const screened_answer& answer) {
     }
     std::shared_ptr<xmlDoc> document(
         xmlCtxtReadMemory(context.get(), answer.bytes.data(), static_cast<int>(answer.bytes.size()), nullptr,
-                          answer.encoding.c_str(), k_options),
+                          answer.needs_no_telling ? nullptr : answer.encoding.c_str(), k_options),
         [](xmlDoc* owned) { xmlFreeDoc(owned); });
     if (context->errNo == XML_ERR_NO_MEMORY) {
         throw std::bad_alloc();
@@ -180,9 +180,11 @@ void document_reader::load(soap_stream& answer, soap_text /*soap_action*/) {
     static_cast<void>(s_is_started);
     soap_buffer& buffer = buffer_of(answer);
     m_document.reset();
-    const std::shared_ptr<xmlDoc> document = parse(screen_answer(std::move(buffer.bytes), buffer.charset));
+    const screened_answer screened = screen_answer(std::move(buffer.bytes), buffer.charset);
+    const std::shared_ptr<xmlDoc> document = parse(screened);
     drop_blank_texts(xmlDocGetRootElement(document.get()));
     m_document = document;
+    m_size = screened.bytes.size();
 }
 
 wide_string document_reader::document_xml() {
@@ -190,6 +192,7 @@ wide_string document_reader::document_xml() {
         throw soap_error{k_soap_null_object};
     }
     std::string xml;
+    xml.reserve(m_size);
     append_declaration(*m_document, xml);
     for (xmlNode* node = m_document->children; node != nullptr; node = node->next) {
         append_as_xml(xml, node);

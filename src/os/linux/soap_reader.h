@@ -5,6 +5,7 @@
 
 #include <libxml/tree.h>
 
+#include <cstddef>
 #include <memory>
 
 namespace kro::tessel::os {
@@ -22,6 +23,7 @@ private:
     xmlNode* body_entry() const;
 
     std::shared_ptr<xmlDoc> m_document;
+    std::size_t m_size = 0;  // of its bytes, about what its text takes
 };
 
 }  // namespace kro::tessel::os

@@ -4,6 +4,7 @@
 #include "os/linux/soap_text.h"
 
 #include <algorithm>
+#include <cstddef>
 
 namespace kro::tessel::os {
 namespace {
@@ -13,12 +14,14 @@ constexpr std::string_view k_envelope_namespace = "http://schemas.xmlsoap.org/so
 constexpr std::string_view k_standard_encoding = "http://schemas.xmlsoap.org/soap/encoding/";
 constexpr std::string_view k_usual_prefix = "SOAP-ENV";
 constexpr std::string_view k_own_prefix = "SOAPSDK";  // and a number
+constexpr std::size_t k_usual_size = 4096;            // bytes of a message
 
 }  // namespace
 
 void message_serializer::init(soap_stream& message) {
     m_out = &buffer_of(message).bytes;
     m_out->clear();
+    m_out->reserve(k_usual_size);
     m_place = place::start;
     m_tag_is_open = false;
     m_open.clear();
