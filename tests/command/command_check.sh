@@ -135,7 +135,7 @@ expect 0 reg delete --tree "$key"
 expect 1 reg list "$key"
 
 # Accounts of proxies: a password comes from a pipe and shows only when it is asked for.
-printf 'geheim ü\nmore\n' | expect 0 accounts add Proxy.check.test:3128 --user Änn
+expect 0 accounts add Proxy.check.test:3128 --user Änn < <(printf 'geheim ü\nmore\n')
 expect 0 accounts list
 out_has 'proxy.check.test:3128  http  Änn  (password hidden)'
 expect 0 accounts list --json --show-passwords
