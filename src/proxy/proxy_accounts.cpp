@@ -106,7 +106,7 @@ std::vector<CLumProxyInfo> kro::tessel::saved_proxy_accounts() {
 bool kro::tessel::forget_proxy_account(const CTString& server, std::uint16_t port) {
     reg_key accounts(HKEY_CURRENT_USER, k_accounts_path, false);
     const http::proxy_info proxy(http::proxy_http, server, port, CTString(), CTString());
-    if (!can_name_a_key(server) || accounts.key == nullptr) {
+    if (server.empty() || port == 0 || !can_name_a_key(server) || accounts.key == nullptr) {
         return false;
     }
     bool forgotten = accounts.delete_subkey(subkey_of(proxy));

@@ -104,19 +104,16 @@ CLumProxyUtil::CLumProxyUtil() {
 }
 
 CLumProxyUtil::~CLumProxyUtil() {
-    release();
+    release(std::unique_lock(m_lock));  // no query is running with the finder any more
 }
 
 // The finder goes first and without the lock: a callback of its that is running may be waiting for it.
-void CLumProxyUtil::release() {
+void CLumProxyUtil::release(std::unique_lock<std::recursive_mutex> lock) {
     const trace_scope scope(TESSEL_W("CLumProxyUtil::~CLumProxyUtil()"));
-    IProxyFinder* finder = nullptr;
-    {
-        const std::lock_guard lock(m_lock);  // no query is running with it any more
-        finder = m_finder.exchange(nullptr);
-    }
+    IProxyFinder* const finder = m_finder.exchange(nullptr);
+    lock.unlock();
     delete finder;
-    const std::lock_guard lock(m_lock);
+    lock.lock();
     for (const auto& [server, entry] : m_servers) {
         if (entry.completion != nullptr) {
             entry.completion->set();  // nobody will answer any more
@@ -345,15 +342,23 @@ void CLumProxyUtil::UpdateProxyAccount(const proxy_info& account) try {
     // It stays unknown, and is asked for again.
 }
 
+// A query that is still under way has the lock for as long as its finder likes, and for ever where the system
+// has ended its thread by now; or it is one that ends the process itself. Everything stays as it is then.
+void CLumProxyUtil::release_at_exit() {
+    if (os::process_was_forked()) {
+        return;  // in a copy the lock may be held for ever
+    }
+    std::unique_lock lock(m_lock, std::try_to_lock);
+    if (lock.owns_lock() && m_queries == nullptr) {
+        release(std::move(lock));
+    }
+}
+
 // Emptied at exit and never freed: another thread may still hold the reference, and then finds nothing.
 CLumProxyUtil& GetProxyUtil() {
     static CLumProxyUtil* const util = [] {
         auto* const made = new CLumProxyUtil();
-        std::atexit([] {
-            if (!os::process_was_forked()) {  // in a copy the lock may be held for ever
-                GetProxyUtil().release();
-            }
-        });
+        std::atexit([] { GetProxyUtil().release_at_exit(); });
         return made;
     }();
     return *util;

@@ -102,7 +102,9 @@ void trace_fault(os::soap_reader& reader) {
     wide_string code;
     wide_string text;
     if (reader.fault(code, text)) {
-        trace_message(trace_error) << TESSEL_W("Soap Fault: ") << code << TESSEL_W(": ") << text;
+        // A CTString is cut where it is long: this goes to standard error unless the host takes it.
+        trace_message(trace_error) << TESSEL_W("Soap Fault: ") << CTString(code) << TESSEL_W(": ")
+                                   << CTString(text);
     }
 }
 

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <future>
 #include <list>
 #include <string>
 #include <thread>
@@ -61,6 +62,48 @@ TEST(ProxyAccounts, ACopyOfTheProcessAsksNobody) {
     asks.join();
 }
 #endif
+
+// The finder of another program's making; it returns when the process has ended.
+class stuck_finder final : public IProxyFinder {
+public:
+    explicit stuck_finder(void (*stuck)()) : m_stuck(stuck) {}
+    int GetProxyInfo(int, const wchar*, unsigned short, int*, int*, wchar*, unsigned long*) override {
+        m_stuck();
+        ::pause();
+        return 1;
+    }
+    void SetAccount(const wchar*, const wchar*) override {}
+    int BookAccount(const wchar*, unsigned short, const wchar*, const wchar*) override { return 0; }
+
+private:
+    void (*m_stuck)();
+};
+
+std::promise<void> g_is_stuck;
+
+[[noreturn]] void leave_during_a_query_of_another_thread() {
+    ::alarm(60);
+    kro::tessel::set_proxy_finder_factory([](IProxyFinderSink*) -> IProxyFinder* {
+        return new stuck_finder([] { g_is_stuck.set_value(); });
+    });
+    std::thread([] { GetProxyUtil().PrepareProxyInfo(CTString(TESSEL_W("http://h/"))); }).detach();
+    g_is_stuck.get_future().wait();
+    std::exit(7);
+}
+
+[[noreturn]] void leave_inside_a_query() {
+    kro::tessel::set_proxy_finder_factory([](IProxyFinderSink*) -> IProxyFinder* {
+        return new stuck_finder([] { std::exit(7); });
+    });
+    GetProxyUtil().PrepareProxyInfo(CTString(TESSEL_W("http://h/")));
+    std::abort();
+}
+
+TEST(ProxyUtilDeathTest, AnExitWaitsForNoFinder) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(leave_during_a_query_of_another_thread(), testing::ExitedWithCode(7), "");
+    EXPECT_EXIT(leave_inside_a_query(), testing::ExitedWithCode(7), "");
+}
 
 // A host runs for days: what it is told meanwhile counts for the next server.
 TEST(ProxySettings, AreReadAnewForEachServer) {

@@ -70,6 +70,10 @@ key_place place_of(const std::string& key) {
     return {};
 }
 
+bool is_root(const key_place& place) {
+    return place.path.find_first_not_of(wchar('\\')) == wide_string::npos;
+}
+
 std::string check_key(const std::string& key) {
     return place_of(key).root != nullptr ? "" : "begins with a root, as in HKCU\\Software";
 }
@@ -252,6 +256,9 @@ int delete_it(const reg_options& options) {
                    ? exit_ok
                    : failed(fmt::format("{}: \"{}\"", options.key, *options.name),
                             reason(place, exists ? k_access_denied : k_not_found));
+    }
+    if (is_root(place)) {
+        return failed(options.key, k_access_denied);  // before anything below it is gone
     }
     wide_string below;
     if (!options.tree && key.enum_subkey(0, below)) {

@@ -1,17 +1,21 @@
 #include "host_port.h"
 
-#include <CLI/CLI.hpp>
+#include <charconv>
+#include <system_error>
 
 namespace command {
 
 host_port split_host_port(const std::string& text) {
     const auto colon = text.rfind(':');
-    unsigned port = 0;
-    if (colon == std::string::npos || !CLI::detail::lexical_cast(text.substr(colon + 1), port) || port == 0 ||
-        port > 0xFFFF) {
+    if (colon == std::string::npos) {
         return {};
     }
-    return {text.substr(0, colon), static_cast<std::uint16_t>(port)};
+    std::uint16_t port = 0;
+    const char* const end = text.data() + text.size();
+    const auto digits = std::from_chars(text.data() + colon + 1, end, port);
+    const bool is_port = digits.ec == std::errc() && digits.ptr == end && port != 0;
+    const std::string host = text.substr(0, colon);
+    return is_port && host.find_first_of(" \t\r\n") == std::string::npos ? host_port{host, port} : host_port{};
 }
 
 }  // namespace command

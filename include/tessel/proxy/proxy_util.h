@@ -136,7 +136,8 @@ private:
     void take_list(const CTString& list, discovery_entry& entry);
     void take_accounts_of_settings();
     void answer_arrived(const CTString& server, unsigned short port, const CTString& list);
-    void release();
+    void release(std::unique_lock<std::recursive_mutex> lock);
+    void release_at_exit();
 
     std::list<CLumProxyInfo> m_accounts;
     std::map<server_key, discovery_entry, server_order> m_servers;
@@ -148,5 +149,6 @@ private:
     running_query* m_queries = nullptr;  // those of the finder that are running, the innermost first
 };
 
-/// The one of the process, made on the first call and emptied at exit; afterwards it has no finder.
+/// The one of the process, made on the first call and emptied at exit; afterwards it has no finder. An exit
+/// during a query leaves it as it is: it never waits for a finder.
 TESSEL_API CLumProxyUtil& GetProxyUtil();

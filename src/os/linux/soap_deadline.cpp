@@ -1,5 +1,6 @@
 #include "os/linux/soap_deadline.h"
 
+#include "os/linux/signals_blocked.h"
 #include "os/thread.h"
 
 #include <algorithm>
@@ -26,6 +27,7 @@ public:
     std::uint64_t add(inet_handle handle, steady::time_point due) {
         const std::lock_guard lock(m_mutex);
         if (!m_runs) {
+            const all_signals_blocked blocked;
             std::thread([this] { run(); }).detach();
             m_runs = true;
         }

@@ -28,7 +28,7 @@ void sockets_of_few::wait(int milliseconds) noexcept {
     constexpr int longest = 1'000'000'000;
     curl_waitfd rung{alarm(), CURL_WAIT_POLLIN, 0};
     int count = 0;
-    curl_multi_poll(m_set, &rung, 1, milliseconds < 0 ? longest : milliseconds, &count);
+    curl_multi_wait(m_set, &rung, 1, milliseconds < 0 ? longest : milliseconds, &count);
     if (rung.revents != 0) {
         eventfd_t times = 0;
         ::eventfd_read(alarm(), &times);

@@ -7,6 +7,7 @@
 #include <windows.h>
 #include <winhttp.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <condition_variable>
 #include <deque>
@@ -16,12 +17,17 @@
 #include <string>
 #include <system_error>
 #include <utility>
+#include <vector>
+
+// Of ntdll, which has it in its library and in no header: whether the process ends and has no other thread.
+extern "C" BOOLEAN NTAPI RtlDllShutdownInProgress();
 
 namespace kro::tessel::os {
 namespace {
 
 constexpr int k_step_limit_ms = 5000;           // of each step of fetching a script
 constexpr std::size_t k_most_questions = 1000;  // that wait; each is another server
+constexpr int k_most_threads = 3;               // so many scripts may hang before others wait for them
 
 std::wstring wide(const std::string& text) {
     return {text.begin(), text.end()};  // ASCII, as it stands in a URL
@@ -91,13 +97,16 @@ proxy_script_answer answer_of(HINTERNET session, const proxy_script_question& qu
     return answer;
 }
 
-/// The thread that asks, and what it works on. It outlives the service while the system is still busy with a
-/// question: nothing ends that, and nobody waits for it.
-class worker {
+/// What the threads that ask work on. It outlives the service while the system is still busy with a question:
+/// nothing ends that, and nobody waits for it.
+class questions {
 public:
     void post(proxy_script_question question, proxy_script_service::receiver answered);
-    void run();
-    /// Waits for a receiver that runs on another thread.
+    /// Those without an answer yet.
+    int open();
+    /// One of the threads.
+    void ask_them();
+    /// Waits for receivers that run on other threads.
     void stop();
 
 private:
@@ -109,21 +118,27 @@ private:
     std::mutex m_mutex;  // guards all of it
     std::condition_variable m_changed;
     std::deque<posted> m_posted;
+    std::vector<DWORD> m_delivering;  // the threads that are in a receiver
+    int m_open = 0;
     bool m_stopped = false;
-    bool m_delivering = false;
-    DWORD m_thread = 0;
 };
 
-void worker::post(proxy_script_question question, proxy_script_service::receiver answered) {
+void questions::post(proxy_script_question question, proxy_script_service::receiver answered) {
     const std::lock_guard lock(m_mutex);
     if (m_posted.size() >= k_most_questions) {
         throw std::bad_alloc();
     }
     m_posted.emplace_back(std::move(question), std::move(answered));
+    ++m_open;
     m_changed.notify_all();
 }
 
-bool worker::take(posted& next) {
+int questions::open() {
+    const std::lock_guard lock(m_mutex);
+    return m_open;
+}
+
+bool questions::take(posted& next) {
     std::unique_lock lock(m_mutex);
     m_changed.wait(lock, [this] { return m_stopped || !m_posted.empty(); });
     if (m_stopped) {
@@ -134,25 +149,22 @@ bool worker::take(posted& next) {
     return true;
 }
 
-void worker::deliver(const posted& to, const proxy_script_answer& answer) {
+void questions::deliver(const posted& to, const proxy_script_answer& answer) {
     {
         const std::lock_guard lock(m_mutex);
+        --m_open;
         if (m_stopped) {
             return;
         }
-        m_delivering = true;
+        m_delivering.push_back(GetCurrentThreadId());
     }
     to.second(answer);
     const std::lock_guard lock(m_mutex);
-    m_delivering = false;
+    m_delivering.erase(std::find(m_delivering.begin(), m_delivering.end(), GetCurrentThreadId()));
     m_changed.notify_all();
 }
 
-void worker::run() try {
-    {
-        const std::lock_guard lock(m_mutex);
-        m_thread = GetCurrentThreadId();
-    }
+void questions::ask_them() try {
     HINTERNET const session = WinHttpOpen(L"tessel", WINHTTP_ACCESS_TYPE_NO_PROXY, WINHTTP_NO_PROXY_NAME,
                                           WINHTTP_NO_PROXY_BYPASS, 0);
     WinHttpSetTimeouts(session, k_step_limit_ms, k_step_limit_ms, k_step_limit_ms, k_step_limit_ms);
@@ -165,24 +177,30 @@ void worker::run() try {
     // No memory: who waits goes on after its time.
 }
 
-void worker::stop() {
+void questions::stop() {
+    if (RtlDllShutdownInProgress() != FALSE) {
+        return;  // the system has ended the threads, and what they held stays held
+    }
     std::unique_lock lock(m_mutex);
     m_stopped = true;
     m_changed.notify_all();
-    m_changed.wait(lock, [&] { return !m_delivering || m_thread == GetCurrentThreadId(); });
+    m_changed.wait(lock, [&] {
+        return std::all_of(m_delivering.begin(), m_delivering.end(),
+                           [](DWORD thread) { return thread == GetCurrentThreadId(); });
+    });
 }
 
-unsigned __stdcall run_worker(void* shared) {
-    const std::unique_ptr<std::shared_ptr<worker>> mine(static_cast<std::shared_ptr<worker>*>(shared));
-    (*mine)->run();
+unsigned __stdcall run_thread(void* shared) {
+    const std::unique_ptr<std::shared_ptr<questions>> mine(static_cast<std::shared_ptr<questions>*>(shared));
+    (*mine)->ask_them();
     return 0;
 }
 
 // A thread that nobody waits for. Not std::thread: with this compiler's library, one that is detached about
 // when it ends may take the next one's arguments along.
-void start_thread_of(const std::shared_ptr<worker>& one) {
-    auto shared = std::make_unique<std::shared_ptr<worker>>(one);
-    const auto thread = ::_beginthreadex(nullptr, 0, run_worker, shared.get(), 0, nullptr);
+void start_thread_for(const std::shared_ptr<questions>& all) {
+    auto shared = std::make_unique<std::shared_ptr<questions>>(all);
+    const auto thread = ::_beginthreadex(nullptr, 0, run_thread, shared.get(), 0, nullptr);
     if (thread == 0) {
         throw std::system_error(errno, std::generic_category());
     }
@@ -195,20 +213,20 @@ public:
     winhttp_scripts() = default;
     winhttp_scripts(const winhttp_scripts&) = delete;
     winhttp_scripts& operator=(const winhttp_scripts&) = delete;
-    ~winhttp_scripts() override { m_worker->stop(); }
+    ~winhttp_scripts() override { m_questions->stop(); }
 
     void ask(proxy_script_question question, receiver answered) override {
         const std::lock_guard lock(m_mutex);
-        if (!m_runs) {
+        if (m_threads < k_most_threads && m_threads <= m_questions->open()) {
             stay_loaded();
-            start_thread_of(m_worker);
-            m_runs = true;
+            start_thread_for(m_questions);
+            ++m_threads;
         }
-        m_worker->post(std::move(question), std::move(answered));
+        m_questions->post(std::move(question), std::move(answered));
     }
 
 private:
-    // The thread may be in the system when the host lets go of the library.
+    // A thread may be in the system when the host lets go of the library.
     static void stay_loaded() {
         static const int k_anything_of_ours = 0;
         HMODULE library = nullptr;
@@ -216,9 +234,9 @@ private:
                            reinterpret_cast<const wchar*>(&k_anything_of_ours), &library);
     }
 
-    const std::shared_ptr<worker> m_worker = std::make_shared<worker>();
-    std::mutex m_mutex;  // guards the thread's making
-    bool m_runs = false;
+    const std::shared_ptr<questions> m_questions = std::make_shared<questions>();
+    std::mutex m_mutex;  // guards the making of threads
+    int m_threads = 0;
 };
 
 }  // namespace

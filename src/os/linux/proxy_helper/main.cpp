@@ -88,7 +88,8 @@ public:
         if (!script.fetched) {
             return {false, script.text};
         }
-        if (is_new && !m_engine.load(script.text)) {
+        m_is_loaded = is_new ? m_engine.load(script.text) : m_is_loaded;
+        if (!m_is_loaded) {
             return {false, "no memory for it"};
         }
         return m_engine.evaluate(std::string(question.substr(blank + 1)));
@@ -99,6 +100,7 @@ private:
     script_engine m_engine;
     script_source m_source;
     bool m_works = false;
+    bool m_is_loaded = false;  // the script that was fetched last
 };
 
 milliseconds limit_from(int count, char** arguments) {
