@@ -37,9 +37,7 @@ public:
         std::unique_ptr<locale_data, decltype(give_back)> fresh(loaded, give_back);
         wide_string fresh_name = name;
         call_listeners(&locale_listener::on_locale_changing);
-        hand_back();
-        m_data = fresh.release();
-        m_name.swap(fresh_name);
+        change_to(fresh.release(), fresh_name);
         call_listeners(&locale_listener::on_locale_changed);
         return true;
     }
@@ -57,10 +55,12 @@ private:
         return own != loaders.end() && own->second != nullptr ? own->second : default_loader;
     }
 
-    // To whoever is registered now: a loader that has gone isn't asked.
-    void hand_back() {
+    // The old strings go back to whoever is registered now: a loader that has gone isn't asked. They go last, so
+    // that a loader that throws leaves the new locale in force, name and all.
+    void change_to(locale_data* fresh, wide_string& fresh_name) {
         locale_loader* const loader = loader_of(m_name);
-        locale_data* const old = std::exchange(m_data, &m_empty);
+        locale_data* const old = std::exchange(m_data, fresh);
+        m_name.swap(fresh_name);
         if (old != &m_empty && loader != nullptr) {
             loader->unload(old);
         }

@@ -24,6 +24,26 @@ TEST(String, NullPointersAreEmptyText) {
     EXPECT_TRUE(CTString(none, 0).empty());
 }
 
+TEST(String, IsMadeAndAssignedAsAStandardString) {
+    const wchar units[] = {'a', 'b', 0, 'c'};
+    const kro::tessel::wide_string text(units, 4);
+    EXPECT_EQ(CTString(3, wchar('x')), TESSEL_W("xxx"));
+    EXPECT_TRUE(CTString(0, wchar('x')).empty());
+    EXPECT_EQ(CTString(text.begin(), text.end()), text);
+    EXPECT_EQ(CTString(units, units + 2), TESSEL_W("ab"));
+    EXPECT_EQ(CTString(text, 1, 1), TESSEL_W("b"));
+    EXPECT_EQ(CTString(text, 2), text.substr(2));
+    EXPECT_EQ((CTString{'a', 'b'}), TESSEL_W("ab"));
+    EXPECT_EQ(CTString(std::basic_string_view<wchar>(text)), text);
+    CTString assigned = wchar('x') + CTString();
+    assigned = wchar('y');
+    EXPECT_EQ(assigned, TESSEL_W("y"));
+    assigned = {'a', 'b'};
+    EXPECT_EQ(assigned, TESSEL_W("ab"));
+    assigned = {};
+    EXPECT_TRUE(assigned.empty());
+}
+
 TEST(String, EveryConcatenationYieldsTheInterfaceString) {
     const CTString a = TESSEL_W("a");
     const kro::tessel::wide_string b = TESSEL_W("b");

@@ -5,6 +5,7 @@
 #include "error_text.h"
 #include "hidden_line.h"
 #include "host_port.h"
+#include "json_line.h"
 #include "reg_value.h"
 #include "text.h"
 
@@ -61,7 +62,7 @@ void print_json(const proxy_info& account, bool shows_password) {
     if (shows_password) {
         line["password"] = to_utf8(account.password);
     }
-    fmt::print("{}\n", line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    print_json_line(line);
 }
 
 void print_text(const proxy_info& account, bool shows_password) {

@@ -2,6 +2,7 @@
 #include <tessel/tessel.h>
 
 #include "command.h"
+#include "json_line.h"
 #include "text.h"
 
 #include <fmt/core.h>
@@ -49,7 +50,7 @@ int show_locale(const locale_options& options) {
     }
     const std::string shown = filled_in(text, options);
     if (options.json) {
-        fmt::print("{}\n", nlohmann::ordered_json{{"key", options.key}, {"text", shown}}.dump());
+        print_json_line({{"key", options.key}, {"text", shown}});
     } else {
         fmt::print("{}\n", shown);
     }

@@ -3,6 +3,7 @@
 
 #include "command.h"
 #include "error_text.h"
+#include "json_line.h"
 #include "reg_value.h"
 #include "text.h"
 
@@ -103,11 +104,6 @@ long refusal(const wide_string& path) {
                                           : k_access_denied;
 }
 
-/// JSON on one line.
-std::string line_of(const nlohmann::ordered_json& text) {
-    return text.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-}
-
 /// The values of a key, each handed to `take` with its name. Returns 0 or the status that ended it.
 template <class Take>
 long each_value(const reg_key& key, const Take& take) {
@@ -136,15 +132,15 @@ long print_key_json(const reg_key& key, const std::string& path) {
     const long status = each_value(key, [&values](const std::string& name, const reg_value& value) {
         values.push_back({{"name", name}, {"type", reg_type_name(value.type)}, {"data", reg_data(value)}});
     });
-    fmt::print("{}\n", line_of({{"key", path}, {"values", values}}));
+    fmt::print("{}\n", json_line({{"key", path}, {"values", values}}));
     return status;
 }
 
 long print_key(const reg_key& key, const std::string& name, std::size_t depth) {
     fmt::print("{:{}}{}\\\n", "", depth * 2, name);
     return each_value(key, [depth](const std::string& value_name, const reg_value& value) {
-        fmt::print("{:{}}{} {} {}\n", "", depth * 2 + 2, line_of(value_name), reg_type_name(value.type),
-                   line_of(reg_data(value)));
+        fmt::print("{:{}}{} {} {}\n", "", depth * 2 + 2, json_line(value_name), reg_type_name(value.type),
+                   json_line(reg_data(value)));
     });
 }
 
@@ -199,7 +195,7 @@ int get(const reg_options& options) {
         return failed(fmt::format("{}: \"{}\"", options.key, name), status);
     }
     if (options.json) {
-        fmt::print("{}\n", line_of({{"key", options.key},
+        fmt::print("{}\n", json_line({{"key", options.key},
                                     {"name", name},
                                     {"type", reg_type_name(value.type)},
                                     {"data", reg_data(value)}}));

@@ -3,6 +3,7 @@
 
 #include "command.h"
 #include "error_text.h"
+#include "json_line.h"
 #include "text.h"
 
 #include <fmt/core.h>
@@ -102,7 +103,7 @@ void print_json(const std::string& url, const found_routes& found) {
         }
         line["routes"].push_back(one);
     }
-    fmt::print("{}\n", line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    print_json_line(line);
 }
 
 void print_text(const std::string& url, const found_routes& found) {

@@ -3,6 +3,7 @@
 
 #include "command.h"
 #include "hidden_line.h"
+#include "json_line.h"
 #include "soap_answer.h"
 #include "soap_errors.h"
 #include "text.h"
@@ -97,8 +98,7 @@ void print_table(const CLumSoapClient::client_cfg& pairs) {
 
 void print_json(const CLumSoapClient::client_cfg& pairs) {
     for (const auto& [name, value] : pairs) {
-        fmt::print("{}\n",
-                   nlohmann::ordered_json({{"name", to_utf8(name)}, {"value", to_utf8(value)}}).dump());
+        print_json_line(nlohmann::ordered_json{{"name", to_utf8(name)}, {"value", to_utf8(value)}});
     }
 }
 

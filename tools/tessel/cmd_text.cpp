@@ -5,6 +5,7 @@
 #include "command.h"
 #include "error_text.h"
 #include "input.h"
+#include "json_line.h"
 #include "request_options.h"
 #include "text.h"
 
@@ -86,7 +87,7 @@ int show_text(const text_options& options) {
             line["status"] = page.status;
         }
         line["text"] = text;
-        fmt::print("{}\n", line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+        print_json_line(line);
     } else {
         write_output(text.empty() || text.back() == '\n' ? text : text + '\n');
     }

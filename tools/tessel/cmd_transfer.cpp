@@ -5,6 +5,7 @@
 #include "download.h"
 #include "header_lines.h"
 #include "input.h"
+#include "json_line.h"
 #include "trace_lines.h"
 #include "transfer.h"
 
@@ -47,7 +48,7 @@ int fetch(const transfer_options& options) {
     const transfer_result result = one.run();
     const auto* const body = one.content();
     if (options.json) {
-        print_json(json_of(request, result, kro::tessel::http::get_buffer_content_count(body)));
+        print_json_line(json_of(request, result, kro::tessel::http::get_buffer_content_count(body)));
     } else if (result.error == 0) {
         write_chain(body, stdout);  // main looks at the stream's error mark
         fmt::print(stderr, "tessel: {}: HTTP status {}, {}\n", request.url, result.status, result.route());
@@ -77,7 +78,7 @@ int download_file(const transfer_options& options) {
         auto line = json_of(fetched.request(), result, fetched.bytes());
         line["resumed"] = fetched.resumed();
         line["file"] = code == exit_ok ? options.file : std::string();
-        print_json(line);
+        print_json_line(line);
     } else if (code == exit_ok) {
         fmt::print("{}: {} bytes, {}\n", options.file, fetched.bytes(), result.route());
     }
@@ -105,7 +106,7 @@ int upload_file(const transfer_options& options) {
     const transfer_result result = one.run();
     const int code = complain_about(request, result);
     if (options.json) {
-        print_json(json_of(request, result, bytes));
+        print_json_line(json_of(request, result, bytes));
     } else if (code == exit_ok) {
         fmt::print("{}: {} bytes, {}\n", request.url, bytes, result.route());
     }

@@ -3,6 +3,7 @@
 
 #include "command.h"
 #include "error_text.h"
+#include "json_line.h"
 #include "text.h"
 
 #include <fmt/core.h>
@@ -37,11 +38,11 @@ int show_url(const url_options& options) {
     }
     const auto parts = parts_of(components);
     if (options.json) {
-        fmt::print("{}\n", parts.dump());
+        print_json_line(parts);
         return exit_ok;
     }
     for (const auto& [name, value] : parts.items()) {
-        fmt::print("{:<14} {}\n", name, value.is_string() ? value.get<std::string>() : value.dump());
+        fmt::print("{:<14} {}\n", name, value.is_string() ? value.get<std::string>() : json_line(value));
     }
     return exit_ok;
 }

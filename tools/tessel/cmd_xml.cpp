@@ -2,6 +2,7 @@
 #include <tessel/tessel.h>
 
 #include "command.h"
+#include "json_line.h"
 #include "text.h"
 
 #include <fmt/core.h>
@@ -118,7 +119,7 @@ private:
     void show_event(const char* event, unsigned id) const {
         const std::string& path = m_paths.at(id).path;
         if (m_options.events && m_options.json) {
-            print({{"event", event}, {"path", path}});
+            print_json_line({{"event", event}, {"path", path}});
         } else if (m_options.events) {
             fmt::print("{} {}\n", event, path);
         }
@@ -131,15 +132,13 @@ private:
             if (!name.empty()) {
                 line = {{"path", path}, {kind, name}, {"value", to_utf8(text)}};
             }
-            print(line);
+            print_json_line(line);
         } else if (m_alone && !m_options.events) {
             fmt::print("{}\n", to_utf8(text));
         } else {
             fmt::print("{}{}{}\t{}\n", path, name.empty() ? "" : "@", name, to_utf8(text));
         }
     }
-
-    static void print(const nlohmann::ordered_json& line) { fmt::print("{}\n", line.dump()); }
 
     const xml_options& m_options;
     const bool m_alone;

@@ -3,6 +3,7 @@
 #include "body_output.h"
 #include "command.h"
 #include "error_text.h"
+#include "json_line.h"
 #include "text.h"
 
 #include <fmt/core.h>
@@ -136,8 +137,7 @@ void report::write_json(const request_result& result, const std::string& file) {
     } else if (m_options.text && result.error == 0) {
         line["text"] = text_of(result);
     }
-    // A URL from the shell may hold bytes that aren't UTF-8.
-    fmt::print("{}\n", line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+    print_json_line(line);
 }
 
 void report::complain(const request_result& result, const std::string& what) {

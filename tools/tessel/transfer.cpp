@@ -10,6 +10,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <string_view>
 #include <utility>
 
@@ -138,10 +139,6 @@ nlohmann::ordered_json json_of(const transfer_request& request, const transfer_r
             {"bytes", bytes},        {"milliseconds", result.took.count()},
             {"error", result.error}, {"route", result.error == 0 ? result.route() : std::string()},
             {"attempts", attempts}};
-}
-
-void print_json(const nlohmann::ordered_json& line) {
-    fmt::print("{}\n", line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
 }
 
 }  // namespace command

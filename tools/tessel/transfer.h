@@ -9,7 +9,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
@@ -84,6 +84,5 @@ int complain_about(const transfer_request& request, const transfer_result& resul
 /// The members that every transfer's line of JSON has.
 nlohmann::ordered_json json_of(const transfer_request& request, const transfer_result& result,
                                std::uint64_t bytes);
-void print_json(const nlohmann::ordered_json& line);
 
 }  // namespace command

@@ -6,7 +6,10 @@
 
 #include <cstddef>
 #include <functional>
+#include <initializer_list>
+#include <iterator>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 
@@ -47,6 +50,18 @@ public:
     CStringT(base_type text) noexcept  // NOLINT(google-explicit-constructor)
         : base_type(std::move(text)) {}
 
+    // The standard string's other ways to be made.
+
+    /// `count` copies of a unit. Any integer type, so that a literal 0 is a count and no null pointer.
+    template <class Count, std::enable_if_t<std::is_integral_v<Count>, int> = 0>
+    CStringT(Count count, T unit) : base_type(static_cast<std::size_t>(count), unit) {}
+    template <class Iterator, class = typename std::iterator_traits<Iterator>::iterator_category>
+    CStringT(Iterator first, Iterator last) : base_type(first, last) {}
+    CStringT(std::initializer_list<T> units) : base_type(units) {}
+    CStringT(const base_type& text, std::size_t position, std::size_t count = base_type::npos)
+        : base_type(text, position, count) {}
+    explicit CStringT(std::basic_string_view<T> text) : base_type(text) {}
+
     CStringT& operator=(const CStringT&) = default;
     CStringT& operator=(CStringT&&) noexcept = default;
     /// Replaces the whole content; a null pointer gives an empty string.
@@ -56,6 +71,16 @@ public:
         } else {
             this->assign(text);
         }
+        return *this;
+    }
+    /// A unit, and nothing that only converts to one: 0 is a null pointer here.
+    template <class Unit, std::enable_if_t<std::is_same_v<Unit, T>, int> = 0>
+    CStringT& operator=(Unit unit) {
+        this->assign(1, unit);
+        return *this;
+    }
+    CStringT& operator=(std::initializer_list<T> units) {
+        this->assign(units);
         return *this;
     }
 

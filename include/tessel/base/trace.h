@@ -41,7 +41,7 @@ TESSEL_API void trace_write(int level, wide_string text);
 TESSEL_API void trace_debug_line(wide_string text);
 inline void trace_debug_line(const wchar* text) {
     if (trace_sink_level() == trace_debug) {
-        trace_write(trace_debug, text);
+        trace_write(trace_debug, CTString(text));
     }
 }
 #if defined(TESSEL_HAS_FOREIGN_WCHAR_T)
