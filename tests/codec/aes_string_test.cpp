@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 #include <iterator>
 #include <random>
 #include <string>
@@ -156,6 +157,29 @@ TEST(AesString, CodesTextInTheAnsiPage) {
     EXPECT_EQ(same, back);
     EXPECT_EQ(RZV_AES_Encrypt(CTString(wide_string(TESSEL_W("ab\0cd"), 5)), digits, 1), 1);
     EXPECT_EQ(digits, digits_of("ab", k_functions[0].key));
+}
+
+// A host's global may code a text when the process ends; what its thread has kept is destroyed by then.
+struct codes_at_the_end {
+    ~codes_at_the_end() {
+        CTString digits;
+        CTString back;
+        const bool coded =
+            RZV_AES_Encrypt(TESSEL_W("text"), digits, 1) == 1 && RZV_AES_Encrypt(digits, back, 0) == 1;
+        std::_Exit(coded && back == TESSEL_W("text") ? 7 : 1);
+    }
+};
+
+[[noreturn]] void end_with_a_global_that_codes() {
+    CTString digits;
+    RZV_AES_Encrypt(TESSEL_W("text"), digits, 1);
+    static const codes_at_the_end global;
+    std::exit(static_cast<int>(digits.empty()));
+}
+
+TEST(AesStringDeathTest, CodesForGlobalsThatEndWithTheProcess) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(end_with_a_global_that_codes(), testing::ExitedWithCode(7), "");
 }
 
 // Each unit at each place of a vector, beside one digit at a time.

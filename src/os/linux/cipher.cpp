@@ -1,5 +1,7 @@
 #include "os/cipher.h"
 
+#include "os/linux/thread_kept.h"
+
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 
@@ -100,14 +102,19 @@ private:
     block m_chain{};  // the last encrypted block
 };
 
+struct both_contexts {
+    keyed_context encryption{cipher_direction::encrypt};
+    keyed_context decryption{cipher_direction::decrypt};
+};
+
 }  // namespace
 
 bool aes256_cbc(cipher_direction direction, const unsigned char* key, const unsigned char* vector,
                 unsigned char* data, std::size_t bytes) noexcept {
-    static thread_local keyed_context t_encryption(cipher_direction::encrypt);
-    static thread_local keyed_context t_decryption(cipher_direction::decrypt);
-    keyed_context& context = direction == cipher_direction::encrypt ? t_encryption : t_decryption;
-    return bytes == 0 || context.run(key, vector, data, bytes);
+    return bytes == 0 || with_kept<both_contexts>([&](both_contexts& kept) {
+               const bool encrypts = direction == cipher_direction::encrypt;
+               return (encrypts ? kept.encryption : kept.decryption).run(key, vector, data, bytes);
+           });
 }
 
 }  // namespace kro::tessel::os
