@@ -13,6 +13,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <mutex>
+#include <new>
+#include <vector>
 
 namespace kro::tessel::http {
 namespace {
@@ -28,13 +30,47 @@ std::mutex g_init_mutex;                            // guards the making of the 
 std::atomic<os::window> g_window{nullptr};          // the helper window
 std::atomic<os::window> g_posting_window{nullptr};  // where the status callback posts to
 
+/// Steps that the window's queue had no room for: it takes 10,000 messages, mostly.
+class waiting_steps {
+public:
+    // Never destroyed: the network's thread may post while the process ends.
+    static waiting_steps& instance() {
+        static auto* const all = new waiting_steps;
+        return *all;
+    }
+    void add(session_context* context) {
+        const std::lock_guard lock(m_mutex);
+        m_steps.push_back(context);
+    }
+    void run() {
+        std::vector<session_context*> due;
+        {
+            const std::lock_guard lock(m_mutex);
+            due.swap(m_steps);
+        }
+        for (session_context* const context : due) {
+            run_due_step(context);
+        }
+    }
+
+private:
+    std::mutex m_mutex;  // guards m_steps
+    std::vector<session_context*> m_steps;
+};
+
 std::intptr_t window_procedure(os::window /*target*/, std::uint32_t message, std::uintptr_t wparam,
                                std::intptr_t /*lparam*/) noexcept {
     if (message == k_message_step) {
         // The address is only looked up: the context may be gone, or be another one's by now.
         run_due_step(reinterpret_cast<session_context*>(wparam));  // NOLINT(performance-no-int-to-ptr)
+        waiting_steps::instance().run();
     }
     return 0;
+}
+
+bool post_message(session_context* context) {
+    const auto wparam = reinterpret_cast<std::uintptr_t>(context);
+    return os::message_windows().post(g_posting_window, k_message_step, wparam, 0);
 }
 
 bool make_window() {
@@ -62,12 +98,22 @@ bool http_init() {
 }
 
 void post_step(session_context* context) {
-    const auto wparam = reinterpret_cast<std::uintptr_t>(context);
-    if (!os::message_windows().post(g_posting_window, k_message_step, wparam, 0)) {
+    if (post_message(context)) {
+        return;
+    }
+    if (!os::message_windows().is_window(g_posting_window)) {
         trace_message(trace_error) << TESSEL_W("[httputil] no helper window takes the step of ")
                                    << static_cast<const void*>(context)
                                    << TESSEL_W(": was http_init called?");
+        return;
     }
+    try {
+        waiting_steps::instance().add(context);
+    } catch (const std::bad_alloc&) {
+        trace_message(trace_error) << TESSEL_W("[httputil] no memory for a step");
+        return;
+    }
+    post_message(nullptr);  // has those that wait looked at; refused again, there are messages that will
 }
 
 void post_data_received(session_context* context) {

@@ -64,13 +64,9 @@ request_ref live_requests::take(const session_context* context) {
     return slot;
 }
 
-request_ref live_requests::take_step(const session_context* context) {
+bool live_requests::take_step(request_slot& slot) {
     const std::lock_guard lock(m_mutex);
-    const auto found = m_index.find(context);
-    if (found == m_index.end() || !std::exchange((*found->second)->step_due, false)) {
-        return nullptr;
-    }
-    return *found->second;
+    return std::exchange(slot.step_due, false);
 }
 
 live_requests::begun live_requests::begin_start(request_slot& slot) {

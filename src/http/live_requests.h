@@ -60,8 +60,9 @@ public:
     /// Takes a request off the list; null when it isn't on it.
     request_ref take(const session_context* context);
 
-    /// The request whose step a posted message is to run; null when no step is due for that address.
-    request_ref take_step(const session_context* context);
+    /// Whether a step is due, which the caller runs now. With the slot's `step` held: a start that comes in
+    /// between would have the step of the one before it run a second time.
+    bool take_step(request_slot& slot);
 
     struct begun {
         os::inet_handle old_request;

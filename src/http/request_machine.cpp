@@ -80,8 +80,10 @@ std::uint32_t request_machine::start() {
 void request_machine::forget_earlier_start() {
     const live_requests::begun begun = m_engine.live.begin_start(*m_slot);
     m_start = begun.start;
-    if (begun.old_request != nullptr) {
-        os::inet().close(begun.old_request);
+    // A context that was detached in the middle of its transfer has a request that the engine has forgotten.
+    const os::inet_handle old = begun.old_request != nullptr ? begun.old_request : m_context.request;
+    if (old != nullptr) {
+        os::inet().close(old);
     }
     m_context.request = nullptr;
     drop_response();
@@ -234,6 +236,7 @@ std::uint32_t request_machine::after_receive() {
     http_session_error_sink* const sink = m_context.error_sink;
     if (m_context.async_result == 0) {
         const std::uint32_t error = m_context.async_error;
+        keep_bytes(m_context.buffers.dwBufferLength);
         trace_number(TESSEL_W("[httputil] Recv Error: "), error);
         if (sink != nullptr && !call_host([&] { sink->on_recv_error(&m_context); })) {
             return 0;
@@ -327,13 +330,13 @@ std::uint32_t request_machine::process_guarded() try {
 }
 
 void run_due_step(session_context* context) noexcept {
-    request_ref slot = engine().live.take_step(context);
+    request_ref slot = engine().live.find(context);
     if (slot == nullptr) {
         return;
     }
     request_machine machine(engine(), std::move(slot));
-    if (machine.has_ended()) {
-        return;  // by another thread, since the step was taken
+    if (!machine.takes_step()) {
+        return;
     }
     const std::uint32_t error = machine.process_guarded();
     if (error != 0 && machine.is_current()) {

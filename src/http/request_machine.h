@@ -36,6 +36,8 @@ public:
     /// Delivers the result.
     void finish();
 
+    /// Whether a step is due, which this is now.
+    bool takes_step() { return m_engine.live.take_step(*m_slot); }
     bool has_ended() const { return m_engine.live.has_ended(*m_slot); }
     bool is_current() const { return m_engine.live.is_current(*m_slot, m_start); }
 
@@ -56,6 +58,7 @@ private:
     // Reading (request_reading.cpp).
     bool prepare_read(std::uint32_t& error);
     bool prepare_first_read(std::uint32_t& error);
+    void keep_bytes(std::uint32_t count);
     bool take_bytes(std::uint32_t count, std::uint32_t& error);
     std::uint32_t end_of_body();
     std::uint32_t body_is_complete();

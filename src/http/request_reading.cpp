@@ -85,14 +85,22 @@ bool request_machine::prepare_first_read(std::uint32_t& error) {
     return true;
 }
 
-bool request_machine::take_bytes(std::uint32_t count, std::uint32_t& error) {
+// Bytes have come, before the end or before an error.
+void request_machine::keep_bytes(std::uint32_t count) {
+    if (count == 0 || m_context.buffers.lpvBuffer == nullptr) {
+        return;
+    }
     m_slot->received += count;
     if (m_slot->next_chunk != nullptr) {  // the first bytes for it: now it belongs to the chain
         m_context.current_chunk->next = m_slot->next_chunk;
         m_context.current_chunk = std::exchange(m_slot->next_chunk, nullptr);
     }
+    static_cast<unsigned char*>(m_context.buffers.lpvBuffer)[count] = 0;
+}
+
+bool request_machine::take_bytes(std::uint32_t count, std::uint32_t& error) {
+    keep_bytes(count);
     auto* const position = static_cast<unsigned char*>(m_context.buffers.lpvBuffer) + count;
-    *position = 0;
     const unsigned char* const end = end_of(*m_context.current_chunk);
     if (position != end) {
         m_context.buffers.lpvBuffer = position;

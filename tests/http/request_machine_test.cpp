@@ -407,6 +407,33 @@ TEST_F(RequestMachine, AReadThatFailsKeepsWhatCame) {
     remove(record);
 }
 
+TEST_F(RequestMachine, AReadThatFailsKeepsTheBytesThatCameWithIt) {
+    inet.body = std::string(10239, 'x') + "yz";
+    inet.reads = {0, k_pending};
+    session_context* const record = get_to_response();
+    windows.deliver_all();
+    ASSERT_EQ(get_buffer_content_count(record->content), 10239U);
+    static_cast<char*>(record->buffers.lpvBuffer)[0] = 'y';
+    step(false, 12031, 1);
+    ASSERT_EQ(s_completions.size(), 1U);
+    ASSERT_NE(record->content->next, nullptr);
+    EXPECT_STREQ(static_cast<const char*>(record->content->next->data), "y");
+    remove(record);
+}
+
+// The host has it now, with a transfer that reads into it.
+TEST_F(RequestMachine, ADetachedContextMayBeStartedAgain) {
+    inet.reads = {k_pending};
+    inet.body = "old";
+    session_context* const record = get_to_response();
+    windows.deliver_all();
+    http_session::mgr().detach(record);
+    const std::size_t closed = inet.count("close");
+    EXPECT_EQ(init_session(record), 0U);
+    EXPECT_EQ(inet.count("close"), closed + 1);
+    remove(record);
+}
+
 TEST_F(RequestMachine, AGzipBodyIsDecodedOnlyWhenAskedFor) {
     for (const unsigned long flags :
          {0UL, k_invoke_decode_gzip, k_invoke_accept_gzip | k_invoke_decode_gzip}) {

@@ -63,6 +63,22 @@ TEST_F(InetAccounts, AnAccountAnswersTheChallengeOnceAndRepeatsTheBody) {
         << "sent is told once";
 }
 
+// What is waited for then is the response.
+TEST_F(InetAccounts, AServerMayThinkForLongAboutALogin) {
+    set_account(m_client.connection, os::inet_credentials::server, TESSEL_W("me"), TESSEL_W("secret"));
+    m_client.net.set_timeout(m_client.connection, os::inet_timeout::send, 200);
+    const auto request = m_client.request(TESSEL_W("POST"), TESSEL_W("/thinks/"));
+    EXPECT_TRUE(m_client.begin(request, "body").pending());
+    auto peer = m_server.accept_request();
+    EXPECT_EQ(1U, m_client.log.wait().result);
+    EXPECT_TRUE(m_client.net.end(request, m_client.log.context()).pending());
+    peer.send(k_challenge);
+    peer.read_request();
+    EXPECT_FALSE(m_client.log.completes_within(std::chrono::milliseconds(500)));
+    peer.answer("open");
+    EXPECT_EQ(0U, m_client.log.wait().error);
+}
+
 // Below the folder that it opened, with the same account, and until it is refused.
 TEST_F(InetAccounts, AnAccountThatWasTakenComesAlongWithoutAChallenge) {
     set_account(m_client.connection, os::inet_credentials::server, TESSEL_W("me"), TESSEL_W("secret"));

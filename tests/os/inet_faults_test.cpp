@@ -2,6 +2,7 @@
 #include "os/inet_client.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <future>
 #include <stdexcept>
@@ -310,6 +311,47 @@ TEST_F(InetFault, AServerThatTakesNoBytesTimesTheSendOut) {
     EXPECT_TRUE(m_client.begin(request, body).pending());
     auto peer = m_server.accept();
     EXPECT_EQ(12002U, m_client.log.wait().error);
+}
+
+// Its head comes in less than a line at a time.
+TEST_F(InetFault, AHeadThatTricklesInIsNoSilence) {
+    m_client.net.set_timeout(m_client.connection, os::inet_timeout::receive, 400);
+    const auto request = m_client.sent();
+    auto peer = m_server.accept_request();
+    EXPECT_TRUE(m_client.net.end(request, m_client.log.context()).pending());
+    for (const char letter : std::string("HTTP/1.1")) {
+        peer.send(std::string(1, letter));
+        EXPECT_FALSE(m_client.log.completes_within(std::chrono::milliseconds(100)));
+    }
+    peer.send(" 200 OK\r\nContent-Length: 0\r\n\r\n");
+    EXPECT_EQ(0U, m_client.log.wait().error);
+}
+
+// The body of a redirect may have come before anybody asks where it leads.
+TEST_F(InetFault, ARedirectWhoseBodyIsHeldBackIsFollowed) {
+    const auto request = m_client.sent();
+    auto peer = m_server.accept_request();
+    std::atomic<int> pieces{0};
+    std::thread sender([&] {
+        const std::string piece(64U << 10U, 'd');
+        try {
+            peer.send("HTTP/1.1 302 Found\r\nLocation: /next\r\nContent-Length: 16777216\r\n\r\n");
+            for (; pieces < 256; ++pieces) {
+                peer.send(piece);
+            }
+        } catch (const std::runtime_error&) {  // NOLINT(bugprone-empty-catch): the client had enough
+        }
+    });
+    for (int before = -1; pieces < 16 || pieces != before;) {  // until nobody takes any more
+        before = pieces;
+        inet_client other(os::inet(), m_server.port());
+        expect_a_good_request(m_server, other);
+    }
+    EXPECT_TRUE(m_client.net.end(request, m_client.log.context()).pending());
+    m_server.accept_request().answer("there");
+    EXPECT_EQ(0U, m_client.log.wait().error);
+    EXPECT_EQ("there", m_client.body(request));
+    sender.join();
 }
 
 TEST_F(InetFault, TheBodyIsNotTouchedAfterClose) {

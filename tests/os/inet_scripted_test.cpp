@@ -211,6 +211,43 @@ TEST_F(InetScripted, HoldsAFullWindowBackUntilHalfOfItIsRead) {
     EXPECT_EQ(1, exchange.grants);
 }
 
+// However fast the exchange is, a response is there from its end call on, and that of the last hop only.
+TEST_F(InetScripted, TellsNothingOfAResponseBeforeItIsAskedFor) {
+    const auto request = begun(m_client.request());
+    m_network.last().sent();
+    EXPECT_EQ(1U, m_client.log.wait().result);
+    m_network.last().headers("HTTP/1.1 302 Found\r\nLocation: /next\r\n");
+    m_network.last().end();
+    std::uint32_t status = 0;
+    EXPECT_EQ(os::k_error_inet_incorrect_handle_state,
+              m_service->query_number(request, os::k_query_status_code, status).error);
+    EXPECT_TRUE(m_service->end(request, m_client.log.context()).pending());
+    EXPECT_EQ(os::k_error_inet_incorrect_handle_state,
+              m_service->query_number(request, os::k_query_status_code, status).error);
+    m_network.last().headers("HTTP/1.1 200 OK\r\nContent-Length: 0\r\nTransfer-Encoding: chunked\r\n");
+    EXPECT_EQ(200U, m_client.status(request));
+    std::uint32_t length = 0;
+    EXPECT_EQ(os::k_error_http_header_not_found,
+              m_service->query_number(request, os::k_query_content_length, length).error)
+        << "a length beside chunks is none";
+}
+
+// A server may break off while its body is held back.
+TEST_F(InetScripted, AnExchangeThatEndedWithAFullWindowIsReadToItsEnd) {
+    const auto request = waiting();
+    auto& exchange = m_network.last();
+    exchange.headers("HTTP/1.1 200 OK\r\n");
+    const std::string piece(512U << 10U, 'x');
+    while (exchange.data(piece) == data_verdict::taken) {
+    }
+    exchange.end(os::k_error_inet_connection_reset);
+    std::string read(4U << 20U, '\0');
+    const auto outcome = m_service->read(request, read.data(), 4U << 20U, 1);
+    EXPECT_EQ(os::k_error_inet_connection_reset, outcome.status.error);
+    EXPECT_GE(outcome.bytes, 512U << 10U);
+    EXPECT_EQ(0, exchange.grants);
+}
+
 TEST_F(InetScripted, FillsAWaitingReadFirstAndKeepsTheRest) {
     const auto request = waiting();
     m_network.last().headers("HTTP/1.1 200 OK\r\n");

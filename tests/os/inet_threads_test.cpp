@@ -177,6 +177,27 @@ double service_seconds() {
     return seconds(use.ru_utime) + seconds(use.ru_stime);
 }
 
+// Less than the 512 KiB that libcurl asks for at a time go out within the limit.
+TEST(InetThreads, AServerThatReadsSlowlyIsNotTimedOut) {
+    test_server server;
+    inet_client client(os::inet(), server.port());
+    client.net.set_timeout(client.connection, os::inet_timeout::send, 400);
+    const auto request = client.request(TESSEL_W("PUT"));
+    const std::string body(16U << 20U, 'b');
+    EXPECT_TRUE(client.begin(request, body).pending());
+    auto peer = server.accept();
+    const int small = 16384;  // so that the window opens with each read
+    ::setsockopt(peer.socket(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+    peer.read_head();
+    peer.read_bytes(8U << 20U);
+    for (int i = 0; i < 10; ++i) {
+        peer.read_bytes(60'000);
+        EXPECT_FALSE(client.log.completes_within(std::chrono::milliseconds(100)));
+    }
+    peer.read_bytes((8U << 20U) - 600'000);
+    EXPECT_EQ(0U, client.log.wait().error);
+}
+
 // A spinning service thread would use all of the time that is waited here.
 TEST(InetThreads, StalledAndPausedTransfersUseNoProcessorTime) {
     test_server server;

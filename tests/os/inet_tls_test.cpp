@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <deque>
 #include <memory>
 #include <utility>
 
@@ -91,11 +92,18 @@ authority& trusted() {
 }
 [[maybe_unused]] const bool k_trusted_before_the_service_asks = (trusted(), true);
 
-/// Answers every request with 200, or nothing when the handshake fails.
+const std::string k_good_answer = "HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 2\r\n\r\nok";
+
+/// Answers every request with 200, or nothing when the handshake fails. With answers of its own it stands
+/// behind a proxy, which it plays too, and gives one on each connection.
 class tls_server {
 public:
-    tls_server(certificate shown, private_key key)
-        : m_context(SSL_CTX_new(TLS_server_method())), m_shown(std::move(shown)), m_key(std::move(key)) {
+    tls_server(certificate shown, private_key key, std::deque<std::string> answers)
+        : m_answers(std::move(answers)),
+          m_is_behind_proxy(!m_answers.empty()),
+          m_context(SSL_CTX_new(TLS_server_method())),
+          m_shown(std::move(shown)),
+          m_key(std::move(key)) {
         SSL_CTX_use_certificate(m_context.get(), m_shown.get());
         SSL_CTX_use_PrivateKey(m_context.get(), m_key.get());
         m_thread = std::thread([this] { run(); });
@@ -123,18 +131,33 @@ private:
         }
     }
 
+    std::string next_answer() {
+        std::string next = k_good_answer;
+        if (!m_answers.empty()) {
+            next = m_answers.front();
+            m_answers.pop_front();
+        }
+        return next;
+    }
+
     void serve(server_connection connection) {
+        if (m_is_behind_proxy) {
+            connection.read_head();
+            connection.send("HTTP/1.1 200 Connection established\r\nX-From: proxy\r\n\r\n");
+        }
         const std::unique_ptr<SSL, freeing<SSL, SSL_free>> tls(SSL_new(m_context.get()));
         SSL_set_fd(tls.get(), connection.socket());
         char bytes[4096];
         if (SSL_accept(tls.get()) == 1 && SSL_read(tls.get(), bytes, sizeof bytes) > 0) {
-            const std::string answer = "HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 2\r\n\r\nok";
+            const std::string answer = next_answer();
             SSL_write(tls.get(), answer.data(), static_cast<int>(answer.size()));
             SSL_shutdown(tls.get());
         }
     }
 
     test_server m_server;
+    std::deque<std::string> m_answers;
+    const bool m_is_behind_proxy;
     std::unique_ptr<SSL_CTX, freeing<SSL_CTX, SSL_CTX_free>> m_context;
     certificate m_shown;
     private_key m_key;
@@ -144,7 +167,8 @@ private:
 
 enum class validity { now, past, future };
 
-std::unique_ptr<tls_server> serve(const char* names, validity when, bool by_stranger) {
+std::unique_ptr<tls_server> serve(const char* names, validity when, bool by_stranger,
+                                  std::deque<std::string> answers = {}) {
     private_key key = new_key();
     private_key stranger_key = new_key();
     const certificate stranger =
@@ -154,7 +178,7 @@ std::unique_ptr<tls_server> serve(const char* names, validity when, bool by_stra
     certificate shown =
         by_stranger ? new_certificate(key.get(), names, from, to, stranger.get(), stranger_key.get())
                     : new_certificate(key.get(), names, from, to, trusted().own.get(), trusted().key.get());
-    return std::make_unique<tls_server>(std::move(shown), std::move(key));
+    return std::make_unique<tls_server>(std::move(shown), std::move(key), std::move(answers));
 }
 
 constexpr std::uint32_t k_dates = os::k_request_ignore_cert_date_invalid;
@@ -204,6 +228,22 @@ TEST(InetTls, KeepsLenientConnectionsFromStrictRequests) {
     EXPECT_EQ(12038U, send_secure(k_dates, client));
     EXPECT_EQ(12037U, send_secure(k_name, client));
     EXPECT_EQ(0U, send_secure(k_dates | k_name, client));
+}
+
+// libcurl answers a challenge that closed the connection on a tunnel of its own making.
+TEST(InetTls, WhatAProxySaysToASecondTunnelIsNotTheResponse) {
+    const auto server = serve("DNS:other.test", validity::now, false,
+                              {"HTTP/1.1 401 No\r\nWWW-Authenticate: Basic realm=\"r\"\r\nConnection: "
+                               "close\r\nContent-Length: 0\r\n\r\n",
+                               "HTTP/1.1 404 None\r\nConnection: close\r\nContent-Length: 4\r\n\r\nnone"});
+    inet_client client(os::inet(), server->port(), true);
+    const kro::tessel::wide_string user = TESSEL_W("me");
+    client.net.set_credentials(client.connection, os::inet_credentials::server, &user, &user);
+    const auto request = client.request(TESSEL_W("GET"), TESSEL_W("/"), k_name | os::k_request_secure);
+    client.whole(request);
+    EXPECT_EQ(0U, client.log.wait().error);
+    EXPECT_EQ(404U, client.status(request));
+    EXPECT_EQ("none", client.body(request));
 }
 
 }  // namespace

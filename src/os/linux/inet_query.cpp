@@ -48,7 +48,7 @@ std::uint32_t inet_request::query_fixed(std::uint32_t what, std::string& value) 
             value = m_head.version();
             break;
         case k_query_status_code:
-            value = std::to_string(m_head.status());
+            value = std::to_string(m_published ? m_head.status() : 0);
             break;
         case k_query_status_text:
             value = m_head.reason();
@@ -95,7 +95,7 @@ std::uint32_t inet_request::query(std::uint32_t what, const std::string& name, s
     if (level != what) {
         return query_request(level, name, index, value);
     }
-    if (m_was_sent && m_two_steps && !m_published && !m_ended) {
+    if (m_was_sent && m_two_steps && !m_published && !m_failed) {
         return k_error_inet_incorrect_handle_state;
     }
     if (level == k_query_request_method) {
@@ -106,7 +106,9 @@ std::uint32_t inet_request::query(std::uint32_t what, const std::string& name, s
         return index == 0 || !counts_no_index(level) ? query_fixed(level, value)
                                                      : k_error_http_header_not_found;
     }
-    const auto found = m_published ? m_head.find(name, index) : std::nullopt;
+    // A length beside chunks says nothing of the body.
+    const bool is_void = level == k_query_content_length && m_head.has_token("Transfer-Encoding", "chunked");
+    const auto found = m_published && !is_void ? m_head.find(name, index) : std::nullopt;
     if (found) {
         value = *found;
     }

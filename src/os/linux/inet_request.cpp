@@ -56,7 +56,7 @@ std::shared_ptr<transfer> inet_request::forget_exchange() {
     m_tag = 0;
     m_hops = 0;
     m_same_server = true;
-    m_sent = m_answered = m_published = m_ended = m_paused = m_hopping = false;
+    m_sent = m_answered = m_published = m_failed = m_ended = m_paused = m_hopping = false;
     m_error = 0;
     m_head = {};
     m_window.clear();
@@ -129,16 +129,14 @@ inet_read_status inet_request::run_to_end(std::unique_lock<std::mutex>& lock) {
         }
     }
     deliver(lock);
+    if (m_closed || m_transfer == nullptr) {
+        lock.unlock();
+        m_turned->release();  // before another call may begin, which would have it taken away
+        lock.lock();
+    }
     m_turning = false;
     m_operation = operation::none;
-    const inet_read_status outcome =
-        m_closed ? inet_read_status{{k_error_inet_operation_cancelled}} : m_outcome;
-    const bool is_over = m_closed || m_transfer == nullptr;
-    lock.unlock();
-    if (is_over) {
-        m_turned->release();
-    }
-    return outcome;
+    return m_closed ? inet_read_status{{k_error_inet_operation_cancelled}} : m_outcome;
 }
 
 bool inet_request::start_hop() {
@@ -492,6 +490,7 @@ void inet_request::response_failed(std::uint32_t error) {
         queue(k_notice_connection_closed);
     }
     m_connecting = false;
+    m_failed = true;
     complete(error != 0 ? error : k_error_http_invalid_server_response);
 }
 
@@ -564,6 +563,7 @@ void inet_request::on_end(std::uint64_t tag, std::uint32_t error) {
         return;
     }
     m_ended = true;
+    m_paused = false;
     m_transfer = nullptr;
     if (m_hopping) {
         on_hop();

@@ -133,6 +133,7 @@ private:
     bool m_sent = false;
     bool m_answered = false;
     bool m_published = false;  // the response may be asked for and read
+    bool m_failed = false;     // the send or the end, without a response
     bool m_ended = false;
     bool m_paused = false;
     bool m_hopping = false;  // m_next goes out when the old exchange has ended

@@ -1,11 +1,14 @@
 #include "os/linux/transfer_curl.h"
 
 #include "os/inet.h"
+#include "os/linux/descriptor.h"
 #include "os/linux/inet_errors.h"
 #include "os/linux/transfer_logins.h"
 
 #include <arpa/inet.h>
+#include <linux/tcp.h>  // the C library's own has a shorter tcp_info
 #include <openssl/ssl.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -67,6 +70,19 @@ std::string text_of(const sockaddr& address) {
         ::inet_ntop(AF_INET6, &six.sin6_addr, text, sizeof text);
     }
     return text;
+}
+
+// Of those that were sent on a connection.
+std::uint64_t acknowledged_bytes(int socket) noexcept {
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    const bool is_told = ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0;
+    return is_told ? info.tcpi_bytes_acked : 0;
+}
+
+bool has_free_descriptor() noexcept {
+    const descriptor any(::eventfd(0, EFD_CLOEXEC));
+    return any.number() >= 0 || (errno != EMFILE && errno != ENFILE);
 }
 
 long connect_limit(std::uint32_t milliseconds) noexcept {
@@ -148,7 +164,7 @@ void curl_exchange::set_constant_options() {
 bool curl_exchange::begin(std::shared_ptr<curl_transfer> what) {
     m_transfer = std::move(what);
     m_transfer->exchange = this;
-    m_body_offset = 0;
+    m_body_offset = m_acknowledged = 0;
     m_block.clear();
     m_head_bytes = 0;
     m_in_block = m_resolving = m_connecting_told = m_connected = false;
@@ -307,7 +323,7 @@ void curl_exchange::report_headers() {
 }
 
 bool curl_exchange::progress_sent() {
-    if (sent_told()) {
+    if (m_transfer == nullptr || m_headers_told) {
         return true;
     }
     const transfer_request& request = m_transfer->request;
@@ -409,6 +425,16 @@ data_verdict curl_exchange::take_data(const char* data, std::size_t bytes) {
     return verdict;
 }
 
+// libcurl repeats a request whose kept connection had died, or answers a challenge that closed it: what a
+// proxy says to its CONNECT isn't the response.
+void curl_exchange::connects_again() {
+    if (m_connected) {
+        m_connected = m_in_block = false;
+        m_block.clear();
+        begin_wait(wait::connection);
+    }
+}
+
 void curl_exchange::connected() {
     m_connected = true;
     m_resolving = false;
@@ -419,9 +445,7 @@ void curl_exchange::connected() {
         }
         m_stages_over = true;
     }
-    if (!sent_told()) {
-        m_host.sending(*this);
-    }
+    m_host.sending(*this);
     begin_wait(m_transfer->request.has_body ? wait::sending : wait::receiving);
 }
 
@@ -490,12 +514,40 @@ void curl_exchange::restart_wait() noexcept {
     }
 }
 
-void curl_exchange::resume() {
-    if (m_paused) {
-        m_paused = false;
-        begin_wait(wait::receiving);
-        curl_easy_pause(m_easy, CURLPAUSE_CONT);
+CURLcode curl_exchange::resume() {
+    if (!m_paused) {
+        return CURLE_OK;
     }
+    m_paused = false;
+    begin_wait(wait::receiving);
+    return curl_easy_pause(m_easy, CURLPAUSE_CONT);
+}
+
+void curl_exchange::bytes_move() noexcept {
+    if (m_wait == wait::sending || m_wait == wait::receiving) {
+        begin_wait(m_wait);
+    }
+}
+
+// A socket can be written again when much of what it holds has gone out: on a slow line that takes longer
+// than a limit, though bytes arrive all the time.
+bool curl_exchange::still_sends() noexcept {
+    if (m_wait != wait::sending) {
+        return false;
+    }
+    const std::uint64_t before = m_acknowledged;
+    m_acknowledged = acknowledged_bytes(m_host.socket_of(m_easy));
+    const bool moves = m_acknowledged > before;
+    if (moves) {
+        begin_wait(wait::sending);
+    }
+    return moves;
+}
+
+void curl_exchange::look_at_descriptors(CURLcode code) {
+    const bool needs_some = code == CURLE_COULDNT_RESOLVE_HOST || code == CURLE_COULDNT_RESOLVE_PROXY ||
+                            code == CURLE_SSL_CACERT_BADFILE;
+    m_starved = m_starved || (needs_some && !has_free_descriptor());
 }
 
 // ---- libcurl's callbacks: no exception may pass through it
@@ -525,6 +577,9 @@ std::size_t curl_exchange::on_write(char* data, std::size_t size, std::size_t co
 std::size_t curl_exchange::on_read(char* out, std::size_t size, std::size_t count, void* self) {
     auto& exchange = *static_cast<curl_exchange*>(self);
     const curl_transfer& what = *exchange.m_transfer;
+    if (exchange.m_body_offset != 0) {  // of a large body
+        exchange.m_acknowledged = acknowledged_bytes(exchange.m_host.socket_of(exchange.m_easy));
+    }
     exchange.begin_wait(wait::sending);
     if (what.sink == nullptr) {
         return CURL_READFUNC_ABORT;
@@ -570,6 +625,7 @@ curl_socket_t curl_exchange::on_open_socket(void* self, curlsocktype /*purpose*/
     if (exchange.m_transfer->sink == nullptr) {
         return CURL_SOCKET_BAD;
     }
+    exchange.connects_again();
     return exchange.guarded<curl_socket_t>(CURL_SOCKET_BAD, [&] {
         if (!exchange.m_connecting_told) {
             exchange.m_connecting_told = true;

@@ -55,6 +55,8 @@ public:
     virtual void told(curl_transfer& which) = 0;
     /// The request went out in this turn, or is going out: ask progress_sent at the turn's end.
     virtual void sending(curl_exchange& which) = 0;
+    /// The socket that the handle is writing to; -1 when there is none.
+    virtual int socket_of(CURL* easy) noexcept = 0;
     virtual int open_socket(const curl_sockaddr& address) = 0;
     virtual void close_socket(int socket) noexcept = 0;
 };
@@ -86,9 +88,17 @@ public:
 
     /// The present wait begins anew.
     void restart_wait() noexcept;
-    /// Resumes after a full window; its callbacks may run inside.
-    void resume();
-    /// Reports the request as sent once it is. False while bytes are still to go out.
+    /// Resumes after a full window; its callbacks may run inside. An error ends the exchange, and nothing
+    /// else tells of it.
+    CURLcode resume();
+    /// Something has come, or goes out: the present wait begins anew, but for that of a connection.
+    void bytes_move() noexcept;
+    /// Whether the body moves although nothing was heard of its socket: the wait has begun anew then.
+    bool still_sends() noexcept;
+    /// Whether a failure is one for want of descriptors, which libcurl tells as others.
+    void look_at_descriptors(CURLcode code);
+    /// Reports the request as sent once it is, and waits for the response then. False while bytes are still
+    /// to go out.
     bool progress_sent();
 
     bool sent_told() const noexcept { return m_transfer == nullptr || m_transfer->sent_told; }
@@ -138,6 +148,7 @@ private:
     void end_with(std::uint32_t error);
     bool will_be_answered_by_libcurl(int status) const noexcept;
     data_verdict take_data(const char* data, std::size_t bytes);
+    void connects_again();
     void connected();
 
     exchange_host& m_host;
@@ -158,6 +169,7 @@ private:
     wait m_wait = wait::nothing;
     std::uint64_t m_deadline = k_never;
     std::uint64_t m_body_offset = 0;
+    std::uint64_t m_acknowledged = 0;  // bytes that the server had when that was last looked at
     std::string m_block;           // the response head that is being received
     std::size_t m_head_bytes = 0;  // of all heads of this exchange so far
     bool m_in_block = false;

@@ -43,6 +43,8 @@ std::size_t most_connections() noexcept {
 
 transfer_exchanges::transfer_exchanges(transfer_sockets& sockets, bool are_of_callers)
     : m_sockets(sockets), m_are_of_callers(are_of_callers) {
+    socket_watcher& self = *this;
+    sockets.tell(self);
     if (are_of_callers) {
         m_limit = std::numeric_limits<std::uint32_t>::max();  // each has its own thread, and this is one's
     }
@@ -228,6 +230,18 @@ void transfer_exchanges::drop(const std::shared_ptr<curl_transfer>& what) {
     }
 }
 
+void transfer_exchanges::resume(const curl_transfer& what) {
+    if (what.exchange == nullptr) {
+        return;
+    }
+    curl_exchange& which = *what.exchange;
+    if (const CURLcode code = which.resume(); code != CURLE_OK) {
+        which.end(code);
+        curl_multi_remove_handle(which.place.set->handle, which.easy());
+        release(which, false);
+    }
+}
+
 // The sink is gone already. A handle that is resolving stays where it is until the lookup ends, since
 // libcurl would wait for it here, and with it every other exchange; on_open_socket ends it then.
 void transfer_exchanges::abandon(curl_exchange& which) {
@@ -314,6 +328,7 @@ bool transfer_exchanges::collect_ended() {
             void* owner = nullptr;
             curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &owner);
             auto& exchange = *static_cast<curl_exchange*>(owner);
+            exchange.look_at_descriptors(message->data.result);
             if (exchange.wants_another_try() && message->data.result != CURLE_OK &&
                 exchange.current()->sink != nullptr) {
                 put_back(exchange);
@@ -353,7 +368,7 @@ void transfer_exchanges::check_deadlines() {
     std::vector<curl_exchange*> late;
     m_next_check = k_never;
     for (const auto& exchange : m_running) {
-        if (exchange->deadline() <= m_now) {
+        if (exchange->deadline() <= m_now && !exchange->still_sends()) {
             late.push_back(exchange.get());
         } else {
             m_next_check = std::min(m_next_check, exchange->deadline());
@@ -399,6 +414,20 @@ std::uint64_t transfer_exchanges::deadline_in(std::uint32_t milliseconds) noexce
     const std::uint64_t deadline = m_now + milliseconds;
     m_next_check = std::min(m_next_check, deadline);
     return deadline;
+}
+
+void transfer_exchanges::bytes_move(CURL* easy) noexcept {
+    void* owner = nullptr;
+    curl_easy_getinfo(easy, CURLINFO_PRIVATE, &owner);
+    if (owner != nullptr) {  // libcurl has a handle of its own for closing
+        static_cast<curl_exchange*>(owner)->bytes_move();
+    }
+}
+
+void transfer_exchanges::bytes_move() noexcept {
+    for (const auto& exchange : m_running) {
+        exchange->bytes_move();
+    }
 }
 
 void transfer_exchanges::told(curl_transfer& which) {

@@ -32,7 +32,7 @@ struct exchange_origin {
     std::deque<std::shared_ptr<curl_transfer>> waiting;
 };
 
-class transfer_exchanges final : private exchange_host {
+class transfer_exchanges final : private exchange_host, private socket_watcher {
 public:
     /// sockets: has to live longer. are_of_callers: one at a time, for whoever turns the loop.
     transfer_exchanges(transfer_sockets& sockets, bool are_of_callers);
@@ -45,6 +45,8 @@ public:
 
     void enqueue(std::shared_ptr<curl_transfer> what);
     void drop(const std::shared_ptr<curl_transfer>& what);
+    /// Its window has room again.
+    void resume(const curl_transfer& what);
     /// Has the sink's turn end told.
     void tell(std::shared_ptr<transfer_sink> sink) { m_told.push_back(std::move(sink)); }
 
@@ -73,8 +75,13 @@ private:
     std::uint64_t deadline_in(std::uint32_t milliseconds) noexcept override;
     void told(curl_transfer& which) override;
     void sending(curl_exchange& which) override;
+    int socket_of(CURL* easy) noexcept override { return m_sockets.socket_of(easy); }
     int open_socket(const curl_sockaddr& address) override { return m_sockets.open(address); }
     void close_socket(int socket) noexcept override { m_sockets.close(socket); }
+
+    // socket_watcher
+    void bytes_move(CURL* easy) noexcept override;
+    void bytes_move() noexcept override;
 
     static int on_timer(CURLM* handle, long milliseconds, void* set);
 

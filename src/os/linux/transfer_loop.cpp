@@ -228,9 +228,7 @@ void transfer_loop::obey(command& what) {
             m_exchanges.enqueue(std::move(what.which));
             break;
         case command_kind::grant:
-            if (what.which->exchange != nullptr) {
-                what.which->exchange->resume();
-            }
+            m_exchanges.resume(*what.which);
             break;
         case command_kind::cancel:
             m_exchanges.drop(what.which);

@@ -9,6 +9,16 @@
 
 namespace kro::tessel::os {
 
+/// Hears of what comes on sockets, before libcurl does.
+class socket_watcher {
+public:
+    virtual ~socket_watcher() = default;
+    /// The socket of this handle can be read or written.
+    virtual void bytes_move(CURL* easy) noexcept = 0;
+    /// That of some handle.
+    virtual void bytes_move() noexcept = 0;
+};
+
 class transfer_sockets {
 public:
     transfer_sockets() = default;
@@ -18,6 +28,8 @@ public:
 
     /// Has to succeed before anything else is called. Once it has, it does nothing.
     virtual bool prepare() = 0;
+    /// Who hears of events; before there are any.
+    void tell(socket_watcher& watcher) noexcept { m_watcher = &watcher; }
     /// A set was made: its sockets are looked after from now on, and have to be gone before this is.
     virtual void adopt(CURLM* set) = 0;
     /// An exchange begins in this set.
@@ -38,6 +50,8 @@ public:
     /// A time that the set asked for has come.
     virtual void handle_time(CURLM* set) = 0;
 
+    /// The socket that an exchange's handle waits to write to; -1 when there is none.
+    virtual int socket_of(CURL* easy) const noexcept = 0;
     /// A socket for a connection; -1 with errno as the system left it.
     virtual int open(const curl_sockaddr& address);
     virtual void close(int socket) noexcept = 0;
@@ -45,8 +59,10 @@ public:
 protected:
     bool prepare_alarm() noexcept;
     int alarm() const noexcept { return m_alarm.number(); }
+    socket_watcher& watcher() const noexcept { return *m_watcher; }
 
 private:
+    socket_watcher* m_watcher = nullptr;
     descriptor m_alarm;
 };
 

@@ -37,6 +37,7 @@ public:
     void handle_events() override;
     void handle_all() override;
     void handle_time(CURLM* set) override;
+    int socket_of(CURL* easy) const noexcept override;
     int open(const curl_sockaddr& address) override;
     void close(int socket) noexcept override;
 
@@ -49,6 +50,7 @@ private:
     // What epoll and libcurl say about a descriptor.
     struct watched {
         CURLM* set = nullptr;
+        CURL* easy = nullptr;  // whose socket it is while something is wanted
         std::uint32_t wanted = 0;
         std::uint32_t registered = 0;
         bool is_connection = false;     // opened by us, and its closing will be told
@@ -58,7 +60,7 @@ private:
 
     static int on_socket(CURL* easy, curl_socket_t socket, int what, void* from, void* unused);
     bool register_alarm() noexcept;
-    void watch(CURLM* set, int socket, int what);
+    void watch(CURLM* set, CURL* easy, int socket, int what);
     void handle_event(int socket, std::uint32_t events);
     watched& entry_of(int socket);
     void register_socket(int socket, watched& entry, std::uint32_t events);
@@ -96,10 +98,10 @@ void sockets_of_many::adopt(CURLM* set) {
     curl_multi_setopt(set, CURLMOPT_SOCKETDATA, &m_adopted.back());
 }
 
-int sockets_of_many::on_socket(CURL* /*easy*/, curl_socket_t socket, int what, void* from, void* /*unused*/) {
+int sockets_of_many::on_socket(CURL* easy, curl_socket_t socket, int what, void* from, void* /*unused*/) {
     const auto& adopted_set = *static_cast<const adopted*>(from);
     try {
-        adopted_set.by->watch(adopted_set.set, socket, what);
+        adopted_set.by->watch(adopted_set.set, easy, socket, what);
     } catch (const std::bad_alloc&) {
         // An error from here would end the whole set for good; this way one exchange runs into its time-out.
     }
@@ -149,6 +151,7 @@ void sockets_of_many::handle_event(int socket, std::uint32_t events) {
         }
         return;
     }
+    watcher().bytes_move(entry.easy);
     int running = 0;
     curl_multi_socket_action(entry.set, socket, curl_events_of(events), &running);
 }
@@ -161,10 +164,11 @@ sockets_of_many::watched& sockets_of_many::entry_of(int socket) {
     return m_watched[index];
 }
 
-void sockets_of_many::watch(CURLM* set, int socket, int what) {
+void sockets_of_many::watch(CURLM* set, CURL* easy, int socket, int what) {
     const std::uint32_t wanted = epoll_events_of(what);
     watched& entry = entry_of(socket);
     entry.set = set;
+    entry.easy = easy;
     entry.wanted = wanted;
     if (wanted == 0 && entry.is_connection) {
         // A kept connection stays registered between two requests: that saves two system calls for each.
@@ -192,6 +196,13 @@ void sockets_of_many::register_socket(int socket, watched& entry, std::uint32_t 
     }
     entry.registered = events;
     entry.unsure = false;
+}
+
+int sockets_of_many::socket_of(CURL* easy) const noexcept {
+    const auto found = std::find_if(m_watched.begin(), m_watched.end(), [easy](const watched& entry) {
+        return entry.easy == easy && (entry.wanted & EPOLLOUT) != 0;
+    });
+    return found == m_watched.end() ? -1 : static_cast<int>(found - m_watched.begin());
 }
 
 int sockets_of_many::open(const curl_sockaddr& address) {

@@ -1,6 +1,7 @@
 #include "os/linux/transfer_sockets.h"
 
 #include <sys/eventfd.h>
+#include <sys/select.h>
 #include <unistd.h>
 
 namespace kro::tessel::os {
@@ -17,6 +18,7 @@ public:
     void handle_events() override;
     void handle_all() override;
     void handle_time(CURLM* set) override;
+    int socket_of(CURL* easy) const noexcept override;
     void close(int socket) noexcept override { ::close(socket); }
 
 private:
@@ -39,6 +41,7 @@ void sockets_of_few::wait(int milliseconds) noexcept {
 
 void sockets_of_few::handle_events() {
     if (m_something_came) {
+        watcher().bytes_move();
         handle_time(m_set);
     }
 }
@@ -51,6 +54,19 @@ void sockets_of_few::handle_all() {
 void sockets_of_few::handle_time(CURLM* set) {
     int running = 0;
     curl_multi_perform(set, &running);
+}
+
+int sockets_of_few::socket_of(CURL* /*easy*/) const noexcept {
+    fd_set readable, writable, failed;
+    FD_ZERO(&readable);
+    FD_ZERO(&writable);
+    FD_ZERO(&failed);
+    int last = -1;
+    curl_multi_fdset(m_set, &readable, &writable, &failed, &last);
+    while (last >= 0 && !FD_ISSET(last, &writable)) {
+        --last;
+    }
+    return last;
 }
 
 }  // namespace
