@@ -2,6 +2,8 @@
 #include "os/inet_client.h"
 #include "os/prompt.h"
 
+#include "support/ascii.h"
+
 namespace tessel_test {
 namespace {
 
@@ -243,6 +245,69 @@ TEST_F(InetAccounts, AfterTheDialogueTheRequestIsSentAgainWithTheAccount) {
     EXPECT_EQ(1U, m_client.log.wait().result);
     EXPECT_EQ(0U, m_client.end(request));
     EXPECT_EQ("open", m_client.body(request));
+}
+
+// Else whoever redirects to a place where the user has an account could have it sent to himself.
+TEST_F(InetAccounts, AnAccountEnteredForTheServerOfARedirectGoesToNoOther) {
+    test_server other;
+    server_connection first;
+    const auto request = m_client.request();
+    const auto redirected = [&] {
+        EXPECT_TRUE(m_client.begin(request).pending());
+        if (!first.is_open()) {
+            first = m_server.accept();
+        }
+        EXPECT_THAT(first.read_request(), Not(HasSubstr("Authorization")));
+        first.send("HTTP/1.1 302 Found\r\nLocation: " + other.url() + "\r\nContent-Length: 0\r\n\r\n");
+        EXPECT_EQ(1U, m_client.log.wait().result);
+        EXPECT_TRUE(m_client.net.end(request, m_client.log.context()).pending());
+    };
+    redirected();
+    auto peer = other.accept_request();
+    peer.send(k_challenge);
+    EXPECT_EQ(0U, m_client.log.wait().error);
+    const prompt_answer prompt(true);
+    ASSERT_EQ(12032U, m_client.net.dialog(&m_server, request, 12014, 7));
+    EXPECT_EQ(wide(other.address()), prompt.s_asked.host);
+    redirected();
+    EXPECT_THAT(peer.read_request(), Not(HasSubstr("Authorization")));
+    peer.send(k_challenge);
+    EXPECT_THAT(peer.read_request(), HasSubstr("Authorization: Basic dXPDqXI6d29yZA==\r\n"));
+    peer.answer("open");
+    EXPECT_EQ(0U, m_client.log.wait().error);
+    EXPECT_EQ("open", m_client.body(request));
+    EXPECT_TRUE(m_client.begin(request).pending());
+    first.read_request();
+    first.send(k_challenge);
+    EXPECT_EQ(1U, m_client.log.wait().result);
+    EXPECT_EQ(0U, m_client.end(request));
+    EXPECT_EQ(401U, m_client.status(request)) << "its own challenge has no answer";
+}
+
+// A header of the caller's own is tried first, until an account has been taken there.
+TEST_F(InetAccounts, AnAccountTakesThePlaceOfTheCallersHeader) {
+    set_account(m_client.connection, os::inet_credentials::server, TESSEL_W("me"), TESSEL_W("secret"));
+    const auto send = [&] {
+        const auto request = m_client.request(TESSEL_W("GET"), TESSEL_W("/own/"));
+        EXPECT_TRUE(m_client.net
+                        .send(request, TESSEL_W("Authorization: Own x"), nullptr, 0,
+                              os::inet_send_mode::whole, m_client.log.context())
+                        .pending());
+    };
+    send();
+    auto peer = m_server.accept();
+    EXPECT_THAT(peer.read_request(), HasSubstr("Authorization: Own x\r\n"));
+    peer.send(k_challenge);
+    peer = m_server.accept();
+    EXPECT_THAT(peer.read_request(), Not(HasSubstr("Authorization")));
+    peer.send(k_challenge);
+    EXPECT_THAT(peer.read_request(), HasSubstr("Authorization: Basic bWU6c2VjcmV0\r\n"));
+    peer.answer("open");
+    EXPECT_EQ(0U, m_client.log.wait().error);
+    send();
+    EXPECT_THAT(peer.read_request(), HasSubstr("Authorization: Basic bWU6c2VjcmV0\r\n"));
+    peer.answer("open");
+    EXPECT_EQ(0U, m_client.log.wait().error);
 }
 
 TEST_F(InetAccounts, PreconfiguredSessionsUseTheEnvironment) {

@@ -34,25 +34,29 @@ bool is_certificate_question(std::uint32_t error) noexcept {
            error == k_error_inet_invalid_ca;
 }
 
-bool ask(credentials_request& question) {
+bool ask(credentials_request& question, const wide_account& refused) {
     if (const credentials_prompt prompt = current_prompt()) {
         return prompt(question);
     }
     const std::string program = askpass_program();
-    return !program.empty() && ask_with_program(program, k_askpass_limit_ms, question);
+    if (program.empty() || !ask_with_program(program, k_askpass_limit_ms, question)) {
+        return false;
+    }
+    // A program that knows one answer only would give it for ever, and have the account locked.
+    return question.user != refused.user || question.password != refused.password;
 }
 
 std::uint32_t ask_for_credentials(inet_request& request, const inet_request::challenge& challenge) {
     credentials_request question;
     question.for_proxy = challenge.status == 407;
-    const auto whose = question.for_proxy ? inet_credentials::proxy : inet_credentials::server;
+    const wide_account known = request.account_in_question(question.for_proxy);
     question.host = widen(challenge.host);
     question.realm = from_utf8(realm_of(challenge.text));
-    question.user = request.connection->account(whose).user;
-    if (!ask(question)) {
+    question.user = known.user;
+    if (!ask(question, known)) {
         return k_error_cancelled_by_user;
     }
-    request.connection->set_account(whose, &question.user, &question.password);
+    request.take_account(question.for_proxy, {question.user, question.password});
     return k_error_inet_force_retry;
 }
 

@@ -136,7 +136,10 @@ inet_request::challenge inet_request::challenge_of_response() const {
     result.status = m_head.status();
     result.host = from_proxy ? connection->session->proxies.route_to(m_outgoing.address).proxy
                              : m_outgoing.address.host + ':' + std::to_string(m_outgoing.address.port);
-    result.text = m_head.find(from_proxy ? "Proxy-Authenticate" : "WWW-Authenticate").value_or("");
+    const char* const name = from_proxy ? "Proxy-Authenticate" : "WWW-Authenticate";
+    for (std::uint32_t index = 0; const auto one = m_head.find(name, index); ++index) {
+        result.text.append(index == 0 ? "" : ", ").append(*one);
+    }
     return result;
 }
 

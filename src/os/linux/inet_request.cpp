@@ -164,16 +164,39 @@ void inet_request::fill_accounts(transfer_request& request) const {
     if ((m_flags & k_request_no_auth) != 0) {
         return;
     }
-    const wide_account server = connection->account(inet_credentials::server);
+    const auto ansi = [](const wide_account& account) {
+        return transfer_credentials{to_ansi(account.user), to_ansi(account.password)};
+    };
+    const transfer_credentials server = ansi(connection->account(inet_credentials::server));
     if (m_same_server) {
-        request.server = {to_ansi(server.user), to_ansi(server.password)};
+        request.server = server;
+    } else if (m_other_server.same_server(m_outgoing.address)) {
+        request.server = ansi(m_other_account);
     }
     if (!request.proxy.empty()) {
-        const wide_account proxy = connection->account(inet_credentials::proxy);
-        request.proxy_account = {to_ansi(proxy.user), to_ansi(proxy.password)};
+        request.proxy_account = ansi(connection->account(inet_credentials::proxy));
         if (!request.proxy_account.given()) {
-            request.proxy_account = through.account.given() ? through.account : request.server;
+            request.proxy_account = through.account.given() ? through.account : server;
         }
+    }
+}
+
+wide_account inet_request::account_in_question(bool for_proxy) const {
+    const std::lock_guard lock(m_mutex);
+    if (for_proxy || m_same_server) {
+        return connection->account(for_proxy ? inet_credentials::proxy : inet_credentials::server);
+    }
+    return m_other_server.same_server(m_outgoing.address) ? m_other_account : wide_account();
+}
+
+void inet_request::take_account(bool for_proxy, const wide_account& entered) {
+    const std::lock_guard lock(m_mutex);
+    if (for_proxy || m_same_server) {
+        connection->set_account(for_proxy ? inet_credentials::proxy : inet_credentials::server, &entered.user,
+                                &entered.password);
+    } else {
+        m_other_server = m_outgoing.address;
+        m_other_account = entered;
     }
 }
 

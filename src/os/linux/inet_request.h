@@ -41,9 +41,14 @@ public:
     struct challenge {
         std::uint32_t status = 0;  ///< 0 without a response
         std::string host;          ///< the server's or, for 407, the proxy's, with its port
-        std::string text;          ///< the header that asks
+        std::string text;          ///< the headers that ask, joined
     };
     challenge challenge_of_response() const;
+    /// The account that was sent to whoever asks, and the one that has been entered for him since. The
+    /// proxy's and that of the connection's own server are the connection's; a server that a redirect led to
+    /// has one of its own, which no other is told.
+    wide_account account_in_question(bool for_proxy) const;
+    void take_account(bool for_proxy, const wide_account& entered);
 
 private:
     enum class operation { none, send, send_whole, end, read, available };
@@ -125,7 +130,9 @@ private:
     outgoing m_outgoing;
     const char* m_body = nullptr;
     std::uint32_t m_hops = 0;
-    bool m_same_server = true;
+    bool m_same_server = true;    // as the connection's, on all hops so far
+    inet_address m_other_server;  // one that a redirect led to, and the account that was entered for it
+    wide_account m_other_account;
     bool m_was_sent = false;
     bool m_two_steps = false;  // sent with `begin`
     bool m_resolving = false;

@@ -8,6 +8,7 @@
 #include <arpa/inet.h>
 #include <linux/tcp.h>  // the C library's own has a shorter tcp_info
 #include <openssl/ssl.h>
+#include <strings.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
@@ -38,11 +39,27 @@ constexpr long k_buffer_bytes = 512L * 1024;
 // libcurl has a buffer for sending only while a body goes out; this one costs as little as the other.
 constexpr long k_upload_buffer_bytes = 512L * 1024;
 
+constexpr std::string_view k_server_login = "Authorization:";
+constexpr std::string_view k_proxy_login = "Proxy-Authorization:";
+
 constexpr std::string_view k_head_of_headless_response = "HTTP/1.0 200 OK\r\n\r\n";
 
 template <class Value>
 bool set(CURL* easy, CURLoption option, Value value) noexcept {
     return curl_easy_setopt(easy, option, value) == CURLE_OK;
+}
+
+bool is_header(const char* line, std::string_view name) noexcept {
+    return ::strncasecmp(line, name.data(), name.size()) == 0;
+}
+
+// lines: each with a zero behind it.
+bool names_header(const std::string& lines, std::string_view name) noexcept {
+    std::size_t at = 0;
+    while (at < lines.size() && !is_header(&lines[at], name)) {
+        at += std::strlen(&lines[at]) + 1;
+    }
+    return at < lines.size();
 }
 
 int status_of(std::string_view block) noexcept {
@@ -205,6 +222,7 @@ void curl_exchange::set_request(const transfer_request& request) {
         m_closes_connection = request.closes_connection;
         set(m_easy, CURLOPT_FORBID_REUSE, m_closes_connection ? 1L : 0L);
     }
+    choose_logins();
     set_headers(m_transfer->request.header_lines);
     set_accounts(request);
     set(m_easy, CURLOPT_CONNECTTIMEOUT_MS, connect_limit(request.limits.connect));
@@ -218,11 +236,27 @@ void curl_exchange::set_request(const transfer_request& request) {
     }
 }
 
+// An account that was taken beats the caller's own header; another one waits until that is refused.
+void curl_exchange::choose_logins() {
+    const transfer_request& request = m_transfer->request;
+    if (request.server.given() && known_logins().knows(server_place(request), request.server)) {
+        m_transfer->account_for_server = true;
+    }
+    if (request.proxy_account.given() && !request.proxy.empty() &&
+        known_logins().knows(proxy_place(request), request.proxy_account)) {
+        m_transfer->account_for_proxy = true;
+    }
+}
+
 // libcurl takes a linked list of texts: ours lives in one array and points into the request's lines.
 void curl_exchange::set_headers(std::string& lines) {
     m_header_list.clear();
     for (std::size_t at = 0; at < lines.size(); at += std::strlen(&lines[at]) + 1) {
-        m_header_list.push_back({&lines[at], nullptr});
+        const bool is_replaced = (m_transfer->account_for_server && is_header(&lines[at], k_server_login)) ||
+                                 (m_transfer->account_for_proxy && is_header(&lines[at], k_proxy_login));
+        if (!is_replaced) {
+            m_header_list.push_back({&lines[at], nullptr});
+        }
     }
     for (std::size_t i = 1; i < m_header_list.size(); ++i) {
         m_header_list[i - 1].next = &m_header_list[i];
@@ -372,7 +406,7 @@ bool curl_exchange::header_block_complete() {
         m_block.clear();
         return true;
     }
-    if (asks_for_ticket(status)) {
+    if (wants_to_be_begun_anew(status)) {
         if (m_connected) {
             report_sent();
         }
@@ -386,13 +420,25 @@ bool curl_exchange::header_block_complete() {
     return true;
 }
 
-// A challenge that offers Negotiate and nothing else, the first time.
-bool curl_exchange::asks_for_ticket(int status) {
+// A challenge that is answered by what libcurl can't do in the middle of an exchange.
+bool curl_exchange::wants_to_be_begun_anew(int status) {
     const transfer_request& request = m_transfer->request;
     const bool by_server = status == 401 && request.server.given();
     const bool by_proxy = status == 407 && request.proxy_account.given();
+    if (!by_server && !by_proxy) {
+        return false;
+    }
+    bool& has_account = by_server ? m_transfer->account_for_server : m_transfer->account_for_proxy;
+    const bool callers_was_sent =
+        !std::exchange(has_account, true) &&
+        names_header(request.header_lines, by_server ? k_server_login : k_proxy_login);
+    return callers_was_sent || asks_for_ticket(by_server);
+}
+
+// A challenge that offers Negotiate and nothing else, the first time.
+bool curl_exchange::asks_for_ticket(bool by_server) {
     bool& has_it = by_server ? m_transfer->ticket_for_server : m_transfer->ticket_for_proxy;
-    if ((!by_server && !by_proxy) || has_it) {
+    if (has_it) {
         return false;
     }
     long offered = 0;

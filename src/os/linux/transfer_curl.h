@@ -43,6 +43,9 @@ public:
     // Logs in with the user's Kerberos ticket: its account is of no use there.
     bool ticket_for_server = false;
     bool ticket_for_proxy = false;
+    // The account takes the place of an Authorization header of the caller's, which was refused.
+    bool account_for_server = false;
+    bool account_for_proxy = false;
 };
 
 /// What an exchange needs of the loop that it runs in.
@@ -141,7 +144,9 @@ private:
     void begin_wait(wait what) noexcept;
     bool header_line(std::string_view line);
     bool header_block_complete();
-    bool asks_for_ticket(int status);
+    bool wants_to_be_begun_anew(int status);
+    bool asks_for_ticket(bool by_server);
+    void choose_logins();
     void report_stage(transfer_stage stage, std::string_view text);
     void report_sent();
     void report_headers();
@@ -170,8 +175,8 @@ private:
     std::uint64_t m_deadline = k_never;
     std::uint64_t m_body_offset = 0;
     std::uint64_t m_acknowledged = 0;  // bytes that the server had when that was last looked at
-    std::string m_block;           // the response head that is being received
-    std::size_t m_head_bytes = 0;  // of all heads of this exchange so far
+    std::string m_block;               // the response head that is being received
+    std::size_t m_head_bytes = 0;      // of all heads of this exchange so far
     bool m_in_block = false;
     bool m_resolving = false;
     bool m_starved = false;
