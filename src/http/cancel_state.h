@@ -19,7 +19,9 @@ public:
     /// Whether the request is still the run's to close; when it isn't, it has been closed: waits for a
     /// `cancel` that is at it. Not in a callback, which that may be waiting for.
     bool leave(os::inet_handle request) noexcept;
-    /// The same without waiting; for callbacks.
+    /// Whether an entered request has been closed, or is about to be.
+    bool has_closed(os::inet_handle request) noexcept;
+    /// As leave, without waiting; for callbacks.
     bool take_back(os::inet_handle request) noexcept;
 
     void cancel();

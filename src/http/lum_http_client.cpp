@@ -107,6 +107,9 @@ unsigned long CLumHttpClient::_InvokeWithProxyUtil() try {
             break;
         }
         trace_message(trace_debug) << TESSEL_W("Error: ") << error;
+        if (error == os::k_error_inet_operation_cancelled) {
+            break;
+        }
     }
     if (error != 0) {
         os::set_last_error(error);

@@ -16,13 +16,13 @@ constexpr std::uint32_t k_largest_piece = 256U << 10U;
 
 void session_transfer::tell_head() const {
     const std::uint32_t status = m_session.m_response.get_status_code();
-    if (m_session.m_watch == nullptr || !m_session.m_watch->head || status == 0) {
+    if (m_watch == nullptr || !m_watch->head || status == 0) {
         return;
     }
     wide_string lines;
     std::uint32_t index = 0;
     os::inet().query_text(m_request, os::k_query_raw_headers_crlf, index, lines);
-    m_session.m_watch->head({status, std::move(lines)});
+    m_watch->head({status, std::move(lines)});
 }
 
 // Each piece is what is there, so that none waits for the next.
@@ -36,7 +36,7 @@ std::uint32_t session_transfer::hand_body_on(const std::function<void(std::uint6
         const os::inet_read_status read =
             os::inet().read(m_request, piece.get(), std::min(there.bytes, k_largest_piece), 0);
         if (read.bytes != 0) {
-            m_session.m_watch->body(piece.get(), read.bytes);
+            m_watch->body(piece.get(), read.bytes);
             done += read.bytes;
             if (on_bytes) {
                 on_bytes(done);

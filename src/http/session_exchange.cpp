@@ -60,7 +60,12 @@ void session_transfer::add_body(form how) {
     m_outgoing.body = given.data;
     m_outgoing.bytes = given.len;
     if (how == form::run && !m_session.m_raw_data) {
-        m_outgoing.text = narrow(k_utf8, {static_cast<const wchar*>(given.data), given.len / sizeof(wchar)});
+        try {
+            m_outgoing.text =
+                narrow(k_utf8, {static_cast<const wchar*>(given.data), given.len / sizeof(wchar)});
+        } catch (const std::length_error&) {
+            throw exception::internal_errno_exception(os::k_error_invalid_parameter);
+        }
         m_outgoing.body = m_outgoing.text.data();
         m_outgoing.bytes = static_cast<std::uint32_t>(m_outgoing.text.size());
     }

@@ -9,6 +9,8 @@
 #include "tessel/platform/exception.h"
 
 #include <algorithm>
+#include <charconv>
+#include <system_error>
 #include <utility>
 
 namespace kro::tessel::http {
@@ -121,7 +123,7 @@ void session_transfer::open(std::uint32_t access, wide_view proxy, wide_view age
     if (m_request == nullptr) {
         fail_with_last_error();
     }
-    if (m_session.m_watch != nullptr && !m_session.m_watch->cancel.state().enter(m_request)) {
+    if (m_watch != nullptr && !m_watch->cancel.state().enter(m_request)) {
         close(m_request);
         throw internal_errno_exception(os::k_error_inet_operation_cancelled);
     }
@@ -146,7 +148,7 @@ void session_transfer::close_request() noexcept {
     if (m_request == nullptr) {
         return;
     }
-    const transfer_watch* const watch = m_session.m_watch.get();
+    const transfer_watch* const watch = m_watch.get();
     if (watch != nullptr && !watch->cancel.state().leave(m_request)) {
         m_request = nullptr;  // closed by whoever cancelled
     }
@@ -161,15 +163,29 @@ std::optional<std::uint32_t> session_transfer::announced_length() const {
     return known && m_session.m_method != http_method_head ? std::optional(length) : std::nullopt;
 }
 
+// Of a body that has more bytes than a number of the service can say.
+std::uint64_t session_transfer::announced_total() const {
+    wide_string digits;
+    std::uint32_t index = 0;
+    std::uint64_t total = 0;
+    if (m_session.m_method == http_method_head ||
+        !os::inet().query_text(m_request, os::k_query_content_length, index, digits).ok()) {
+        return transfer_progress::k_unknown;
+    }
+    const std::string text(digits.begin(), digits.end());
+    const auto end = std::from_chars(text.data(), text.data() + text.size(), total);
+    return end.ec == std::errc() ? total : transfer_progress::k_unknown;
+}
+
 std::uint32_t session_transfer::receive_into_response(body_receiver::pace how) {
     tell_head();
     const std::optional<std::uint32_t> length = announced_length();
     std::function<void(std::uint64_t)> on_bytes;
     if (is_watched()) {
-        const std::uint64_t total = length ? *length : transfer_progress::k_unknown;
+        const std::uint64_t total = length ? *length : announced_total();
         on_bytes = [this, total](std::uint64_t done) { report(transfer_download, done, total); };
     }
-    if (m_session.m_watch != nullptr && m_session.m_watch->body) {
+    if (m_watch != nullptr && m_watch->body) {
         const std::uint32_t error = hand_body_on(on_bytes);
         throw_if_ended();
         return error;
@@ -209,6 +225,12 @@ void session_transfer::decode() {
 
 // ---- watching
 
+// Also when the flag has been reset since.
+bool session_transfer::is_cancelled() const noexcept {
+    return m_watch != nullptr && (m_watch->cancel.is_cancelled() ||
+                                  (m_request != nullptr && m_watch->cancel.state().has_closed(m_request)));
+}
+
 // Before the sink is asked about a failure: what was ended on purpose is not to be sent again.
 void session_transfer::throw_if_ended() const {
     if (m_host_error != 0) {
@@ -220,7 +242,7 @@ void session_transfer::throw_if_ended() const {
 }
 
 void session_transfer::report(transfer_direction direction, std::uint64_t done, std::uint64_t total) const {
-    m_session.m_watch->progress({direction, done, total});
+    m_watch->progress({direction, done, total});
 }
 
 // Inside a call of the service, which exceptions must not cross: one ends the request instead.
@@ -231,7 +253,7 @@ void session_transfer::body_goes_out(std::uint64_t bytes) noexcept {
     }
     m_gone_out = done;
     m_host_error = exception::number_of([&] { report(transfer_upload, done, m_outgoing.bytes); });
-    const transfer_watch& watch = *m_session.m_watch;
+    const transfer_watch& watch = *m_watch;
     if (m_host_error != 0 && watch.cancel.state().take_back(m_request)) {
         close(m_request);
     }

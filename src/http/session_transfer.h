@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -17,7 +18,8 @@ namespace kro::tessel::http {
 /// every exception, the host's too, into its number.
 class session_transfer {
 public:
-    explicit session_transfer(http_session& session) noexcept : m_session(session) {}
+    explicit session_transfer(http_session& session) noexcept
+        : m_session(session), m_watch(session.m_watch) {}
     session_transfer(const session_transfer&) = delete;
     session_transfer& operator=(const session_transfer&) = delete;
     ~session_transfer() { close_all(); }
@@ -78,6 +80,7 @@ private:
     bool user_wants_again(const outcome& what);
 
     std::optional<std::uint32_t> announced_length() const;
+    std::uint64_t announced_total() const;
     std::uint32_t receive_into_response(body_receiver::pace how);
     void decode();
 
@@ -86,10 +89,8 @@ private:
     std::uint32_t hand_body_on(const std::function<void(std::uint64_t)>& on_bytes) const;
 
     // Watching.
-    bool is_watched() const noexcept { return m_session.m_watch != nullptr && m_session.m_watch->progress; }
-    bool is_cancelled() const noexcept {
-        return m_session.m_watch != nullptr && m_session.m_watch->cancel.is_cancelled();
-    }
+    bool is_watched() const noexcept { return m_watch != nullptr && m_watch->progress; }
+    bool is_cancelled() const noexcept;
     void throw_if_ended() const;
     void report(transfer_direction direction, std::uint64_t done, std::uint64_t total) const;
     void body_goes_out(std::uint64_t bytes) noexcept;
@@ -97,6 +98,7 @@ private:
                      const void* information, std::uint32_t length);
 
     http_session& m_session;
+    const std::shared_ptr<const transfer_watch> m_watch;  // the session may be given another one meanwhile
     os::inet_handle m_internet = nullptr;
     os::inet_handle m_connection = nullptr;
     os::inet_handle m_request = nullptr;

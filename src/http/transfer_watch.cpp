@@ -32,6 +32,11 @@ bool cancel_state::leave(os::inet_handle request) noexcept {
     return remove(m_requests, request);
 }
 
+bool cancel_state::has_closed(os::inet_handle request) noexcept {
+    const std::lock_guard lock(m_mutex);
+    return std::find(m_requests.begin(), m_requests.end(), request) == m_requests.end();
+}
+
 bool cancel_state::take_back(os::inet_handle request) noexcept {
     const std::lock_guard lock(m_mutex);
     return remove(m_requests, request);

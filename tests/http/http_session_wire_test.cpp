@@ -103,6 +103,41 @@ TEST(HttpSessionWire, TellsHowFarItHasCome) {
     }
 }
 
+// The flag is one of the host's, who may want it for the next transfer at once.
+TEST(HttpSessionWire, StaysCancelledWhenTheFlagIsReset) {
+    for (const auto action : {http_session::action_run, http_session::action_download}) {
+        test_server server;
+        const auto session = session_to(server, action);
+        const transfer_watch watch;
+        session->set_watch(watch);
+        auto blocked = std::async(std::launch::async, [&] { return invoke(*session); });
+        auto peer = server.accept_request();
+        watch.cancel.cancel();
+        watch.cancel.reset();
+        EXPECT_EQ(12017U, blocked.get());
+        EXPECT_TRUE(peer.wait_for_close());
+    }
+}
+
+TEST(HttpSessionWire, MayBeGivenAnotherWatchInsideAFunctionOfTheOldOne) {
+    test_server server;
+    const auto session = session_to(server, http_session::action_run);
+    std::string told;
+    {
+        transfer_watch watch;
+        watch.head = [&](const response_head&) { session->set_watch({}); };
+        watch.body = [&told, kept = std::string(100, 'x')](const void* data, std::uint32_t size) {
+            told.append(kept.substr(0, 1)).append(static_cast<const char*>(data), size);
+        };
+        session->set_watch(watch);
+    }
+    auto blocked = std::async(std::launch::async, [&] { return invoke(*session); });
+    auto peer = server.accept_request();
+    peer.answer("well");
+    EXPECT_EQ(0U, blocked.get());
+    EXPECT_EQ("xwell", told);
+}
+
 TEST(HttpSessionWire, IsCancelledFromAnotherThreadInEveryWait) {
     const struct {
         const char* what;

@@ -20,7 +20,7 @@ using kro::tessel::set_last_error;
 using kro::tessel::exception::internal_errno_exception;
 using kro::tessel::exception::internal_exception;
 using kro::tessel::exception::internal_last_errno_exception;
-using kro::tessel::exception::run_at_boundary;
+using kro::tessel::exception::number_of;
 
 // Looked at before any function of the library runs, as a host's own initialisers may do.
 const unsigned long k_main_thread_at_start = GetMainThreadId();
@@ -44,25 +44,20 @@ void fail_with_the_last_error() {
     throw failure;
 }
 
-TEST(ExceptionBoundary, LeavesTheNumberOfTheLibrarysExceptions) {
+TEST(ExceptionBoundary, GivesTheNumberOfEachException) {
     const struct {
         const char* description;
         std::function<void()> body;
         unsigned long error;
-    } rows[] = {{"returns", [] {}, 3},
+    } rows[] = {{"returns", [] {}, 0},
                 {"a bad argument", [] { throw internal_errno_exception(87); }, 87},
                 {"a failed platform call", fail_with_the_last_error, 1400},
-                {"one without a number", [] { throw internal_exception(); }, 3}};
+                {"one without a number", [] { throw internal_exception(); }, 0},
+                {"no memory", [] { throw std::bad_alloc(); }, 8},
+                {"a host's", [] { throw std::runtime_error("not ours"); }, 1359}};
     for (const auto& row : rows) {
-        set_last_error(3);
-        run_at_boundary(row.body);
-        EXPECT_EQ(get_last_error(), row.error) << row.description;
+        EXPECT_EQ(number_of(row.body), row.error) << row.description;
     }
-}
-
-TEST(ExceptionBoundary, LetsOtherExceptionsPass) {
-    const auto fail = [] { throw std::runtime_error("not ours"); };
-    EXPECT_THROW(run_at_boundary(fail), std::runtime_error);
 }
 
 TEST(MainThread, IsTheOneThatLoadedTheLibrary) {

@@ -9,6 +9,7 @@
 #include <tessel/http/transfer_watch.h>
 
 #include <cstdint>
+#include <string>
 
 namespace kro::tessel::http {
 
@@ -114,6 +115,18 @@ public:
     /// The same with a body of bytes and headers of `headerBytes` bytes of wide text.
     int Request(const wchar* url, http_method_t method, void* body, unsigned long bodyBytes,
                 const wchar* headers, unsigned long headerBytes, unsigned long flags);
+#if defined(TESSEL_HAS_FOREIGN_WCHAR_T)
+    /// L"..." headers: `headerBytes` counts their bytes as they stand, four for each character.
+    int Request(const wchar_t* url, http_method_t method, void* body, unsigned long bodyBytes,
+                const wchar_t* headers, unsigned long headerBytes, unsigned long flags) {
+        const bool has_headers = headers != nullptr && headerBytes != 0;
+        const wide_string wideHeaders =
+            has_headers ? from_wchar_t(std::wstring(headers, headerBytes / sizeof(wchar_t)).c_str())
+                        : wide_string();
+        return Request(from_wchar_t(url).c_str(), method, body, bodyBytes, wideHeaders.c_str(),
+                       static_cast<unsigned long>(wideHeaders.size() * sizeof(wchar)), flags);
+    }
+#endif
 
     CTString ResponseContent();             ///< GetResponse's text; empty without an answer
     const ILumHttpResponse* GetResponse();  ///< null without an answer
