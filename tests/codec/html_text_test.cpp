@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -72,6 +73,8 @@ TEST(HtmlText, CollapsesBlanksWhereBrowsersDo) {
     EXPECT_EQ(shown(_gethtml_puretext(wide_string(TESSEL_W("a\0b"), 3))), "ab");
     EXPECT_EQ(shown(_gethtml_puretext(TESSEL_W("\x01\x0B\x7F\u0080\u009F\u00A0\u00BF"))),
               "\x01\x0B\x7F<128><159><160><191>");
+    EXPECT_EQ(_gethtml_puretext(TESSEL_W("\x01\U0010FF41\U0010FFE9")),
+              CTString(TESSEL_W("\x01\U0010FF41\U0010FFE9")));
     EXPECT_EQ(_gethtml_puretext(TESSEL_W("\u4e2d<b>\U0001F600</b>")), CTString(TESSEL_W("\u4e2d\U0001F600")));
 }
 
@@ -167,6 +170,14 @@ TEST(HtmlText, TakesHostileMarkup) {
         attributes += " a" + std::to_string(i) + "=1";
         fonts += "<font size=" + std::to_string(i % 1000) + ">";
     }
+    const auto times = [](int count, const std::string& tag) {
+        std::string tags;
+        while (count-- != 0) {
+            tags += tag;
+        }
+        return tags;
+    };
+    const std::string blocks = times(300, "<div>") + times(200, "</u>");
     const struct {
         const char* what;
         std::string html;
@@ -180,12 +191,30 @@ TEST(HtmlText, TakesHostileMarkup) {
         {"blocks in a deep stack", repeated("<div>").substr(0, 2555) + repeated("<p>") + "x", "x"},
         {"an attribute without an end", "x" + repeated("<a b=\""), "x"},
         {"end tags that match nothing near", "<y><div>" + repeated("<x hidden></x></y>") + "x", "x"},
+        {"inline elements around blocks", "<i hidden>" + repeated(times(200, "<u>") + blocks), ""},
+        {"hidden ones around blocks", "<i hidden>" + repeated(times(200, "<u hidden>") + blocks), ""},
     };
     for (const auto& one : rows) {
         const std::string text = text_of(one.html);
         EXPECT_EQ(text.substr(text.size() - std::min(text.size(), one.text.size())), one.text) << one.what;
         EXPECT_LE(text.size(), one.html.size()) << one.what;
     }
+}
+
+// A host's global may want a text when the process ends; what its thread has kept is destroyed by then.
+struct reads_at_the_end {
+    ~reads_at_the_end() { std::_Exit(text_of("<p>a<p>b") == "a\n\nb" ? 7 : 1); }
+};
+
+[[noreturn]] void end_with_a_global_that_reads() {
+    const std::string first = text_of("a");
+    static const reads_at_the_end global;
+    std::exit(static_cast<int>(first.size()));
+}
+
+TEST(HtmlTextDeathTest, ReadsForGlobalsThatEndWithTheProcess) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(end_with_a_global_that_reads(), testing::ExitedWithCode(7), "");
 }
 
 TEST(HtmlText, WorksOnThreadsAtOnce) {

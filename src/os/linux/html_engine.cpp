@@ -5,6 +5,7 @@
 #include "html_inner_text.h"
 #include "html_nesting.h"
 #include "html_reader.h"
+#include "thread_kept.h"
 
 #include <gumbo.h>
 
@@ -149,14 +150,8 @@ const GumboNode* body_of(const GumboOutput& tree) {
     return nullptr;
 }
 
-tree_builder& builder_of_thread() {
-    static thread_local tree_builder t_builder;
-    return t_builder;
-}
-
 // The text in UTF-8; false when there is no body.
-bool collect(std::string_view markup, std::string& text) {
-    tree_builder& builder = builder_of_thread();
+bool collect(tree_builder& builder, std::string_view markup, std::string& text) {
     inner_text collected;
     html_nesting nesting([&](std::string& piece) {
         const GumboNode* const body = body_of(builder.parse(piece));
@@ -179,7 +174,9 @@ bool collect(std::string_view markup, std::string& text) {
 
 bool inner_text_of_html(std::basic_string_view<wchar> html, wide_string& text) noexcept try {
     std::string collected;
-    if (!collect(narrow(k_utf8, html), collected)) {
+    const bool has_body = with_kept<tree_builder>(
+        [&](tree_builder& builder) { return collect(builder, narrow(k_utf8, html), collected); });
+    if (!has_body) {
         return false;
     }
     text = widen(k_utf8, collected);

@@ -10,6 +10,10 @@
 namespace kro::tessel::os {
 namespace {
 
+// Each end tag of an inline element that hides may have hundreds of blocks go on behind it, in as many bytes
+// of output for each of its own: beyond so many of a document they end with it.
+constexpr std::size_t k_most_reopened = std::size_t{64} * 1024;
+
 // FNV-1a over the lower-case name.
 std::uint32_t hash_of(std::string_view name) {
     std::uint32_t hash = 2166136261U;
@@ -236,17 +240,26 @@ std::size_t html_nesting::write_control(std::string_view content) {
     return is_c1 ? 2 : 1;
 }
 
+// The control that stands at a place in the guise of U+10FFxx; 0 for anything else.
+unsigned html_nesting::control_at(std::string_view text) {
+    const bool is_private = text.substr(0, k_control_begin.size()) == k_control_begin &&
+                            static_cast<unsigned char>(text[2]) >= 0xBC;
+    if (!is_private) {
+        return 0;
+    }
+    const unsigned control =
+        (static_cast<unsigned char>(text[2]) - 0xBCU) << 6U | (static_cast<unsigned char>(text[3]) & 63U);
+    return control < 0x20 || (control >= 0x7F && control < 0xA0) ? control : 0;
+}
+
 void html_nesting::restore_controls(std::string& text) {
     std::size_t to = 0;
     for (std::size_t from = 0; from < text.size(); ++from) {
-        const bool is_private = text.compare(from, k_control_begin.size(), k_control_begin) == 0 &&
-                                static_cast<unsigned char>(text[from + 2]) >= 0xBC;
-        if (!is_private) {
+        const unsigned control = control_at(std::string_view(text).substr(from));
+        if (control == 0) {
             text[to++] = text[from];
             continue;
         }
-        const unsigned control = (static_cast<unsigned char>(text[from + 2]) - 0xBCU) << 6U |
-                                 (static_cast<unsigned char>(text[from + 3]) & 63U);
         if (control >= 0x80) {
             text[to++] = static_cast<char>(0xC2);
         }
@@ -581,14 +594,39 @@ void html_nesting::end_inline(const element& wanted) {
 
 // Closes an inline element; the blocks that are open in it go on behind it.
 void html_nesting::close_around(std::size_t index) {
+    const auto inner = m_open.begin() + static_cast<std::ptrdiff_t>(index) + 1;
+    const auto is_block = [](const element& opened) { return has_trait(opened.tag, k_special); };
+    const auto is_written_inline = [&](const element& opened) {
+        return !is_block(opened) && opened.written != nullptr;
+    };
+    if (m_open[index].written == nullptr && std::none_of(inner, m_open.end(), is_written_inline)) {
+        forget_inline(index);
+        return;
+    }
     std::vector<element> blocks;
-    std::copy_if(m_open.begin() + static_cast<std::ptrdiff_t>(index) + 1, m_open.end(),
-                 std::back_inserter(blocks),
-                 [](const element& opened) { return has_trait(opened.tag, k_special); });
+    std::copy_if(inner, m_open.end(), std::back_inserter(blocks), is_block);
     pop_through(index);
+    m_reopened += blocks.size();
+    if (m_reopened > k_most_reopened) {
+        return;
+    }
     for (const element& block : blocks) {
         open(block);
     }
+}
+
+// Inline elements that nothing is written of, from this one on: the blocks among them aren't touched.
+void html_nesting::forget_inline(std::size_t index) {
+    const auto first = m_open.begin() + static_cast<std::ptrdiff_t>(index);
+    auto kept = first;
+    for (auto at = first; at != m_open.end(); ++at) {
+        if (at != first && has_trait(at->tag, k_special)) {
+            *kept++ = *at;
+        } else {
+            --m_counts[at->tag];
+        }
+    }
+    m_open.erase(kept, m_open.end());
 }
 
 // What is still open in a form stays open, and the form with it: it has no other effect on the text.

@@ -70,6 +70,7 @@ private:
     void end_in_scope(GumboTag tag);
     void end_inline(const element& wanted);
     void close_around(std::size_t index);
+    void forget_inline(std::size_t index);
     void end_form();
     void text(std::string_view content);
 
@@ -89,6 +90,7 @@ private:
     void write_start(const element& opened, bool is_continued);
     void write_replaced(const char* name);
     std::size_t write_control(std::string_view content);
+    static unsigned control_at(std::string_view text);
     void keep_apart();
     bool ends_in_reference() const;
     std::size_t first_uncuttable() const;
@@ -100,6 +102,7 @@ private:
     std::vector<element> m_open;
     std::uint16_t m_counts[GUMBO_TAG_LAST + 1] = {};
     std::size_t m_hiding_inline = 0;  // open inline elements that hide
+    std::size_t m_reopened = 0;       // blocks that went on behind such a one
     // q elements whose end is to come. Browsers write the quotation marks; they are no part of the text, but
     // take a place on the line as a picture does.
     std::size_t m_open_quotes = 0;
