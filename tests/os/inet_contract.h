@@ -348,6 +348,41 @@ TEST_P(InetContract, TimesOutAWaitAndNotTheWhole) {
     EXPECT_EQ(12002U, m_client.end(silent)) << "no response at all";
 }
 
+// By a name that no other test asks by, and gone at the end: the jar is one for all.
+TEST_P(InetContract, SendsCookiesToTheServerThatSetThem) {
+    using testing::HasSubstr;
+    using testing::Not;
+    inet_client client(net(), m_server.port(), TESSEL_W("localhost"));
+    server_connection peer;
+    const auto asked = [&](const wchar* object, const std::string& answer, std::uint32_t flags = 0) {
+        const auto request = client.request(TESSEL_W("GET"), object, flags | os::k_request_keep_connection);
+        EXPECT_TRUE(net()
+                        .send(request, TESSEL_W("Cookie: own=1"), nullptr, 0, os::inet_send_mode::whole,
+                              client.log.context())
+                        .pending());
+        if (!peer.is_open()) {
+            peer = m_server.accept();
+        }
+        std::string head = peer.read_request();
+        peer.send("HTTP/1.1 200 OK\r\n" + answer + "Content-Length: 0\r\n\r\n");
+        EXPECT_EQ(0U, client.log.wait().error);
+        return head;
+    };
+    EXPECT_THAT(asked(TESSEL_W("/"), "Set-Cookie: a=1; Path=/in\r\nSet-Cookie: b=2; Path=/\r\n"),
+                HasSubstr("Cookie: own=1\r\n"));
+    const std::string second = asked(TESSEL_W("/"), "");
+    EXPECT_THAT(second, HasSubstr("Cookie: b=2\r\n"));
+    EXPECT_THAT(second, Not(HasSubstr("own=1"))) << "the jar's takes its place";
+    const std::string inside = asked(TESSEL_W("/in/x"), "Set-Cookie: a=3; Path=/in\r\n");
+    EXPECT_THAT(inside, testing::AllOf(HasSubstr("a=1"), HasSubstr("b=2")));
+    EXPECT_THAT(asked(TESSEL_W("/in"), "Set-Cookie: c=1\r\n", os::k_request_no_cookies),
+                HasSubstr("Cookie: own=1\r\n"));
+    EXPECT_THAT(asked(TESSEL_W("/in"), "Set-Cookie: a=; Path=/in; Max-Age=0\r\n"),
+                testing::AllOf(HasSubstr("a=3"), Not(HasSubstr("c=1"))));
+    EXPECT_THAT(asked(TESSEL_W("/"), "Set-Cookie: b=; Path=/; Max-Age=0\r\n"), Not(HasSubstr("a=3")));
+    EXPECT_THAT(asked(TESSEL_W("/in"), ""), HasSubstr("Cookie: own=1\r\n")) << "they have gone";
+}
+
 TEST_P(InetContract, StaysSilentWithoutAContext) {
     const auto request = net().open_request(m_client.connection, {}, TESSEL_W("/"), 0, 0);
     ASSERT_NE(nullptr, request);

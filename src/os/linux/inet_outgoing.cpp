@@ -69,6 +69,7 @@ void compose(const outgoing& what, transfer_request& request) {
     request.ignore_cert_name = what.address.secure && (what.flags & k_request_ignore_cert_cn_invalid) != 0;
     const std::string* const connection = what.headers.find("Connection");
     request.closes_connection = connection != nullptr && equal_but_for_case(*connection, "close");
+    request.uses_cookies = (what.flags & k_request_no_cookies) == 0;
     std::string& lines = request.header_lines;
     lines.reserve(256);
     each_wire_header(what, [&lines](std::string_view name, std::string_view value) {

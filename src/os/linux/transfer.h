@@ -49,6 +49,7 @@ struct transfer_request {
     bool ignore_cert_dates = false;
     bool ignore_cert_name = false;
     bool closes_connection = false;  ///< the connection serves nobody else afterwards
+    bool uses_cookies = true;        ///< sends those of the process's jar, and keeps what comes
     bool wants_stages = true;        ///< whether on_stage is to be called
     transfer_limits limits;
 };

@@ -3,6 +3,7 @@
 #include "os/inet.h"
 #include "os/linux/descriptor.h"
 #include "os/linux/inet_errors.h"
+#include "os/linux/transfer_cookies.h"
 #include "os/linux/transfer_logins.h"
 
 #include <arpa/inet.h>
@@ -41,6 +42,9 @@ constexpr long k_upload_buffer_bytes = 512L * 1024;
 
 constexpr std::string_view k_server_login = "Authorization:";
 constexpr std::string_view k_proxy_login = "Proxy-Authorization:";
+
+constexpr std::string_view k_cookie = "Cookie:";
+constexpr std::string_view k_new_cookie = "Set-Cookie:";
 
 constexpr std::string_view k_head_of_headless_response = "HTTP/1.0 200 OK\r\n\r\n";
 
@@ -223,6 +227,7 @@ void curl_exchange::set_request(const transfer_request& request) {
         set(m_easy, CURLOPT_FORBID_REUSE, m_closes_connection ? 1L : 0L);
     }
     choose_logins();
+    set_cookies(request.uses_cookies);
     set_headers(m_transfer->request.header_lines);
     set_accounts(request);
     set(m_easy, CURLOPT_CONNECTTIMEOUT_MS, connect_limit(request.limits.connect));
@@ -248,12 +253,24 @@ void curl_exchange::choose_logins() {
     }
 }
 
+void curl_exchange::set_cookies(bool uses_them) {
+    if (m_has_cookies != uses_them) {
+        m_has_cookies = uses_them;
+        set(m_easy, CURLOPT_SHARE, uses_them ? shared_cookies() : nullptr);
+        set(m_easy, CURLOPT_COOKIEFILE, uses_them ? "" : nullptr);  // no file, but cookies
+    }
+}
+
 // libcurl takes a linked list of texts: ours lives in one array and points into the request's lines.
 void curl_exchange::set_headers(std::string& lines) {
     m_header_list.clear();
+    // libcurl would send its own beside the caller's.
+    const bool has_cookie = m_has_cookies && names_header(lines, k_cookie) &&
+                            has_cookie_for(m_easy, m_transfer->request.url);
     for (std::size_t at = 0; at < lines.size(); at += std::strlen(&lines[at]) + 1) {
         const bool is_replaced = (m_transfer->account_for_server && is_header(&lines[at], k_server_login)) ||
-                                 (m_transfer->account_for_proxy && is_header(&lines[at], k_proxy_login));
+                                 (m_transfer->account_for_proxy && is_header(&lines[at], k_proxy_login)) ||
+                                 (has_cookie && is_header(&lines[at], k_cookie));
         if (!is_replaced) {
             m_header_list.push_back({&lines[at], nullptr});
         }
@@ -385,6 +402,9 @@ bool curl_exchange::header_line(std::string_view line) {
         m_block.assign(line);
         m_in_block = true;
     } else if (m_in_block) {
+        if (m_has_cookies && line.size() > k_new_cookie.size() && is_header(line.data(), k_new_cookie)) {
+            count_cookie(m_easy);
+        }
         m_block.append(line);
         const bool is_complete = line == "\r\n" || line == "\n";
         if (is_complete && !header_block_complete()) {

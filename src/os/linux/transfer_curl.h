@@ -135,6 +135,7 @@ private:
 
     void set_constant_options();
     void set_request(const transfer_request& request);
+    void set_cookies(bool uses_them);
     void set_headers(std::string& lines);
     void set_accounts(const transfer_request& request);
     void note_logins(int status);
@@ -168,6 +169,7 @@ private:
     kind m_kind = kind::get;
     bool m_checks_name = true;
     bool m_checks_dates = true;
+    bool m_has_cookies = false;
     bool m_reusable = true;
 
     // The exchange under way.
