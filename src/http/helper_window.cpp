@@ -12,9 +12,9 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
+#include <deque>
 #include <mutex>
 #include <new>
-#include <vector>
 
 namespace kro::tessel::http {
 namespace {
@@ -42,20 +42,32 @@ public:
         const std::lock_guard lock(m_mutex);
         m_steps.push_back(context);
     }
+    /// Those that wait now, one by one: a step's host may turn the loop until another one is done.
     void run() {
-        std::vector<session_context*> due;
-        {
-            const std::lock_guard lock(m_mutex);
-            due.swap(m_steps);
-        }
-        for (session_context* const context : due) {
-            run_due_step(context);
+        for (std::size_t left = count(); left != 0; --left) {
+            if (session_context* const next = take()) {
+                run_due_step(next);
+            }
         }
     }
 
 private:
+    std::size_t count() {
+        const std::lock_guard lock(m_mutex);
+        return m_steps.size();
+    }
+    session_context* take() {
+        const std::lock_guard lock(m_mutex);
+        if (m_steps.empty()) {
+            return nullptr;
+        }
+        session_context* const next = m_steps.front();
+        m_steps.pop_front();
+        return next;
+    }
+
     std::mutex m_mutex;  // guards m_steps
-    std::vector<session_context*> m_steps;
+    std::deque<session_context*> m_steps;
 };
 
 std::intptr_t window_procedure(os::window /*target*/, std::uint32_t message, std::uintptr_t wparam,
@@ -113,7 +125,7 @@ void post_step(session_context* context) {
         trace_message(trace_error) << TESSEL_W("[httputil] no memory for a step");
         return;
     }
-    post_message(nullptr);  // has those that wait looked at; refused again, there are messages that will
+    post_message(nullptr);  // has those that wait looked at; refused again, a message of ours will, mostly
 }
 
 void post_data_received(session_context* context) {

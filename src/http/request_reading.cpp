@@ -44,6 +44,7 @@ std::uint32_t request_machine::read_request() {
             return 0;
         }
         if (!read.status.ok()) {
+            keep_bytes(read.bytes);
             trace_message(trace_debug) << TESSEL_W("InternetReadFileEx failed, error ") << read.status.error;
             return read.status.error;
         }

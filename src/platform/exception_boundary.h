@@ -2,6 +2,7 @@
 #pragma once
 
 #include "tessel/platform/exception.h"
+#include "tessel/platform/last_error.h"
 
 #include <cstdint>
 #include <new>
@@ -14,8 +15,8 @@ inline constexpr std::uint32_t k_error_no_memory = 8;
 inline constexpr std::uint32_t k_error_internal = 1359;
 
 /// Runs `body` and gives the number of the exception that escaped it: an internal_errno_exception's own, 8
-/// for std::bad_alloc, 1359 for all others, a host's among them. 0 for none, and for an internal_exception,
-/// which carries no number: the run goes on as if its body had ended.
+/// for std::bad_alloc, 1359 for all others, a host's among them. For an internal_exception, which carries
+/// none, it is the thread's last error, as it stands. 0 without an exception.
 template <class Body>
 std::uint32_t number_of(Body&& body) noexcept {
     try {
@@ -24,7 +25,7 @@ std::uint32_t number_of(Body&& body) noexcept {
     } catch (const internal_errno_exception& failure) {
         return failure.error != 0 ? failure.error : k_error_internal;
     } catch (const internal_exception&) {
-        return 0;
+        return static_cast<std::uint32_t>(get_last_error());
     } catch (const std::bad_alloc&) {
         return k_error_no_memory;
     } catch (...) {

@@ -205,6 +205,10 @@ nothing_left
 expect 1 download "$site/moved" "$got"
 err_has 'HTTP status 304'
 nothing_left
+echo mine > "$got.part" # of another URL, or nobody's
+expect 3 download "$site/none" "$got"
+[ "$(cat "$got.part")" = mine ] || complain "a part that isn't the download's own is gone"
+rm "$got.part"
 expect 1 download "$site/file.bin" "$work/none/got"
 err_has "can't be written"
 ln -s /dev/full "$got.part"

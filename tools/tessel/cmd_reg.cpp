@@ -196,9 +196,9 @@ int get(const reg_options& options) {
     }
     if (options.json) {
         fmt::print("{}\n", json_line({{"key", options.key},
-                                    {"name", name},
-                                    {"type", reg_type_name(value.type)},
-                                    {"data", reg_data(value)}}));
+                                      {"name", name},
+                                      {"type", reg_type_name(value.type)},
+                                      {"data", reg_data(value)}}));
     } else {
         fmt::print("{}\n", reg_data_text(value));
     }

@@ -11,6 +11,7 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -85,19 +86,30 @@ int download_file(const transfer_options& options) {
     return code;
 }
 
-bool names_content_type(const std::string& headers) {
-    return ("\r\n" + CLI::detail::to_lower(headers)).find("\r\ncontent-type:") != std::string::npos;
+bool names_content_type(const std::vector<std::string>& lines) {
+    return std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
+        return CLI::detail::to_lower(CLI::detail::trim_copy(line.substr(0, line.find(':')))) ==
+               "content-type";
+    });
+}
+
+// Before anything is read: it takes that much memory.
+void check_size(std::uint64_t bytes) {
+    if (bytes > std::numeric_limits<std::uint32_t>::max()) {
+        throw std::runtime_error("a body has at most 4294967295 bytes");
+    }
 }
 
 int upload_file(const transfer_options& options) {
     transfer_request request = request_of(options);
+    std::error_code none;
+    const std::uintmax_t size = std::filesystem::file_size(options.file, none);
+    check_size(none || options.file == "-" ? 0 : size);
     request.body = read_input(options.file);
-    if (request.body.size() > std::numeric_limits<std::uint32_t>::max()) {
-        throw std::runtime_error("a body has at most 4294967295 bytes");
-    }
+    check_size(request.body.size());
     request.method = options.posts ? http_method_post : http_method_put;
     request.shows_upload = true;
-    if (!names_content_type(request.headers)) {
+    if (!names_content_type(options.headers)) {
         request.headers +=
             std::string(request.headers.empty() ? "" : "\r\n") + "Content-Type: application/octet-stream";
     }

@@ -4,7 +4,7 @@
 
 #include <fmt/core.h>
 
-#include <CLI/CLI.hpp>
+#include <algorithm>
 #include <utility>
 
 namespace command {
@@ -21,13 +21,6 @@ bool is_success(std::uint32_t status) {
     return status >= k_status_ok && status < k_first_redirect;
 }
 
-std::optional<std::uint64_t> number(const std::string& digits) {
-    std::uint64_t value = 0;
-    const bool is_number = !digits.empty() && digits.find_first_not_of("0123456789") == std::string::npos &&
-                           CLI::detail::lexical_cast(digits, value);
-    return is_number ? std::optional(value) : std::nullopt;
-}
-
 // "bytes 100-199/200": the first one and the size of the whole; "bytes */200" has no first one.
 struct content_range {
     std::optional<std::uint64_t> first, whole;
@@ -40,7 +33,13 @@ content_range range_of(const http::response_head& head) {
         return {};
     }
     const std::string bytes = text.substr(6, slash - 6);
-    return {number(bytes.substr(0, bytes.find('-'))), number(text.substr(slash + 1))};
+    const std::size_t dash = std::min(bytes.find('-'), bytes.size());
+    content_range range{number_of(bytes.substr(0, dash)), number_of(text.substr(slash + 1))};
+    const auto last = number_of(bytes.substr(std::min(dash + 1, bytes.size())));
+    if (!range.whole && last) {
+        range.whole = *last + 1;  // as much as was asked for, where the server doesn't know the whole
+    }
+    return range;
 }
 
 // Only a strong tag says that not a byte has changed.
@@ -103,7 +102,7 @@ void download::take_head(transfer& running, const http::response_head& head) {
         }
     } else if (is_success(head.status)) {
         m_request.resumed = 0;
-        m_expected = m_request.gzip ? std::nullopt : number(header_in(head, "Content-Length"));
+        m_expected = std::nullopt;
         m_writes = true;
         stop_unless(m_part.begin(m_request.gzip ? std::string() : strong_tag_of(head)), running);
     }

@@ -15,7 +15,8 @@ host_port split_host_port(const std::string& text) {
     const auto digits = std::from_chars(text.data() + colon + 1, end, port);
     const bool is_port = digits.ec == std::errc() && digits.ptr == end && port != 0;
     const std::string host = text.substr(0, colon);
-    return is_port && host.find_first_of(" \t\r\n") == std::string::npos ? host_port{host, port} : host_port{};
+    return is_port && host.find_first_of(" \t\r\n") == std::string::npos ? host_port{host, port}
+                                                                         : host_port{};
 }
 
 }  // namespace command

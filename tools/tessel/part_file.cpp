@@ -65,7 +65,7 @@ bool part_file::write_origin() {
 bool part_file::begin(const std::string& tag) {
     remove_quietly(m_origin);  // first: it must not stand beside bytes of something else
     m_tag = tag;
-    m_size = 0;
+    m_size = m_left_over = 0;
     return open("wb") && write_origin();
 }
 
@@ -83,6 +83,7 @@ bool part_file::go_on(std::uint64_t offset) {
 
 bool part_file::open(const char* mode) {
     m_out.reset(std::fopen(m_part.c_str(), mode));
+    m_is_ours = m_is_ours || m_out != nullptr;
     return m_out != nullptr || fail(m_part);
 }
 
@@ -110,6 +111,9 @@ bool part_file::complete() {
 
 std::uint64_t part_file::close() {
     m_out.reset();
+    if (!m_is_ours && m_tag.empty()) {
+        return 0;  // of another URL, or no download's at all
+    }
     std::error_code missing;
     const auto size = fs::file_size(m_part, missing);
     if (missing || (!m_tag.empty() && size != 0)) {

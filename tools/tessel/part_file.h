@@ -49,6 +49,7 @@ private:
 
     const std::string m_file, m_part, m_origin;
     const std::string m_url;
+    bool m_is_ours = false;  // written in this run
     std::string m_tag;
     std::uint64_t m_left_over = 0;
     std::uint64_t m_size = 0;

@@ -9,15 +9,19 @@
 #include <fmt/core.h>
 
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 namespace command {
 namespace {
 
 namespace http = kro::tessel::http;
+
+constexpr std::uint32_t k_connection_aborted = 12030;
 
 std::string name_of(const http::proxy_info& route) {
     return route.server.empty() ? std::string("direct")
@@ -39,6 +43,10 @@ std::string why(const transfer_request& request, const transfer_result& result) 
     if (result.stood_still) {
         return fmt::format("not a byte moved for {} s (--timeout allows more)", request.timeout);
     }
+    if (result.announced) {
+        return fmt::format("{} of {} bytes came", request.resumed + result.received,
+                           request.resumed + *result.announced);
+    }
     std::string text = describe_error(result.error);
     if (result.attempts.size() > 1) {
         text += fmt::format(" [tried {}]", all_routes(result));
@@ -58,7 +66,7 @@ transfer_result transfer::run() {
     m_moved = [&stalls] { stalls.moved(); };
     http::transfer_watch watch;
     watch.progress = [this](const http::transfer_progress& progress) { show(progress); };
-    watch.head = m_head;
+    watch.head = [this](const http::response_head& head) { take_head(head); };
     watch.body = m_body;
     watch.cancel = m_cancel;
     set_watch(watch);
@@ -71,11 +79,38 @@ transfer_result transfer::run() {
     m_bar.clear();
     m_result.took =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+    notice_missing_bytes();
     if (m_result.error != 0) {
         m_result.interrupted = interrupt_watch::exit_code();
         m_result.stood_still = stalls.has_stalled();
     }
     return m_result;
+}
+
+void transfer::take_head(const http::response_head& head) {
+    constexpr std::uint32_t k_no_content = 204;
+    constexpr std::uint32_t k_not_modified = 304;
+    const bool has_body =
+        head.status != k_no_content && head.status != k_not_modified && !is_bad_status(head.status);
+    const bool says_length = has_body && header_in(head, "Transfer-Encoding").empty();
+    m_announced = says_length ? number_of(header_in(head, "Content-Length")) : std::nullopt;
+    m_received = 0;
+    if (m_head) {
+        m_head(head);
+    }
+}
+
+// The library hands on what came of a body that breaks off, as a success.
+void transfer::notice_missing_bytes() {
+    if (m_result.error != 0 || !m_announced || m_received >= *m_announced) {
+        return;
+    }
+    m_result.error = k_connection_aborted;
+    m_result.announced = m_announced;
+    m_result.received = m_received;
+    if (!m_result.attempts.empty()) {
+        m_result.attempts.back().error = m_result.error;
+    }
 }
 
 const http::_buffer_content* transfer::content() {
@@ -96,10 +131,20 @@ void transfer::on_completed(http::http_session* session, unsigned long /*action*
 
 void transfer::show(const http::transfer_progress& progress) {
     m_moved();
+    if (progress.direction == http::transfer_download) {
+        m_received = progress.done;
+    }
     if ((progress.direction == http::transfer_upload) == m_request.shows_upload) {
         const bool knows_total = progress.total != http::transfer_progress::k_unknown;
         m_bar.show(m_request.resumed, progress.done, knows_total ? progress.total : 0);
     }
+}
+
+std::optional<std::uint64_t> number_of(const std::string& digits) {
+    std::uint64_t value = 0;
+    const char* const end = digits.data() + digits.size();
+    const auto read = std::from_chars(digits.data(), end, value);
+    return read.ec == std::errc() && read.ptr == end ? std::optional(value) : std::nullopt;
 }
 
 std::string header_in(const http::response_head& head, const std::string& name) {

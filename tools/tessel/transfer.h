@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,9 @@ struct transfer_result {
     std::uint32_t status = 0;  ///< of HTTP, 0 when there was no answer
     int interrupted = 0;       ///< the exit code that tells of an interrupt, 0 without one
     bool stood_still = false;
+    /// When the connection ended before all of the body had come: how much it was, and how much of it came.
+    std::optional<std::uint64_t> announced;
+    std::uint64_t received = 0;
     std::vector<route_attempt> attempts;
     std::chrono::milliseconds took{};
 
@@ -60,6 +64,8 @@ public:
                       const kro::tessel::http::http_response* response) override;
 
 private:
+    void take_head(const kro::tessel::http::response_head& head);
+    void notice_missing_bytes();
     void show(const kro::tessel::http::transfer_progress& progress);
 
     const transfer_request& m_request;
@@ -70,11 +76,16 @@ private:
     std::function<void()> m_moved;
     transfer_result m_result;
     bool m_is_over = false;
+    std::optional<std::uint64_t> m_announced;  // bytes of the response's body on the wire
+    std::uint64_t m_received = 0;
     const kro::tessel::http::http_response* m_response = nullptr;
 };
 
 /// The value of a header in a response's head; empty without one.
 std::string header_in(const kro::tessel::http::response_head& head, const std::string& name);
+
+/// The number that the digits say; nothing when they are none.
+std::optional<std::uint64_t> number_of(const std::string& digits);
 
 /// Says on standard error what went wrong with a transfer, if anything did. what: in place of the error's own
 /// text, if not empty. Returns the exit code.

@@ -6,6 +6,9 @@
 //
 // Handles are session_context pointers typed as void*. The handle functions take any value: one that is
 // no live request is traced and answered with the failure value.
+//
+// Cookies that servers set come along with later requests to them, synchronous ones included, in place of a
+// Cookie header of the host's own. They end with the process, on Windows as the system has it.
 #pragma once
 
 #include <tessel/base/string.h>
@@ -59,7 +62,7 @@ TESSEL_API session_context* prepare_session(const CTString& url, const CTString&
                                             complete_procedure complete_proc, unsigned long user_context,
                                             http_method_t method);
 
-/// Starts a context that the host prepared, or a live one again.
+/// Starts a context that the host prepared, or a live or detached one again.
 /// Returns: 0, and the manager owns the context from then on; else the error number, and a context that
 ///          wasn't live before is still the caller's.
 TESSEL_API std::uint32_t init_session(session_context* context);

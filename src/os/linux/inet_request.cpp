@@ -48,6 +48,7 @@ inet_status inet_request::begin_operation(operation what, std::uintptr_t context
 
 inet_status inet_request::refused_to_run(std::uint32_t error) {
     m_operation = operation::none;
+    m_failed = true;
     m_notices.clear();
     return {error};
 }
@@ -176,7 +177,8 @@ void inet_request::fill_accounts(transfer_request& request) const {
     if (!request.proxy.empty()) {
         request.proxy_account = ansi(connection->account(inet_credentials::proxy));
         if (!request.proxy_account.given()) {
-            request.proxy_account = through.account.given() ? through.account : server;
+            const bool may_have_it = m_same_server && !through.account.given();
+            request.proxy_account = may_have_it ? server : through.account;
         }
     }
 }
@@ -293,6 +295,7 @@ void inet_request::queue(std::uint32_t code, std::uint32_t number, wide_string t
 }
 
 void inet_request::complete(std::uint32_t error, std::uint32_t bytes) {
+    m_failed = m_failed || (error != 0 && !m_published);
     if (m_turned != nullptr) {
         m_outcome = {{error}, bytes};
         m_operation_done = true;
@@ -513,7 +516,6 @@ void inet_request::response_failed(std::uint32_t error) {
         queue(k_notice_connection_closed);
     }
     m_connecting = false;
-    m_failed = true;
     complete(error != 0 ? error : k_error_http_invalid_server_response);
 }
 

@@ -93,17 +93,24 @@ std::string text_of(const sockaddr& address) {
     return text;
 }
 
-// Of those that were sent on a connection.
-std::uint64_t acknowledged_bytes(int socket) noexcept {
-    tcp_info info{};
-    socklen_t size = sizeof info;
-    const bool is_told = ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0;
-    return is_told ? info.tcpi_bytes_acked : 0;
+// What the system says of a connection; zeros when there is none.
+tcp_info state_of(int socket) noexcept {
+    tcp_info state{};
+    socklen_t size = sizeof state;
+    const bool is_told = ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &state, &size) == 0;
+    return is_told ? state : tcp_info{};
 }
 
-bool has_free_descriptor() noexcept {
-    const descriptor any(::eventfd(0, EFD_CLOEXEC));
-    return any.number() >= 0 || (errno != EMFILE && errno != ENFILE);
+// As many as a look-up or a handshake needs at a time: they have given theirs back.
+bool has_free_descriptors() noexcept {
+    descriptor some[4];
+    for (descriptor& one : some) {
+        one.reset(::eventfd(0, EFD_CLOEXEC));
+        if (one.number() < 0) {
+            return errno != EMFILE && errno != ENFILE;
+        }
+    }
+    return true;
 }
 
 long connect_limit(std::uint32_t milliseconds) noexcept {
@@ -265,8 +272,8 @@ void curl_exchange::set_cookies(bool uses_them) {
 void curl_exchange::set_headers(std::string& lines) {
     m_header_list.clear();
     // libcurl would send its own beside the caller's.
-    const bool has_cookie = m_has_cookies && names_header(lines, k_cookie) &&
-                            has_cookie_for(m_easy, m_transfer->request.url);
+    const bool has_cookie =
+        m_has_cookies && names_header(lines, k_cookie) && has_cookie_for(m_easy, m_transfer->request.url);
     for (std::size_t at = 0; at < lines.size(); at += std::strlen(&lines[at]) + 1) {
         const bool is_replaced = (m_transfer->account_for_server && is_header(&lines[at], k_server_login)) ||
                                  (m_transfer->account_for_proxy && is_header(&lines[at], k_proxy_login)) ||
@@ -595,17 +602,20 @@ void curl_exchange::bytes_move() noexcept {
     }
 }
 
-// A socket can be written again when much of what it holds has gone out: on a slow line that takes longer
-// than a limit, though bytes arrive all the time.
+// A socket can be written again when much of what it holds has gone out, and holds the last of a body for
+// long: on a slow line nothing is heard of it in the meantime, though bytes arrive at the server.
 bool curl_exchange::still_sends() noexcept {
-    if (m_wait != wait::sending) {
+    const transfer_request& request = m_transfer->request;
+    const bool may_have_some = request.has_body && !m_headers_told && m_wait != wait::connection;
+    if (!may_have_some) {
         return false;
     }
-    const std::uint64_t before = m_acknowledged;
-    m_acknowledged = acknowledged_bytes(m_host.socket_of(m_easy));
-    const bool moves = m_acknowledged > before;
+    const std::uint32_t limit = m_wait == wait::sending ? request.limits.send : request.limits.receive;
+    const tcp_info state = state_of(m_host.socket_of(m_easy));
+    const bool moves = state.tcpi_bytes_acked != m_acknowledged && state.tcpi_last_ack_recv < limit;
+    m_acknowledged = state.tcpi_bytes_acked;
     if (moves) {
-        begin_wait(wait::sending);
+        m_deadline = m_host.deadline_in(limit - state.tcpi_last_ack_recv);
     }
     return moves;
 }
@@ -613,7 +623,7 @@ bool curl_exchange::still_sends() noexcept {
 void curl_exchange::look_at_descriptors(CURLcode code) {
     const bool needs_some = code == CURLE_COULDNT_RESOLVE_HOST || code == CURLE_COULDNT_RESOLVE_PROXY ||
                             code == CURLE_SSL_CACERT_BADFILE;
-    m_starved = m_starved || (needs_some && !has_free_descriptor());
+    m_starved = m_starved || (needs_some && !has_free_descriptors());
 }
 
 // ---- libcurl's callbacks: no exception may pass through it
@@ -643,9 +653,6 @@ std::size_t curl_exchange::on_write(char* data, std::size_t size, std::size_t co
 std::size_t curl_exchange::on_read(char* out, std::size_t size, std::size_t count, void* self) {
     auto& exchange = *static_cast<curl_exchange*>(self);
     const curl_transfer& what = *exchange.m_transfer;
-    if (exchange.m_body_offset != 0) {  // of a large body
-        exchange.m_acknowledged = acknowledged_bytes(exchange.m_host.socket_of(exchange.m_easy));
-    }
     exchange.begin_wait(wait::sending);
     if (what.sink == nullptr) {
         return CURL_READFUNC_ABORT;

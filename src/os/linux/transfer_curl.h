@@ -58,7 +58,7 @@ public:
     virtual void told(curl_transfer& which) = 0;
     /// The request went out in this turn, or is going out: ask progress_sent at the turn's end.
     virtual void sending(curl_exchange& which) = 0;
-    /// The socket that the handle is writing to; -1 when there is none.
+    /// The socket that the handle waits for; -1 when there is none.
     virtual int socket_of(CURL* easy) noexcept = 0;
     virtual int open_socket(const curl_sockaddr& address) = 0;
     virtual void close_socket(int socket) noexcept = 0;
@@ -96,7 +96,7 @@ public:
     CURLcode resume();
     /// Something has come, or goes out: the present wait begins anew, but for that of a connection.
     void bytes_move() noexcept;
-    /// Whether the body moves although nothing was heard of its socket: the wait has begun anew then.
+    /// Whether the body moves although nothing was heard of its socket: the wait goes on then.
     bool still_sends() noexcept;
     /// Whether a failure is one for want of descriptors, which libcurl tells as others.
     void look_at_descriptors(CURLcode code);

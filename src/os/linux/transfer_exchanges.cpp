@@ -13,6 +13,7 @@
 namespace kro::tessel::os {
 namespace {
 
+constexpr std::uint64_t k_idle_ms = 60'000;
 constexpr std::size_t k_max_idle_handles = 64;
 constexpr std::size_t k_max_idle_origins = 256;
 constexpr int k_rounds_a_turn = 4;
@@ -71,12 +72,13 @@ void transfer_exchanges::advance() {
     check_deadlines();
     start_starved();
     report_sent();
+    close_idle();
 }
 
 std::uint64_t transfer_exchanges::due() const noexcept {
     return m_unfinished ? 0
-                        : std::min({m_multis[0].timer_due, m_multis[1].timer_due, m_next_check, m_next_sent,
-                                    m_next_start});
+                        : std::min({m_multis[0].timer_due, m_multis[1].timer_due, m_multis[0].idle_due,
+                                    m_multis[1].idle_due, m_next_check, m_next_sent, m_next_start});
 }
 
 // ---- what waits, what runs
@@ -164,6 +166,8 @@ void transfer_exchanges::start(const std::shared_ptr<curl_transfer>& what, origi
     }
     exchange->place.index = m_running.size() - 1;
     exchange->place.set = set;
+    ++set->running;
+    set->idle_due = k_never;
     exchange->place.from = &from;
     ++from.running;
     m_sockets.begins(set->handle);
@@ -278,6 +282,10 @@ void transfer_exchanges::release(curl_exchange& which, bool reusable) {
         which.place.sending = false;
         m_sending.erase(std::find(m_sending.begin(), m_sending.end(), &which));
     }
+    multi& set = *which.place.set;
+    if (--set.running == 0 && !m_are_of_callers) {
+        set.idle_due = m_now + k_idle_ms;
+    }
     const std::size_t index = which.place.index;
     std::unique_ptr<curl_exchange> released = std::move(m_running[index]);
     if (index + 1 != m_running.size()) {
@@ -358,6 +366,17 @@ void transfer_exchanges::start_starved() {
     if (m_next_start <= m_now) {
         m_next_start = k_never;
         start_waiting();
+    }
+}
+
+// libcurl looks at the age of its connections only when another request begins.
+void transfer_exchanges::close_idle() {
+    for (multi& set : m_multis) {
+        if (set.idle_due <= m_now) {
+            m_sockets.abandon(set.handle);
+            curl_multi_cleanup(std::exchange(set.handle, nullptr));
+            set.idle_due = set.timer_due = k_never;
+        }
     }
 }
 

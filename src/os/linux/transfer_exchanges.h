@@ -22,6 +22,8 @@ struct exchange_multi {
     transfer_exchanges* owner = nullptr;
     CURLM* handle = nullptr;
     std::uint64_t timer_due = k_never;
+    std::size_t running = 0;           ///< exchanges
+    std::uint64_t idle_due = k_never;  ///< when its connections have served nobody for long
 };
 
 /// Exchanges of one scheme, server, port and proxy.
@@ -102,6 +104,7 @@ private:
     bool collect_ended();
     void put_back(curl_exchange& which);
     void start_starved();
+    void close_idle();
     void check_deadlines();
     void report_sent();
 

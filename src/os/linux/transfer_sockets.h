@@ -32,6 +32,8 @@ public:
     void tell(socket_watcher& watcher) noexcept { m_watcher = &watcher; }
     /// A set was made: its sockets are looked after from now on, and have to be gone before this is.
     virtual void adopt(CURLM* set) = 0;
+    /// It is about to go, with its sockets.
+    virtual void abandon(CURLM* set) noexcept = 0;
     /// An exchange begins in this set.
     virtual void begins(CURLM* set) noexcept = 0;
 
@@ -50,7 +52,7 @@ public:
     /// A time that the set asked for has come.
     virtual void handle_time(CURLM* set) = 0;
 
-    /// The socket that an exchange's handle waits to write to; -1 when there is none.
+    /// The socket that an exchange's handle waits for; -1 when there is none.
     virtual int socket_of(CURL* easy) const noexcept = 0;
     /// A socket for a connection; -1 with errno as the system left it.
     virtual int open(const curl_sockaddr& address);

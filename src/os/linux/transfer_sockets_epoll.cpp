@@ -31,6 +31,7 @@ class sockets_of_many final : public transfer_sockets {
 public:
     bool prepare() override;
     void adopt(CURLM* set) override;
+    void abandon(CURLM* set) noexcept override;
     void begins(CURLM* /*set*/) noexcept override {}
     void wait(int milliseconds) noexcept override;
     void skip_wait() noexcept override { m_event_count = 0; }
@@ -93,9 +94,23 @@ bool sockets_of_many::register_alarm() noexcept {
 }
 
 void sockets_of_many::adopt(CURLM* set) {
-    m_adopted.push_back({this, set});
+    const auto is_free = [](const adopted& one) { return one.set == nullptr; };
+    auto entry = std::find_if(m_adopted.begin(), m_adopted.end(), is_free);
+    if (entry == m_adopted.end()) {
+        entry = m_adopted.insert(m_adopted.end(), {this, nullptr});
+    }
+    entry->set = set;
     curl_multi_setopt(set, CURLMOPT_SOCKETFUNCTION, on_socket);
-    curl_multi_setopt(set, CURLMOPT_SOCKETDATA, &m_adopted.back());
+    curl_multi_setopt(set, CURLMOPT_SOCKETDATA, &*entry);
+}
+
+void sockets_of_many::abandon(CURLM* set) noexcept {
+    curl_multi_setopt(set, CURLMOPT_SOCKETFUNCTION, nullptr);
+    const auto entry = std::find_if(m_adopted.begin(), m_adopted.end(),
+                                    [set](const adopted& one) { return one.set == set; });
+    if (entry != m_adopted.end()) {
+        entry->set = nullptr;
+    }
 }
 
 int sockets_of_many::on_socket(CURL* easy, curl_socket_t socket, int what, void* from, void* /*unused*/) {
@@ -200,7 +215,7 @@ void sockets_of_many::register_socket(int socket, watched& entry, std::uint32_t 
 
 int sockets_of_many::socket_of(CURL* easy) const noexcept {
     const auto found = std::find_if(m_watched.begin(), m_watched.end(), [easy](const watched& entry) {
-        return entry.easy == easy && (entry.wanted & EPOLLOUT) != 0;
+        return entry.easy == easy && entry.wanted != 0;
     });
     return found == m_watched.end() ? -1 : static_cast<int>(found - m_watched.begin());
 }

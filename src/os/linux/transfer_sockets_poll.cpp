@@ -12,6 +12,7 @@ class sockets_of_few final : public transfer_sockets {
 public:
     bool prepare() override { return prepare_alarm(); }
     void adopt(CURLM* /*set*/) override {}
+    void abandon(CURLM* set) noexcept override { m_set = m_set == set ? nullptr : m_set; }
     void begins(CURLM* set) noexcept override { m_set = set; }
     void wait(int milliseconds) noexcept override;
     void skip_wait() noexcept override { m_something_came = false; }
@@ -63,7 +64,7 @@ int sockets_of_few::socket_of(CURL* /*easy*/) const noexcept {
     FD_ZERO(&failed);
     int last = -1;
     curl_multi_fdset(m_set, &readable, &writable, &failed, &last);
-    while (last >= 0 && !FD_ISSET(last, &writable)) {
+    while (last >= 0 && !FD_ISSET(last, &writable) && !FD_ISSET(last, &readable)) {
         --last;
     }
     return last;

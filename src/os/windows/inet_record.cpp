@@ -135,17 +135,21 @@ inet_read_status inet_record::read_and_wait(void* destination, std::uint32_t cap
 
 inet_status inet_record::send(wide_view headers, const void* body, std::uint32_t body_bytes,
                               inet_send_mode mode, std::uintptr_t context) {
+    if (body == nullptr && body_bytes != 0) {
+        return {k_error_invalid_parameter};
+    }
     if (!m_async) {
         return send_and_wait(headers, body, body_bytes, mode, context);
     }
+    const auto* const bytes = static_cast<const std::byte*>(body);
+    decltype(m_body) own(bytes, bytes + body_bytes);
+    const wide_string lines(headers);
     const std::lock_guard lock(m_gate);
     if (!begin(inet_operation::send, context)) {
         return {k_error_inet_request_pending};
     }
-    const auto* const bytes = static_cast<const std::byte*>(body);
-    m_body.assign(bytes, bytes + body_bytes);
+    m_body.swap(own);
     void* const copy = m_body.empty() ? nullptr : m_body.data();
-    const wide_string lines(headers);
     const wchar* const text = lines.empty() ? nullptr : lines.c_str();
     const auto units = static_cast<DWORD>(lines.size());
     if (mode == inet_send_mode::whole) {
