@@ -5,9 +5,6 @@
 namespace tessel_test {
 namespace {
 
-using testing::HasSubstr;
-using testing::Not;
-
 constexpr const char* k_empty = "Content-Length: 0\r\n\r\n";
 
 /// The Cookie headers of a request, each with its end.
