@@ -43,6 +43,7 @@ constexpr long k_upload_buffer_bytes = 512L * 1024;
 constexpr std::string_view k_server_login = "Authorization:";
 constexpr std::string_view k_proxy_login = "Proxy-Authorization:";
 
+constexpr std::string_view k_host = "Host:";
 constexpr std::string_view k_cookie = "Cookie:";
 constexpr std::string_view k_new_cookie = "Set-Cookie:";
 
@@ -57,13 +58,17 @@ bool is_header(const char* line, std::string_view name) noexcept {
     return ::strncasecmp(line, name.data(), name.size()) == 0;
 }
 
-// lines: each with a zero behind it.
-bool names_header(const std::string& lines, std::string_view name) noexcept {
+// The line of that header, empty without one. lines: each with a zero behind it.
+std::string_view header_in(const std::string& lines, std::string_view name) noexcept {
     std::size_t at = 0;
     while (at < lines.size() && !is_header(&lines[at], name)) {
         at += std::strlen(&lines[at]) + 1;
     }
-    return at < lines.size();
+    return at < lines.size() ? std::string_view(&lines[at]) : std::string_view();
+}
+
+bool names_header(const std::string& lines, std::string_view name) noexcept {
+    return !header_in(lines, name).empty();
 }
 
 int status_of(std::string_view block) noexcept {
@@ -235,6 +240,7 @@ void curl_exchange::set_request(const transfer_request& request) {
     }
     choose_logins();
     set_cookies(request.uses_cookies);
+    m_jar_has_cookie = false;
     set_headers(m_transfer->request.header_lines);
     set_accounts(request);
     set(m_easy, CURLOPT_CONNECTTIMEOUT_MS, connect_limit(request.limits.connect));
@@ -268,16 +274,26 @@ void curl_exchange::set_cookies(bool uses_them) {
     }
 }
 
+// libcurl would send the jar's cookies beside the caller's. Asked when the request is about to go out, since
+// it may have waited for its connection, or answers a challenge that has brought a cookie.
+void curl_exchange::choose_cookies() {
+    std::string& lines = m_transfer->request.header_lines;
+    if (!m_has_cookies || !names_header(lines, k_cookie)) {
+        return;
+    }
+    const std::string_view host = header_in(lines, k_host);
+    m_jar_has_cookie =
+        has_cookie_for(m_easy, m_transfer->request.url, host.empty() ? host : host.substr(k_host.size()));
+    set_headers(lines);
+}
+
 // libcurl takes a linked list of texts: ours lives in one array and points into the request's lines.
 void curl_exchange::set_headers(std::string& lines) {
     m_header_list.clear();
-    // libcurl would send its own beside the caller's.
-    const bool has_cookie =
-        m_has_cookies && names_header(lines, k_cookie) && has_cookie_for(m_easy, m_transfer->request.url);
     for (std::size_t at = 0; at < lines.size(); at += std::strlen(&lines[at]) + 1) {
         const bool is_replaced = (m_transfer->account_for_server && is_header(&lines[at], k_server_login)) ||
                                  (m_transfer->account_for_proxy && is_header(&lines[at], k_proxy_login)) ||
-                                 (has_cookie && is_header(&lines[at], k_cookie));
+                                 (m_jar_has_cookie && is_header(&lines[at], k_cookie));
         if (!is_replaced) {
             m_header_list.push_back({&lines[at], nullptr});
         }
@@ -512,6 +528,7 @@ void curl_exchange::connected() {
     m_connected = true;
     m_resolving = false;
     m_block.clear();
+    choose_cookies();
     if (!m_stages_over) {
         if (m_connecting_told) {
             report_stage(transfer_stage::connected, {});

@@ -136,6 +136,7 @@ private:
     void set_constant_options();
     void set_request(const transfer_request& request);
     void set_cookies(bool uses_them);
+    void choose_cookies();
     void set_headers(std::string& lines);
     void set_accounts(const transfer_request& request);
     void note_logins(int status);
@@ -186,6 +187,7 @@ private:
     bool m_connecting_told = false;
     bool m_stages_over = false;  // later connections of the same exchange are libcurl's own affair
     bool m_connected = false;
+    bool m_jar_has_cookie = false;  // in place of the caller's own
     bool m_headers_told = false;
     bool m_paused = false;
     bool m_out_of_memory = false;
