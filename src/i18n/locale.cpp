@@ -55,8 +55,8 @@ private:
         return own != loaders.end() && own->second != nullptr ? own->second : default_loader;
     }
 
-    // The old strings go back to whoever is registered now: a loader that has gone isn't asked. They go last, so
-    // that a loader that throws leaves the new locale in force, name and all.
+    // The old strings go back to whoever is registered now: a loader that has gone isn't asked. They go last,
+    // so that a loader that throws leaves the new locale in force, name and all.
     void change_to(locale_data* fresh, wide_string& fresh_name) {
         locale_loader* const loader = loader_of(m_name);
         locale_data* const old = std::exchange(m_data, fresh);

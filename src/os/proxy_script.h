@@ -38,9 +38,9 @@ public:
     virtual void ask(proxy_script_question question, receiver answered) = 0;
 };
 
-/// A question is put as http or, for port 443, as https. Three are asked at a time. Where the library runs the
-/// scripts itself, one has its answer within 5 seconds of its turn: a script takes no longer, or is ended. The
-/// service of Windows knows no such limit, but for fetching a script.
+/// A question is put as http or, for port 443, as https. Three are asked at a time. Where the library runs
+/// the scripts itself, one has its answer within 5 seconds of its turn: a script takes no longer, or is
+/// ended. The service of Windows knows no such limit, but for fetching a script.
 std::unique_ptr<proxy_script_service> make_proxy_script_service();
 
 }  // namespace kro::tessel::os

@@ -83,18 +83,16 @@ std::promise<void> g_is_stuck;
 
 [[noreturn]] void leave_during_a_query_of_another_thread() {
     ::alarm(60);
-    kro::tessel::set_proxy_finder_factory([](IProxyFinderSink*) -> IProxyFinder* {
-        return new stuck_finder([] { g_is_stuck.set_value(); });
-    });
+    kro::tessel::set_proxy_finder_factory(
+        [](IProxyFinderSink*) -> IProxyFinder* { return new stuck_finder([] { g_is_stuck.set_value(); }); });
     std::thread([] { GetProxyUtil().PrepareProxyInfo(CTString(TESSEL_W("http://h/"))); }).detach();
     g_is_stuck.get_future().wait();
     std::exit(7);
 }
 
 [[noreturn]] void leave_inside_a_query() {
-    kro::tessel::set_proxy_finder_factory([](IProxyFinderSink*) -> IProxyFinder* {
-        return new stuck_finder([] { std::exit(7); });
-    });
+    kro::tessel::set_proxy_finder_factory(
+        [](IProxyFinderSink*) -> IProxyFinder* { return new stuck_finder([] { std::exit(7); }); });
     GetProxyUtil().PrepareProxyInfo(CTString(TESSEL_W("http://h/")));
     std::abort();
 }

@@ -41,8 +41,8 @@ public:
 /// listener's on_locale_changed.
 /// Returns: true, also when `name` is in force already, which does nothing; false when there is no loader or
 ///          it gave nothing, and then nothing has changed.
-/// Errors:  an exception of a loader or listener passes; one that comes before the change undoes it, one of the
-///          loader that takes the old strings back comes behind it.
+/// Errors:  an exception of a loader or listener passes; one that comes before the change undoes it, one of
+///          the loader that takes the old strings back comes behind it.
 TESSEL_API bool select_locale(const wide_string& name);
 
 /// The text of a key in the locale in force; the key itself until the first selection.

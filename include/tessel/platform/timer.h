@@ -11,8 +11,8 @@ namespace kro::tessel::timer {
 /// id:       chosen by the host. 0 works; its result is 1.
 /// elapse:   milliseconds, taken into [10, 0x7FFFFFFF]. A call never comes early; calls that could not be
 ///           made in time are left out, not made up for.
-/// callback: copied. It may start and kill timers, its own too; kill the timer before its object goes. It must
-///           not throw: the loop that calls it is the system's.
+/// callback: copied. It may start and kill timers, its own too; kill the timer before its object goes. It
+///           must not throw: the loop that calls it is the system's.
 /// Returns:  the number, or 0 when a timer with this number runs already (it is left as it is) or the
 ///           system gave no timer (the thread's last error says why).
 /// Thread:   one thread only, the one that makes the first call; the calls come on it, inside its message

@@ -13,8 +13,8 @@ public:
     /// proxyList:    zero-terminated; see IProxyFinder::GetProxyInfo for what it may hold. Lent.
     virtual void OnProxyGetted(const char* server, unsigned short port, const char* proxyList) = 0;
 
-    /// The finder needs the account of a proxy; it is told by IProxyFinder::SetAccount before the return, on the
-    /// same thread, once its maker has it and until its destructor begins.
+    /// The finder needs the account of a proxy; it is told by IProxyFinder::SetAccount before the return, on
+    /// the same thread, once its maker has it and until its destructor begins.
     /// server: the proxy's host, zero-terminated. Lent.
     virtual void OnErrorAccount(const wchar* server, unsigned short port) = 0;
 
@@ -22,8 +22,8 @@ protected:
     ~IProxyFinderSink() = default;
 };
 
-/// Finds proxies. Queries and booked accounts come from any thread, one at a time; SetAccount also while one of
-/// them is running on another thread, since it answers a question that may have been asked inside it.
+/// Finds proxies. Queries and booked accounts come from any thread, one at a time; SetAccount also while one
+/// of them is running on another thread, since it answers a question that may have been asked inside it.
 ///
 /// A finder calls its sink only between its making and the return of its destructor, and waits in the
 /// destructor for a call that is running on another thread.
