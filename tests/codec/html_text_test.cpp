@@ -73,8 +73,8 @@ TEST(HtmlText, CollapsesBlanksWhereBrowsersDo) {
     EXPECT_EQ(shown(_gethtml_puretext(wide_string(TESSEL_W("a\0b"), 3))), "ab");
     EXPECT_EQ(shown(_gethtml_puretext(TESSEL_W("\x01\x0B\x7F\u0080\u009F\u00A0\u00BF"))),
               "\x01\x0B\x7F<128><159><160><191>");
-    EXPECT_EQ(_gethtml_puretext(TESSEL_W("\x01\U0010FF41\U0010FFE9")),
-              CTString(TESSEL_W("\x01\U0010FF41\U0010FFE9")));
+    EXPECT_EQ(_gethtml_puretext(TESSEL_W("\x01\U0010FF0A\U0010FF41\U0010FFE9")),
+              CTString(TESSEL_W("\x01\U0010FF0A\U0010FF41\U0010FFE9")));
     EXPECT_EQ(_gethtml_puretext(TESSEL_W("\u4e2d<b>\U0001F600</b>")), CTString(TESSEL_W("\u4e2d\U0001F600")));
 }
 

@@ -17,7 +17,9 @@ namespace kro::tessel {
 /// On Linux the rules are those of the HTML standard
 /// (https://html.spec.whatwg.org/#the-innertext-idl-attribute) for a browser without style sheets; on Windows
 /// those of the system's own engine, which differ in details. Elements nested deeper than 512 become
-/// siblings, as in browsers. Markup of MathML reads as text in a line.
+/// siblings, as in browsers. Markup of MathML reads as text in a line. In a document that holds control
+/// characters other than white space, the private characters U+10FF01 to U+10FF1F and U+10FF7F to U+10FF9F
+/// may become the controls that they end like (U+10FF05 becomes U+0005); all others stay.
 ///
 /// Returns: the text; the empty string when there is none or anything fails.
 /// Thread:  any; on Windows one that has initialised COM.

@@ -249,7 +249,8 @@ unsigned html_nesting::control_at(std::string_view text) {
     }
     const unsigned control =
         (static_cast<unsigned char>(text[2]) - 0xBCU) << 6U | (static_cast<unsigned char>(text[3]) & 63U);
-    return control < 0x20 || (control >= 0x7F && control < 0xA0) ? control : 0;
+    const bool is_c0 = control < 0x20 && !is_html_space(static_cast<char>(control));
+    return is_c0 || (control >= 0x7F && control < 0xA0) ? control : 0;
 }
 
 void html_nesting::restore_controls(std::string& text) {
