@@ -177,7 +177,7 @@ TEST(HtmlText, TakesHostileMarkup) {
         }
         return tags;
     };
-    const std::string blocks = times(300, "<div>") + times(200, "</u>");
+    const std::string blocks = times(300, "<div>") + times(200, "</u>") + times(300, "</div>");
     const struct {
         const char* what;
         std::string html;
