@@ -4,17 +4,16 @@
 #include "os/linux/descriptor.h"
 #include "os/linux/inet_errors.h"
 #include "os/linux/transfer_cookies.h"
+#include "os/linux/transfer_header_lines.h"
 #include "os/linux/transfer_logins.h"
 
 #include <arpa/inet.h>
 #include <linux/tcp.h>  // the C library's own has a shorter tcp_info
 #include <openssl/ssl.h>
-#include <strings.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -26,50 +25,7 @@ namespace {
 // Below libcurl's own ceiling of 300 KiB, which looks like a broken connection.
 constexpr std::size_t k_max_head_bytes = std::size_t{256} * 1024;
 
-// libcurl's own connection time-out must never come before ours; it also divides it among the addresses
-// of a name, so it can't simply be switched off.
-constexpr std::uint32_t k_connect_slack_ms = 10'000;
-constexpr long k_no_connect_limit_ms = 1'000L * 60 * 60 * 24;
-
-constexpr long k_idle_connection_seconds = 60;
-
-// libcurl's own 16 KiB cost two thirds of the bulk rate, and whether a body is large isn't known yet when
-// the buffer is made. Small responses touch its first page only.
-constexpr long k_buffer_bytes = 512L * 1024;
-
-// libcurl has a buffer for sending only while a body goes out; this one costs as little as the other.
-constexpr long k_upload_buffer_bytes = 512L * 1024;
-
-constexpr std::string_view k_server_login = "Authorization:";
-constexpr std::string_view k_proxy_login = "Proxy-Authorization:";
-
-constexpr std::string_view k_host = "Host:";
-constexpr std::string_view k_cookie = "Cookie:";
-constexpr std::string_view k_new_cookie = "Set-Cookie:";
-
 constexpr std::string_view k_head_of_headless_response = "HTTP/1.0 200 OK\r\n\r\n";
-
-template <class Value>
-bool set(CURL* easy, CURLoption option, Value value) noexcept {
-    return curl_easy_setopt(easy, option, value) == CURLE_OK;
-}
-
-bool is_header(const char* line, std::string_view name) noexcept {
-    return ::strncasecmp(line, name.data(), name.size()) == 0;
-}
-
-// The line of that header, empty without one. lines: each with a zero behind it.
-std::string_view header_in(const std::string& lines, std::string_view name) noexcept {
-    std::size_t at = 0;
-    while (at < lines.size() && !is_header(&lines[at], name)) {
-        at += std::strlen(&lines[at]) + 1;
-    }
-    return at < lines.size() ? std::string_view(&lines[at]) : std::string_view();
-}
-
-bool names_header(const std::string& lines, std::string_view name) noexcept {
-    return !header_in(lines, name).empty();
-}
 
 int status_of(std::string_view block) noexcept {
     const auto blank = block.find(' ');
@@ -118,14 +74,6 @@ bool has_free_descriptors() noexcept {
     return true;
 }
 
-long connect_limit(std::uint32_t milliseconds) noexcept {
-    constexpr auto longest = static_cast<std::uint32_t>(k_no_connect_limit_ms);
-    if (milliseconds == 0 || milliseconds > longest - k_connect_slack_ms) {
-        return k_no_connect_limit_ms;
-    }
-    return static_cast<long>(milliseconds) + static_cast<long>(k_connect_slack_ms);
-}
-
 }  // namespace
 
 template <class Result, class Work>
@@ -138,14 +86,6 @@ Result curl_exchange::guarded(Result failed, Work&& work) noexcept {
     }
 }
 
-const std::string& certificate_file() {
-    static const std::string file = [] {
-        const char* const named = std::getenv("SSL_CERT_FILE");
-        return std::string(named == nullptr ? "" : named);
-    }();
-    return file;
-}
-
 curl_exchange::curl_exchange(exchange_host& host) : m_host(host), m_easy(curl_easy_init()) {
     if (m_easy != nullptr) {
         set_constant_options();
@@ -156,44 +96,6 @@ curl_exchange::~curl_exchange() {
     curl_easy_cleanup(m_easy);
 }
 
-void curl_exchange::set_constant_options() {
-    set(m_easy, CURLOPT_PRIVATE, this);
-    set(m_easy, CURLOPT_NOSIGNAL, 1L);
-    set(m_easy, CURLOPT_BUFFERSIZE, k_buffer_bytes);
-    set(m_easy, CURLOPT_UPLOAD_BUFFERSIZE, k_upload_buffer_bytes);
-    set(m_easy, CURLOPT_NOPROGRESS, 1L);
-    set(m_easy, CURLOPT_PROTOCOLS_STR, "http,https");
-    // One request a connection: what the service's users expect, and a paused HTTP/2 stream would go on
-    // filling its buffer.
-    set(m_easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-    set(m_easy, CURLOPT_HTTP09_ALLOWED, 1L);
-    set(m_easy, CURLOPT_HEADEROPT, static_cast<long>(CURLHEADER_SEPARATE));
-    set(m_easy, CURLOPT_PROXY, "");  // never the environment behind our back
-    set(m_easy, CURLOPT_NOPROXY, "");
-    set(m_easy, CURLOPT_MAXAGE_CONN, k_idle_connection_seconds);
-    set(m_easy, CURLOPT_QUICK_EXIT, 1L);  // a lookup is left behind, never waited for
-    if (!certificate_file().empty()) {
-        set(m_easy, CURLOPT_CAINFO, certificate_file().c_str());
-    }
-    set(m_easy, CURLOPT_HEADERFUNCTION, on_header);
-    set(m_easy, CURLOPT_HEADERDATA, this);
-    set(m_easy, CURLOPT_WRITEFUNCTION, on_write);
-    set(m_easy, CURLOPT_WRITEDATA, this);
-    set(m_easy, CURLOPT_READFUNCTION, on_read);
-    set(m_easy, CURLOPT_READDATA, this);
-    set(m_easy, CURLOPT_SEEKFUNCTION, on_seek);
-    set(m_easy, CURLOPT_SEEKDATA, this);
-    set(m_easy, CURLOPT_PREREQFUNCTION, on_prerequest);
-    set(m_easy, CURLOPT_PREREQDATA, this);
-    set(m_easy, CURLOPT_RESOLVER_START_FUNCTION, on_resolver_start);
-    set(m_easy, CURLOPT_RESOLVER_START_DATA, this);
-    set(m_easy, CURLOPT_OPENSOCKETFUNCTION, on_open_socket);
-    set(m_easy, CURLOPT_OPENSOCKETDATA, this);
-    // Connections outlive the exchange that opened them, so their closing is told to the loop.
-    set(m_easy, CURLOPT_CLOSESOCKETFUNCTION, on_close_socket);
-    set(m_easy, CURLOPT_CLOSESOCKETDATA, &m_host);
-}
-
 bool curl_exchange::begin(std::shared_ptr<curl_transfer> what) {
     m_transfer = std::move(what);
     m_transfer->exchange = this;
@@ -202,129 +104,12 @@ bool curl_exchange::begin(std::shared_ptr<curl_transfer> what) {
     m_head_bytes = 0;
     m_in_block = m_resolving = m_connecting_told = m_connected = false;
     m_stages_over = m_transfer->ticket_for_server || m_transfer->ticket_for_proxy;
-    m_headers_told = m_paused = m_out_of_memory = m_starved = m_wants_ticket = false;
-    if (!set(m_easy, CURLOPT_URL, m_transfer->request.url.c_str())) {
+    m_headers_told = m_paused = m_out_of_memory = m_starved = m_begins_anew = false;
+    if (!set_request(m_transfer->request)) {
         return false;
     }
-    set_request(m_transfer->request);
     begin_wait(wait::connection);
     return true;
-}
-
-void curl_exchange::set_text_option(CURLoption option, std::string& in_force, const std::string& wanted) {
-    if (in_force != wanted) {
-        set(m_easy, option, wanted.c_str());
-        in_force = wanted;
-    }
-}
-
-void curl_exchange::set_request(const transfer_request& request) {
-    const kind wanted = request.has_body ? kind::upload : request.verb == "HEAD" ? kind::head : kind::get;
-    if (m_kind != wanted) {
-        m_kind = wanted;
-        set(m_easy, CURLOPT_HTTPGET, 1L);
-        if (wanted == kind::upload) {
-            set(m_easy, CURLOPT_UPLOAD, 1L);
-        } else if (wanted == kind::head) {
-            set(m_easy, CURLOPT_NOBODY, 1L);
-        }
-    }
-    if (request.has_body) {
-        set(m_easy, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(request.body_bytes));
-    }
-    set_text_option(CURLOPT_CUSTOMREQUEST, m_verb, request.verb);
-    set_text_option(CURLOPT_PROXY, m_proxy, request.proxy);
-    if (m_closes_connection != request.closes_connection) {
-        m_closes_connection = request.closes_connection;
-        set(m_easy, CURLOPT_FORBID_REUSE, m_closes_connection ? 1L : 0L);
-    }
-    choose_logins();
-    set_cookies(request.uses_cookies);
-    m_jar_has_cookie = false;
-    set_headers(m_transfer->request.header_lines);
-    set_accounts(request);
-    set(m_easy, CURLOPT_CONNECTTIMEOUT_MS, connect_limit(request.limits.connect));
-    if (m_checks_name == request.ignore_cert_name) {
-        m_checks_name = !request.ignore_cert_name;
-        set(m_easy, CURLOPT_SSL_VERIFYHOST, m_checks_name ? 2L : 0L);
-    }
-    if (m_checks_dates == request.ignore_cert_dates) {
-        m_checks_dates = !request.ignore_cert_dates;
-        set(m_easy, CURLOPT_SSL_CTX_FUNCTION, m_checks_dates ? nullptr : on_tls_context);
-    }
-}
-
-// An account that was taken beats the caller's own header; another one waits until that is refused.
-void curl_exchange::choose_logins() {
-    const transfer_request& request = m_transfer->request;
-    if (request.server.given() && known_logins().knows(server_place(request), request.server)) {
-        m_transfer->account_for_server = true;
-    }
-    if (request.proxy_account.given() && !request.proxy.empty() &&
-        known_logins().knows(proxy_place(request), request.proxy_account)) {
-        m_transfer->account_for_proxy = true;
-    }
-}
-
-void curl_exchange::set_cookies(bool uses_them) {
-    if (m_has_cookies != uses_them) {
-        m_has_cookies = uses_them;
-        set(m_easy, CURLOPT_SHARE, uses_them ? shared_cookies() : nullptr);
-        set(m_easy, CURLOPT_COOKIEFILE, uses_them ? "" : nullptr);  // no file, but cookies
-    }
-}
-
-// libcurl would send the jar's cookies beside the caller's. Asked when the request is about to go out, since
-// it may have waited for its connection, or answers a challenge that has brought a cookie.
-void curl_exchange::choose_cookies() {
-    std::string& lines = m_transfer->request.header_lines;
-    if (!m_has_cookies || !names_header(lines, k_cookie)) {
-        return;
-    }
-    const std::string_view host = header_in(lines, k_host);
-    m_jar_has_cookie =
-        has_cookie_for(m_easy, m_transfer->request.url, host.empty() ? host : host.substr(k_host.size()));
-    set_headers(lines);
-}
-
-// libcurl takes a linked list of texts: ours lives in one array and points into the request's lines.
-void curl_exchange::set_headers(std::string& lines) {
-    m_header_list.clear();
-    for (std::size_t at = 0; at < lines.size(); at += std::strlen(&lines[at]) + 1) {
-        const bool is_replaced = (m_transfer->account_for_server && is_header(&lines[at], k_server_login)) ||
-                                 (m_transfer->account_for_proxy && is_header(&lines[at], k_proxy_login)) ||
-                                 (m_jar_has_cookie && is_header(&lines[at], k_cookie));
-        if (!is_replaced) {
-            m_header_list.push_back({&lines[at], nullptr});
-        }
-    }
-    for (std::size_t i = 1; i < m_header_list.size(); ++i) {
-        m_header_list[i - 1].next = &m_header_list[i];
-    }
-    set(m_easy, CURLOPT_HTTPHEADER, m_header_list.empty() ? nullptr : m_header_list.data());
-}
-
-void curl_exchange::set_accounts(const transfer_request& request) {
-    // libcurl would prefer Negotiate, which knows nothing but the user's ticket: there is none, mostly, and
-    // the account that was given would never be tried.
-    const auto schemes = [](bool by_ticket, bool is_known) {
-        const unsigned long by_account = is_known ? CURLAUTH_BASIC : CURLAUTH_ANY & ~CURLAUTH_NEGOTIATE;
-        return static_cast<long>(by_ticket ? CURLAUTH_NEGOTIATE : by_account);
-    };
-    if (request.server.given()) {
-        m_reusable = false;
-        const bool is_known = known_logins().knows(server_place(request), request.server);
-        set(m_easy, CURLOPT_HTTPAUTH, schemes(m_transfer->ticket_for_server, is_known));
-        set(m_easy, CURLOPT_USERNAME, request.server.user.c_str());
-        set(m_easy, CURLOPT_PASSWORD, request.server.password.c_str());
-    }
-    if (request.proxy_account.given() && !request.proxy.empty()) {
-        m_reusable = false;
-        const bool is_known = known_logins().knows(proxy_place(request), request.proxy_account);
-        set(m_easy, CURLOPT_PROXYAUTH, schemes(m_transfer->ticket_for_proxy, is_known));
-        set(m_easy, CURLOPT_PROXYUSERNAME, request.proxy_account.user.c_str());
-        set(m_easy, CURLOPT_PROXYPASSWORD, request.proxy_account.password.c_str());
-    }
 }
 
 // An account was taken in plain if nothing else was offered and the response isn't another challenge.
@@ -453,7 +238,7 @@ bool curl_exchange::header_block_complete() {
         if (m_connected) {
             report_sent();
         }
-        m_wants_ticket = true;
+        m_begins_anew = true;
         return false;
     }
     // Before the connection stands it is the proxy's answer to CONNECT, which counts only if it ends there.
@@ -465,16 +250,14 @@ bool curl_exchange::header_block_complete() {
 
 // A challenge that is answered by what libcurl can't do in the middle of an exchange.
 bool curl_exchange::wants_to_be_begun_anew(int status) {
-    const transfer_request& request = m_transfer->request;
-    const bool by_server = status == 401 && request.server.given();
-    const bool by_proxy = status == 407 && request.proxy_account.given();
-    if (!by_server && !by_proxy) {
+    if (!will_be_answered_by_libcurl(status)) {
         return false;
     }
+    const bool by_server = status == 401;
     bool& has_account = by_server ? m_transfer->account_for_server : m_transfer->account_for_proxy;
     const bool callers_was_sent =
         !std::exchange(has_account, true) &&
-        names_header(request.header_lines, by_server ? k_server_login : k_proxy_login);
+        names_header(m_transfer->request.header_lines, by_server ? k_server_login : k_proxy_login);
     return callers_was_sent || asks_for_ticket(by_server);
 }
 

@@ -20,6 +20,9 @@ class curl_exchange;
 struct exchange_multi;
 struct exchange_origin;
 
+/// So long a connection that serves nobody is kept.
+inline constexpr long k_idle_connection_seconds = 60;
+
 /// The loop's notes about an exchange that runs.
 struct exchange_place {
     std::size_t index = 0;  ///< among those that run
@@ -113,7 +116,7 @@ public:
     /// Whether it failed because the process has no descriptor left.
     bool starved() const noexcept { return m_starved; }
     /// Whether it failed only to be begun once more.
-    bool wants_another_try() const noexcept { return m_starved || m_wants_ticket; }
+    bool wants_another_try() const noexcept { return m_starved || m_begins_anew; }
 
 private:
     enum class kind { get, head, upload };
@@ -134,7 +137,7 @@ private:
     Result guarded(Result failed, Work&& work) noexcept;
 
     void set_constant_options();
-    void set_request(const transfer_request& request);
+    bool set_request(const transfer_request& request);
     void set_cookies(bool uses_them);
     void choose_cookies();
     void set_headers(std::string& lines);
@@ -148,7 +151,6 @@ private:
     bool header_block_complete();
     bool wants_to_be_begun_anew(int status);
     bool asks_for_ticket(bool by_server);
-    void choose_logins();
     void report_stage(transfer_stage stage, std::string_view text);
     void report_sent();
     void report_headers();
@@ -183,7 +185,7 @@ private:
     bool m_in_block = false;
     bool m_resolving = false;
     bool m_starved = false;
-    bool m_wants_ticket = false;  // ended before the response: the next try logs in with a ticket
+    bool m_begins_anew = false;  // ended before the response, to be begun once more with another login
     bool m_connecting_told = false;
     bool m_stages_over = false;  // later connections of the same exchange are libcurl's own affair
     bool m_connected = false;

@@ -13,7 +13,7 @@
 namespace kro::tessel::os {
 namespace {
 
-constexpr std::uint64_t k_idle_ms = 60'000;
+constexpr std::uint64_t k_idle_ms = std::uint64_t{k_idle_connection_seconds} * 1000;
 constexpr std::size_t k_max_idle_handles = 64;
 constexpr std::size_t k_max_idle_origins = 256;
 constexpr int k_rounds_a_turn = 4;

@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t k_max_idle_loops = 16;
 constexpr std::size_t k_max_remembered_origins = 4;
-constexpr auto k_idle_limit = std::chrono::seconds(60);  // as long as a connection is kept
+constexpr auto k_idle_limit = std::chrono::seconds(k_idle_connection_seconds);
 
 /// A loop with what it has connections to.
 struct lent_loop {
