@@ -174,7 +174,8 @@ std::uint64_t session_transfer::announced_total() const {
     }
     const std::string text(digits.begin(), digits.end());
     const auto end = std::from_chars(text.data(), text.data() + text.size(), total);
-    return end.ec == std::errc() ? total : transfer_progress::k_unknown;
+    return end.ec == std::errc() && end.ptr == text.data() + text.size() ? total
+                                                                         : transfer_progress::k_unknown;
 }
 
 std::uint32_t session_transfer::receive_into_response(body_receiver::pace how) {

@@ -72,6 +72,7 @@ inline constexpr std::uint32_t k_error_insufficient_buffer = 122;
 inline constexpr std::uint32_t k_error_bad_arguments = 160;
 inline constexpr std::uint32_t k_error_io_pending = 997;
 inline constexpr std::uint32_t k_error_cancelled_by_user = 1223;
+inline constexpr std::uint32_t k_error_inet_out_of_handles = 12001;
 inline constexpr std::uint32_t k_error_inet_timeout = 12002;
 inline constexpr std::uint32_t k_error_inet_internal = 12004;
 inline constexpr std::uint32_t k_error_inet_invalid_url = 12005;

@@ -3,8 +3,11 @@
 #include "os/thread.h"
 
 #include "http/engine_fixture.h"
+#include "http/helper_window.h"
 
 #include <algorithm>
+#include <atomic>
+#include <thread>
 
 namespace {
 
@@ -419,6 +422,51 @@ TEST_F(RequestMachine, AReadThatFailsKeepsTheBytesThatCameWithIt) {
     ASSERT_NE(record->content->next, nullptr);
     EXPECT_STREQ(static_cast<const char*>(record->content->next->data), "y");
     remove(record);
+}
+
+// The system's queue has room for 10,000 messages, mostly.
+TEST_F(RequestMachine, AStepThatFindsTheQueueFullRunsWithTheNextMessage) {
+    session_context* const first = get();
+    session_context* const second = get(TESSEL_W("http://other/"));
+    windows.deliver_all();
+    windows.refused_posts = 2;  // the second one is what has those that wait looked at
+    inet.complete();
+    EXPECT_EQ(second->state, state_ending);
+    windows.deliver_all();
+    EXPECT_EQ(inet.count("end"), 0U);
+    post_step(first);
+    windows.deliver_all();
+    EXPECT_EQ(inet.count("end"), 1U);
+    remove(first);
+    remove(second);
+}
+
+// The thread that runs a step waits for a start on another one: the step of the start before it is gone then.
+TEST_F(RequestMachine, AStepIsNotRunOnceMoreBehindAStartInBetween) {
+    static session_context* s_record = nullptr;
+    static std::atomic<bool> s_holds{false};
+    s_record = get();
+    const auto write = [](int, const wchar* text) {
+        const auto users = [] { return engine().live.find(s_record).use_count(); };
+        if (!s_holds && wide_string(text).find(TESSEL_W("init_session")) != wide_string::npos) {
+            const long before = users();
+            s_holds = true;
+            while (users() == before) {  // until the other thread has found it, too
+                std::this_thread::yield();
+            }
+        }
+    };
+    kro::tessel::set_trace_sink({write, [] { return static_cast<int>(kro::tessel::trace_debug); }});
+    std::thread starts([] { reinvoke(s_record); });
+    while (!s_holds) {
+        std::this_thread::yield();
+    }
+    windows.deliver_one();
+    starts.join();
+    kro::tessel::set_trace_sink({nullptr, nullptr});
+    windows.deliver_all();
+    EXPECT_EQ(inet.count("send "), 1U);
+    remove(s_record);
 }
 
 // The host has it now, with a transfer that reads into it.

@@ -137,7 +137,7 @@ void* manual_message_windows::user_data(window target) {
 
 bool manual_message_windows::post(window target, std::uint32_t number, std::uintptr_t wparam,
                                   std::intptr_t lparam) {
-    if (find(target) == nullptr) {
+    if (find(target) == nullptr || refuses(refused_posts)) {
         return false;
     }
     m_waiting.push_back({target, number, wparam, lparam});

@@ -61,6 +61,8 @@ public:
     /// So many of the next windows and timers aren't made, with k_error_too_many_objects.
     int refused_windows = 0;
     int refused_timers = 0;
+    /// So many of the next messages find their queue full.
+    int refused_posts = 0;
     /// Ends a window as its thread's end would, whoever calls.
     bool vanish(window target);
 

@@ -53,14 +53,14 @@ std::string strong_tag_of(const http::response_head& head) {
 download::download(const transfer_request& request, const std::string& file, bool starts_anew)
     : m_headers(request.headers), m_request(request), m_part(file, request.url) {
     if (starts_anew || request.gzip) {  // a range of a compressed body is of no use for the file
-        m_part.remove();
+        m_part.forget();
     }
 }
 
 void download::run() {
     try_once();
     if (std::exchange(m_has_to_start_over, false) && m_result.interrupted == 0) {
-        m_part.remove();
+        m_part.forget();
         try_once();
     }
 }

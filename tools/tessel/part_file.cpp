@@ -111,8 +111,8 @@ bool part_file::complete() {
 
 std::uint64_t part_file::close() {
     m_out.reset();
-    if (!m_is_ours && m_tag.empty()) {
-        return 0;  // of another URL, or no download's at all
+    if (!m_is_ours) {
+        return m_left_over;
     }
     std::error_code missing;
     const auto size = fs::file_size(m_part, missing);
@@ -123,9 +123,12 @@ std::uint64_t part_file::close() {
     return 0;
 }
 
-void part_file::remove() {
-    m_out.reset();
+void part_file::forget() {
+    m_tag.clear();
     m_left_over = 0;
+}
+
+void part_file::remove() {
     remove_quietly(m_origin);
     remove_quietly(m_part);
 }

@@ -31,8 +31,8 @@ public:
     bool complete();
     /// Closes it, and removes it where it is of no more use. Returns the bytes that are kept.
     std::uint64_t close();
-    /// Removes it.
-    void remove();
+    /// There is nothing to go on with; what lies there stays until `begin`.
+    void forget();
 
     /// Why the last call that returned false did so.
     const std::string& error() const { return m_error; }
@@ -46,6 +46,7 @@ private:
     bool write_origin();
     bool fail(const std::string& file);
     bool open(const char* mode);
+    void remove();
 
     const std::string m_file, m_part, m_origin;
     const std::string m_url;

@@ -114,8 +114,8 @@ inet_handle linux_inet::open(std::uint32_t access, wide_view proxy, wide_view by
         rules = proxy_rules::preconfigured();
     }
     const auto session = std::make_shared<inet_session>(std::move(rules), narrow(agent), async);
-    if (!m_handles.add(session)) {
-        return refused(k_error_not_enough_memory);
+    if (const std::uint32_t error = m_handles.add(session, k_error_invalid_handle); error != 0) {
+        return refused(error);
     }
     set_last_error(0);
     return session->value();
@@ -145,8 +145,8 @@ inet_handle linux_inet::connect(inet_handle session, wide_view host, std::uint16
     const auto connection = std::make_shared<inet_connection>(std::static_pointer_cast<inet_session>(node),
                                                               host, port, std::move(account), context);
     connection->begin_creation();
-    if (!m_handles.add(connection)) {
-        return refused(k_error_invalid_handle);
+    if (const std::uint32_t error = m_handles.add(connection, k_error_invalid_handle); error != 0) {
+        return refused(error);
     }
     connection->announce_creation();
     set_last_error(0);
@@ -166,8 +166,9 @@ inet_handle linux_inet::open_request(inet_handle connection, wide_view verb, wid
                                        verb.empty() ? "GET" : narrow(verb), object, flags, context);
     request->fill_timeouts(m_timeouts);
     request->begin_creation();
-    if (!m_handles.add(request)) {
-        return refused(k_error_inet_incorrect_handle_type);
+    const std::uint32_t error = m_handles.add(request, k_error_inet_incorrect_handle_type);
+    if (error != 0) {
+        return refused(error);
     }
     request->announce_creation();
     request->creation_announced();

@@ -114,11 +114,11 @@ void inet_node::close() {
     notify(m_context, k_notice_handle_closing, &closed, sizeof closed);
 }
 
-bool handle_table::add(const std::shared_ptr<inet_node>& node) {
+std::uint32_t handle_table::add(const std::shared_ptr<inet_node>& node, std::uint32_t without_parent) {
     const std::lock_guard lock(m_mutex);
     inet_node* const parent = node->m_parent.get();
     if (parent != nullptr && slot_of(parent->m_value) == nullptr) {
-        return false;
+        return without_parent;
     }
     std::uint32_t index = 0;
     if (m_free.size() > k_rested_slots || (m_slots.size() == k_max_handles && !m_free.empty())) {
@@ -128,7 +128,7 @@ bool handle_table::add(const std::shared_ptr<inet_node>& node) {
         index = static_cast<std::uint32_t>(m_slots.size());
         m_slots.emplace_back();
     } else {
-        return false;
+        return k_error_inet_out_of_handles;
     }
     slot& place = m_slots[index];
     place.generation = place.generation == k_max_generation ? 1 : place.generation + 1;
@@ -140,7 +140,7 @@ bool handle_table::add(const std::shared_ptr<inet_node>& node) {
             node->m_older->m_younger = node.get();
         }
     }
-    return true;
+    return 0;
 }
 
 const handle_table::slot* handle_table::slot_of(inet_handle value) const noexcept {

@@ -99,8 +99,9 @@ private:
 /// Values for nodes: small numbers that are never addresses, fit 32 bits, and don't come back soon.
 class handle_table {
 public:
-    /// Gives the node its value. False when its parent has been closed or there are too many handles.
-    bool add(const std::shared_ptr<inet_node>& node);
+    /// Gives the node its value. Returns 0, `without_parent` when its parent has been closed, or 12001 when
+    /// all values are taken.
+    std::uint32_t add(const std::shared_ptr<inet_node>& node, std::uint32_t without_parent);
     std::shared_ptr<inet_node> find(inet_handle value) const;
     /// Takes a node and everything below it out: children before parents, the youngest first. Empty when
     /// there is no such handle.
