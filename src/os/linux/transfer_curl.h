@@ -3,6 +3,7 @@
 #pragma once
 
 #include "os/linux/transfer.h"
+#include "os/linux/transfer_header_guard.h"
 
 #include <curl/curl.h>
 
@@ -112,7 +113,7 @@ public:
     /// When the present wait is over, k_never when it has no limit.
     std::uint64_t deadline() const noexcept { return m_deadline; }
     /// Whether the handle may serve again; one that failed or knows an account isn't worth the risk.
-    bool reusable() const noexcept;
+    bool reusable() const noexcept { return m_reusable; }
     /// Whether it failed because the process has no descriptor left.
     bool starved() const noexcept { return m_starved; }
     /// Whether it failed only to be begun once more.
@@ -162,6 +163,7 @@ private:
 
     exchange_host& m_host;
     CURL* m_easy;
+    header_guard m_header_guard;
     std::shared_ptr<curl_transfer> m_transfer;
     std::vector<curl_slist> m_header_list;
 

@@ -64,6 +64,7 @@ void curl_exchange::set_constant_options() {
     if (!certificate_file().empty()) {
         set(m_easy, CURLOPT_CAINFO, certificate_file().c_str());
     }
+    m_header_guard.attach(m_easy);
     set(m_easy, CURLOPT_HEADERFUNCTION, on_header);
     set(m_easy, CURLOPT_HEADERDATA, this);
     set(m_easy, CURLOPT_WRITEFUNCTION, on_write);
