@@ -140,7 +140,8 @@ public:
     leased_transfers& operator=(const leased_transfers&) = delete;
     ~leased_transfers() override { release(); }
 
-    std::shared_ptr<transfer> submit(std::shared_ptr<transfer_sink> sink, transfer_request request) override;
+    std::shared_ptr<transfer> submit(std::shared_ptr<transfer_sink> sink,
+                                     transfer_request&& request) override;
     void grant_window(const std::shared_ptr<transfer>& which) override;
     void cancel(const std::shared_ptr<transfer>& which) override;
     bool wake(std::shared_ptr<transfer_sink> sink) override;
@@ -159,7 +160,7 @@ private:
 };
 
 std::shared_ptr<transfer> leased_transfers::submit(std::shared_ptr<transfer_sink> sink,
-                                                   transfer_request request) {
+                                                   transfer_request&& request) {
     if (process_was_forked()) {
         return nullptr;
     }
