@@ -112,7 +112,8 @@ public:
     bool resolving() const noexcept { return m_resolving; }
     /// When the present wait is over, k_never when it has no limit.
     std::uint64_t deadline() const noexcept { return m_deadline; }
-    /// Whether the handle may serve again; one that failed or knows an account isn't worth the risk.
+    /// Whether the handle may serve again; one that failed, knows an account or keeps something of its request
+    /// may not.
     bool reusable() const noexcept { return m_reusable; }
     /// Whether it failed because the process has no descriptor left.
     bool starved() const noexcept { return m_starved; }
@@ -172,8 +173,6 @@ private:
     std::string m_proxy;
     bool m_closes_connection = false;
     kind m_kind = kind::get;
-    bool m_checks_name = true;
-    bool m_checks_dates = true;
     bool m_has_cookies = false;
     bool m_reusable = true;
 
