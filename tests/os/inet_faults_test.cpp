@@ -326,6 +326,41 @@ TEST_F(InetFault, AHeadThatTricklesInIsNoSilence) {
     EXPECT_EQ(0U, m_client.log.wait().error);
 }
 
+// A limit is for the network: what has come may lie here, and the server may be silent, for as long as nobody
+// waits.
+TEST_F(InetFault, AHostThatStandsStillLosesNothing) {
+    m_client.net.set_timeout(m_client.connection, os::inet_timeout::receive, 300);
+    const auto stand_still = [this] {
+        EXPECT_FALSE(m_client.log.completes_within(std::chrono::milliseconds(600)));
+    };
+    const auto read = [this](os::inet_handle from, char* to, std::uint32_t count) {
+        return m_client.net.read(from, to, count, m_client.log.context());
+    };
+    const std::size_t many = std::size_t{3} << 20U;  // more than the window
+    const auto request = m_client.sent();
+    auto peer = m_server.accept_request();
+    stand_still();
+    EXPECT_TRUE(m_client.net.end(request, m_client.log.context()).pending());
+    peer.send("HTTP/1.1 200 OK\r\nContent-Length: 9999999\r\n\r\nab");
+    EXPECT_EQ(0U, m_client.log.wait().error);
+    stand_still();
+    std::vector<char> bytes(many);
+    EXPECT_EQ(1U, read(request, bytes.data(), 1).bytes);
+    EXPECT_TRUE(read(request, bytes.data(), 2).status.pending());
+    peer.send("c");
+    EXPECT_EQ(2U, m_client.log.wait().bytes);
+    std::thread sender([&] { peer.send(std::string(many, 'd')); });
+    stand_still();
+    EXPECT_TRUE(read(request, bytes.data(), static_cast<std::uint32_t>(many)).status.pending());
+    EXPECT_EQ(many, m_client.log.wait().bytes);
+    sender.join();
+    stand_still();
+    const auto asked = std::chrono::steady_clock::now();
+    EXPECT_TRUE(read(request, bytes.data(), 1).status.pending());
+    EXPECT_EQ(12002U, m_client.log.wait().error);
+    EXPECT_GE(std::chrono::steady_clock::now() - asked, std::chrono::milliseconds(250));
+}
+
 // The body of a redirect may have come before anybody asks where it leads.
 TEST_F(InetFault, ARedirectWhoseBodyIsHeldBackIsFollowed) {
     const auto request = m_client.sent();

@@ -43,6 +43,10 @@ inet_status inet_request::begin_operation(operation what, std::uintptr_t context
     m_operation = what;
     m_operation_context = context;
     m_operation_done = false;
+    m_waits_since = std::chrono::steady_clock::now();
+    if (std::exchange(m_limits_stand_still, false) && m_transfer != nullptr) {
+        m_network.limits_begin_anew(m_transfer);
+    }
     return {k_error_io_pending};
 }
 
@@ -58,6 +62,7 @@ std::shared_ptr<transfer> inet_request::forget_exchange() {
     m_hops = 0;
     m_same_server = true;
     m_sent = m_answered = m_published = m_failed = m_ended = m_paused = m_hopping = false;
+    m_limits_stand_still = false;
     m_error = 0;
     m_head = {};
     m_window.clear();
@@ -118,7 +123,6 @@ inet_status inet_request::started(std::unique_lock<std::mutex>& lock) {
 inet_read_status inet_request::run_to_end(std::unique_lock<std::mutex>& lock) {
     const auto self = shared_from_this();
     m_turning = true;
-    m_turned->limits_begin_anew();
     while (!m_closed && !m_operation_done) {
         lock.unlock();
         const bool goes_on = m_turned->turn();
@@ -563,6 +567,16 @@ void inet_request::complete_read() {
     queue(k_notice_response_received, m_filled);
     m_destination = nullptr;
     complete(m_error, m_filled);
+}
+
+std::optional<std::uint64_t> inet_request::waited_for(std::uint64_t tag) {
+    const std::lock_guard lock(m_mutex);
+    if (tag != m_tag || m_operation == operation::none || m_operation_done) {
+        m_limits_stand_still = m_limits_stand_still || tag == m_tag;
+        return std::nullopt;
+    }
+    const auto waited = std::chrono::steady_clock::now() - m_waits_since;
+    return std::chrono::duration_cast<std::chrono::milliseconds>(waited).count();
 }
 
 bool inet_request::connection_is_kept() const noexcept {

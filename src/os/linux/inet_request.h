@@ -8,6 +8,7 @@
 #include "os/linux/inet_window.h"
 #include "os/linux/transfer.h"
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -67,6 +68,7 @@ private:
     void on_sent(std::uint64_t tag, std::uint64_t bytes) override;
     void on_headers(std::uint64_t tag, std::string block) override;
     data_verdict on_data(std::uint64_t tag, const char* data, std::size_t bytes) override;
+    std::optional<std::uint64_t> waited_for(std::uint64_t tag) override;
     void on_end(std::uint64_t tag, std::uint32_t error) override;
     void on_turn_end() override;
 
@@ -115,9 +117,11 @@ private:
     operation m_operation = operation::none;
     bool m_operation_done = false;  // its notice 100 is on the list
     std::uintptr_t m_operation_context = 0;
-    bool m_turning = false;          // of a synchronous request: a call is inside the network
-    inet_read_status m_outcome;      // and how its operation ended
-    std::uint64_t m_body_given = 0;  // body bytes that the network has taken
+    std::chrono::steady_clock::time_point m_waits_since;
+    bool m_limits_stand_still = false;  // nobody waited when one was over
+    bool m_turning = false;             // of a synchronous request: a call is inside the network
+    inet_read_status m_outcome;         // and how its operation ended
+    std::uint64_t m_body_given = 0;     // body bytes that the network has taken
     std::uint64_t m_body_told = 0;
     std::vector<notice> m_notices;
     std::size_t m_next_notice = 0;

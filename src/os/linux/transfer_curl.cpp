@@ -136,15 +136,16 @@ void curl_exchange::note_logins(int status) {
 
 void curl_exchange::begin_wait(wait what) noexcept {
     m_wait = what;
-    const transfer_limits& limits = m_transfer->request.limits;
-    std::uint32_t limit = 0;
-    if (!m_paused) {
-        limit = what == wait::connection  ? limits.connect
-                : what == wait::sending   ? limits.send
-                : what == wait::receiving ? limits.receive
-                                          : 0;
-    }
+    const std::uint32_t limit = m_paused ? 0 : limit_of(what);
     m_deadline = limit == 0 ? k_never : m_host.deadline_in(limit);
+}
+
+std::uint32_t curl_exchange::limit_of(wait what) const noexcept {
+    const transfer_limits& limits = m_transfer->request.limits;
+    return what == wait::connection  ? limits.connect
+           : what == wait::sending   ? limits.send
+           : what == wait::receiving ? limits.receive
+                                     : 0;
 }
 
 void curl_exchange::report_stage(transfer_stage stage, std::string_view text) {
@@ -400,6 +401,19 @@ void curl_exchange::bytes_move() noexcept {
     if (m_wait == wait::sending || m_wait == wait::receiving) {
         begin_wait(m_wait);
     }
+}
+
+bool curl_exchange::is_waited_for() {
+    if (m_transfer->sink == nullptr) {
+        return true;  // left to its look-up
+    }
+    const auto waited = m_transfer->sink->waited_for(m_transfer->request.tag);
+    const std::uint32_t limit = limit_of(m_wait);
+    if (waited && *waited >= limit) {
+        return true;
+    }
+    m_deadline = waited ? m_host.deadline_in(limit - static_cast<std::uint32_t>(*waited)) : k_never;
+    return false;
 }
 
 // A socket can be written again when much of what it holds has gone out, and holds the last of a body for

@@ -99,6 +99,9 @@ public:
     CURLcode resume();
     /// Something has come, or goes out: the present wait begins anew, but for that of a connection.
     void bytes_move() noexcept;
+    /// At its deadline: whether somebody has waited as long as that. If not, another deadline is set, or none
+    /// when nobody waits.
+    bool is_waited_for();
     /// Whether the body moves although nothing was heard of its socket: the wait goes on then.
     bool still_sends() noexcept;
     /// Whether a failure is one for want of descriptors, which libcurl tells as others.
@@ -147,6 +150,7 @@ private:
                     bool is_challenge);
     void set_text_option(CURLoption option, std::string& in_force, const std::string& wanted);
     void begin_wait(wait what) noexcept;
+    std::uint32_t limit_of(wait what) const noexcept;
     bool header_line(std::string_view line);
     bool header_block_complete();
     bool wants_to_be_begun_anew(int status);

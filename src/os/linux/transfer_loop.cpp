@@ -68,6 +68,10 @@ void transfer_loop::cancel(const std::shared_ptr<transfer>& which) {
     post({command_kind::cancel, std::static_pointer_cast<curl_transfer>(which), nullptr});
 }
 
+void transfer_loop::limits_begin_anew(const std::shared_ptr<transfer>& which) {
+    post({command_kind::limit, std::static_pointer_cast<curl_transfer>(which), nullptr});
+}
+
 bool transfer_loop::wake(std::shared_ptr<transfer_sink> sink) {
     return post({command_kind::wake, nullptr, std::move(sink)});
 }
@@ -165,10 +169,6 @@ bool transfer_loop::turn(patience how) {
     return !m_stopping;
 }
 
-void transfer_loop::restart_waits() noexcept {
-    m_exchanges.restart_waits(clock());
-}
-
 void transfer_loop::work() {
     take_inbox();  // first: what was cancelled shall not go on because of an event that came with it
     m_sockets->handle_events();
@@ -232,6 +232,9 @@ void transfer_loop::obey(command& what) {
             break;
         case command_kind::cancel:
             m_exchanges.drop(what.which);
+            break;
+        case command_kind::limit:
+            m_exchanges.restart_wait(*what.which);
             break;
         case command_kind::wake:
             m_exchanges.tell(std::move(what.sink));

@@ -28,6 +28,7 @@ public:
     std::shared_ptr<transfer> submit(std::shared_ptr<transfer_sink> sink, transfer_request request) override;
     void grant_window(const std::shared_ptr<transfer>& which) override;
     void cancel(const std::shared_ptr<transfer>& which) override;
+    void limits_begin_anew(const std::shared_ptr<transfer>& which) override;
     bool wake(std::shared_ptr<transfer_sink> sink) override;
     void set_connection_limit(std::uint32_t count) override;
 
@@ -41,13 +42,11 @@ public:
     enum class patience { wait, none };
     /// Does what there is to do, waiting for it first if wanted. False once the loop has been stopped.
     bool turn(patience how);
-    /// The waits of all that is under way begin anew.
-    void restart_waits() noexcept;
     /// Whether nothing runs in it, abandoned exchanges included.
     bool is_empty() const noexcept { return m_exchanges.is_empty(); }
 
 private:
-    enum class command_kind { submit, grant, cancel, wake };
+    enum class command_kind { submit, grant, cancel, limit, wake };
     struct command {
         command_kind kind;
         std::shared_ptr<curl_transfer> which;

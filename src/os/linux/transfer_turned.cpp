@@ -143,11 +143,11 @@ public:
     std::shared_ptr<transfer> submit(std::shared_ptr<transfer_sink> sink, transfer_request request) override;
     void grant_window(const std::shared_ptr<transfer>& which) override;
     void cancel(const std::shared_ptr<transfer>& which) override;
+    void limits_begin_anew(const std::shared_ptr<transfer>& which) override;
     bool wake(std::shared_ptr<transfer_sink> sink) override;
     void set_connection_limit(std::uint32_t /*count*/) override {}
 
     bool turn() override;
-    void limits_begin_anew() override;
     void release() override;
 
 private:
@@ -189,6 +189,13 @@ void leased_transfers::cancel(const std::shared_ptr<transfer>& which) {
     }
 }
 
+void leased_transfers::limits_begin_anew(const std::shared_ptr<transfer>& which) {
+    const std::lock_guard lock(m_mutex);
+    if (m_lease != nullptr) {
+        m_lease->loop.limits_begin_anew(which);
+    }
+}
+
 bool leased_transfers::wake(std::shared_ptr<transfer_sink> sink) {
     const std::lock_guard lock(m_mutex);
     return m_lease != nullptr && m_lease->loop.wake(std::move(sink));
@@ -202,12 +209,6 @@ transfer_loop* leased_transfers::leased() {
 bool leased_transfers::turn() {
     transfer_loop* const loop = leased();
     return loop != nullptr && !process_was_forked() && loop->turn(transfer_loop::patience::wait);
-}
-
-void leased_transfers::limits_begin_anew() {
-    if (transfer_loop* const loop = leased()) {
-        loop->restart_waits();
-    }
 }
 
 void leased_transfers::release() {
