@@ -251,6 +251,29 @@ TEST_F(InetFault, AFirstHeaderThatBeginsWithABlankIsNone) {
     EXPECT_EQ(12152U, m_client.end(request));
 }
 
+// The length is that of what GET would get; a body that comes all the same isn't waited for, nor taken for
+// the next response.
+TEST_F(InetFault, NoBodyBelongsToAResponseToHead) {
+    for (const char* const sent : {"", "body"}) {
+        for (const char* const received : {"", "0123456789"}) {
+            SCOPED_TRACE(testing::Message() << "'" << sent << "', '" << received << "'");
+            test_server server;
+            inet_client client(os::inet(), server.port());
+            const auto request = client.request(TESSEL_W("HEAD"));
+            EXPECT_TRUE(client.whole(request, sent).pending());
+            auto peer = server.accept_request();
+            peer.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n" + std::string(received));
+            EXPECT_EQ(0U, client.log.wait().error);
+            EXPECT_EQ("", client.body(request));
+            if (*sent != 0) {
+                EXPECT_TRUE(peer.wait_for_close());
+            }
+            peer.close();
+            expect_a_good_request(server, client);
+        }
+    }
+}
+
 // A kept connection may die just as the next request goes out: it is repeated once, the body included.
 TEST_F(InetFault, ARequestOnADyingConnectionIsRepeated) {
     const auto first = m_client.sent();

@@ -583,6 +583,9 @@ bool inet_request::connection_is_kept() const noexcept {
     if (m_error != 0 || m_head.has_token("Connection", "close")) {
         return false;
     }
+    if (m_outgoing.verb == "HEAD" && m_outgoing.body_bytes != 0) {
+        return false;
+    }
     const bool keeps = m_head.version() == "HTTP/1.1" || m_head.has_token("Connection", "keep-alive");
     const bool bodyless = m_outgoing.verb == "HEAD" || m_head.status() == 204 || m_head.status() == 304;
     return keeps &&

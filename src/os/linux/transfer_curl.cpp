@@ -245,8 +245,14 @@ bool curl_exchange::header_block_complete() {
     // Before the connection stands it is the proxy's answer to CONNECT, which counts only if it ends there.
     if (m_connected && !will_be_answered_by_libcurl(status)) {
         report_headers();
+        return !awaits_head_only();
     }
     return true;
+}
+
+// libcurl knows of no HEAD with a body of its own, and would wait for the response's as after any other verb.
+bool curl_exchange::awaits_head_only() const noexcept {
+    return m_kind == kind::upload && m_verb == "HEAD";
 }
 
 // A challenge that is answered by what libcurl can't do in the middle of an exchange.
@@ -288,7 +294,7 @@ data_verdict curl_exchange::take_data(const char* data, std::size_t bytes) {
         }
         report_headers();
     }
-    if (m_transfer->sink == nullptr) {
+    if (m_transfer->sink == nullptr || awaits_head_only()) {
         return data_verdict::unwanted;
     }
     const data_verdict verdict = m_transfer->sink->on_data(m_transfer->request.tag, data, bytes);
@@ -344,6 +350,9 @@ void curl_exchange::end(CURLcode code) {
     }
     if (code == CURLE_PARTIAL_FILE && !m_headers_told) {
         code = CURLE_GOT_NOTHING;
+    }
+    if (code == CURLE_WRITE_ERROR && m_headers_told && awaits_head_only()) {
+        code = CURLE_OK;  // we broke it off, and its connection with it
     }
     const bool head_too_long = code == CURLE_WRITE_ERROR && !m_headers_told;
     const std::uint32_t error = inet_error_of(head_too_long ? CURLE_WEIRD_SERVER_REPLY : code, facts);

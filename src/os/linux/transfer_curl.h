@@ -160,6 +160,7 @@ private:
     void report_headers();
     void end_with(std::uint32_t error);
     bool will_be_answered_by_libcurl(int status) const noexcept;
+    bool awaits_head_only() const noexcept;
     data_verdict take_data(const char* data, std::size_t bytes);
     void connects_again();
     void connected();
