@@ -180,9 +180,12 @@ TEST_F(InetAccounts, ProxiesGetWholeAddressesAndTheirOwnAccount) {
 TEST_F(InetAccounts, TheRefusalOfATunnelIsTheResponse) {
     inet_client through(os::inet(), m_server.port(), true);
     const auto request = through.request(TESSEL_W("GET"), TESSEL_W("/"), os::k_request_secure);
-    through.whole(request);
+    through.net.send(request, TESSEL_W("Proxy-Authorization: Own x"), nullptr, 0, os::inet_send_mode::whole,
+                     through.log.context());
     auto peer = m_server.accept();
-    EXPECT_THAT(peer.read_request(), HasSubstr("CONNECT server.example:80 HTTP/1.1\r\n"));
+    const std::string opening = peer.read_request();
+    EXPECT_THAT(opening, HasSubstr("CONNECT server.example:80 HTTP/1.1\r\n"));
+    EXPECT_THAT(opening, HasSubstr("Proxy-Authorization: Own x\r\n"));
     peer.send(k_proxy_challenge);
     EXPECT_EQ(0U, through.log.wait().error);
     EXPECT_EQ(407U, through.status(request));

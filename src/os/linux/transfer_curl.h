@@ -169,6 +169,7 @@ private:
     CURL* m_easy;
     std::shared_ptr<curl_transfer> m_transfer;
     std::vector<curl_slist> m_header_list;
+    curl_slist m_tunnel_header{};  // the caller's own for the proxy of a tunnel
 
     // The options in force, so that equal ones aren't set again.
     std::string m_verb;
