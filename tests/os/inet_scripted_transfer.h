@@ -44,7 +44,7 @@ public:
     };
 
     std::shared_ptr<kro::tessel::os::transfer> submit(std::shared_ptr<kro::tessel::os::transfer_sink> sink,
-                                                      kro::tessel::os::transfer_request request) override {
+                                                      kro::tessel::os::transfer_request&& request) override {
         if (refuses) {
             return nullptr;
         }

@@ -164,6 +164,7 @@ std::vector<std::shared_ptr<inet_node>> handle_table::take(inet_handle value) {
     const std::lock_guard lock(m_mutex);
     const slot* const place = slot_of(value);
     if (place != nullptr) {
+        taken.reserve(3);  // mostly a request, its connection and its session
         take_below(*place->node, taken);
     }
     return taken;

@@ -96,7 +96,7 @@ public:
 
     /// Starts an exchange. Null when there is no service thread (no memory, or the process is ending).
     virtual std::shared_ptr<transfer> submit(std::shared_ptr<transfer_sink> sink,
-                                             transfer_request request) = 0;
+                                             transfer_request&& request) = 0;
     /// Goes on after data_verdict::full.
     virtual void grant_window(const std::shared_ptr<transfer>& which) = 0;
     virtual void cancel(const std::shared_ptr<transfer>& which) = 0;

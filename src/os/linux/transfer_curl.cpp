@@ -99,6 +99,7 @@ curl_exchange::~curl_exchange() {
 bool curl_exchange::begin(std::shared_ptr<curl_transfer> what) {
     m_transfer = std::move(what);
     m_transfer->exchange = this;
+    m_header_guard.begin();
     m_body_offset = m_acknowledged = 0;
     m_block.clear();
     m_head_bytes = 0;
@@ -200,6 +201,7 @@ bool curl_exchange::progress_sent() {
 }
 
 bool curl_exchange::header_line(std::string_view line) {
+    m_header_guard.line(line);
     if (m_headers_told) {
         return true;  // a trailer of a chunked body
     }
@@ -381,14 +383,6 @@ void curl_exchange::detach() noexcept {
     m_transfer->exchange = nullptr;
     m_transfer = nullptr;
     m_deadline = k_never;
-}
-
-// Before 8.1.1 libcurl keeps a pointer to the last header of the handle's previous response, and follows it
-// when the first header line of the next one begins with a blank: a server could have it write into freed
-// memory (its issue 11101).
-bool curl_exchange::reusable() const noexcept {
-    static const bool handles_can_serve_again = curl_version_info(CURLVERSION_NOW)->version_num >= 0x080101;
-    return m_reusable && handles_can_serve_again;
 }
 
 void curl_exchange::restart_wait() noexcept {

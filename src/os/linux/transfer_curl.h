@@ -3,6 +3,7 @@
 #pragma once
 
 #include "os/linux/transfer.h"
+#include "os/linux/transfer_header_guard.h"
 
 #include <curl/curl.h>
 
@@ -114,8 +115,9 @@ public:
     bool resolving() const noexcept { return m_resolving; }
     /// When the present wait is over, k_never when it has no limit.
     std::uint64_t deadline() const noexcept { return m_deadline; }
-    /// Whether the handle may serve again; one that failed or knows an account isn't worth the risk.
-    bool reusable() const noexcept;
+    /// Whether the handle may serve again; one that failed, knows an account or keeps something of its request
+    /// may not.
+    bool reusable() const noexcept { return m_reusable; }
     /// Whether it failed because the process has no descriptor left.
     bool starved() const noexcept { return m_starved; }
     /// Whether it failed only to be begun once more.
@@ -167,6 +169,7 @@ private:
 
     exchange_host& m_host;
     CURL* m_easy;
+    header_guard m_header_guard;
     std::shared_ptr<curl_transfer> m_transfer;
     std::vector<curl_slist> m_header_list;
     curl_slist m_tunnel_header{};  // the caller's own for the proxy of a tunnel
@@ -176,8 +179,6 @@ private:
     std::string m_proxy;
     bool m_closes_connection = false;
     kind m_kind = kind::get;
-    bool m_checks_name = true;
-    bool m_checks_dates = true;
     bool m_has_cookies = false;
     bool m_reusable = true;
 

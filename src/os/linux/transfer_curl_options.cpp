@@ -35,6 +35,15 @@ long connect_limit(std::uint32_t milliseconds) noexcept {
     return static_cast<long>(milliseconds) + static_cast<long>(k_connect_slack_ms);
 }
 
+// What a handle keeps of a request that no option undoes: the host whose cookies go out, that a server
+// refused to say when a body may come, and TLS sessions, which are resumed without another look at the
+// certificate.
+bool leaves_traces(const transfer_request& request) noexcept {
+    const bool expects = header_in(request.header_lines, k_expect).size() > k_expect.size();
+    return expects || names_header(request.header_lines, k_host) || request.ignore_cert_dates ||
+           request.ignore_cert_name;
+}
+
 }  // namespace
 
 const std::string& certificate_file() {
@@ -64,6 +73,7 @@ void curl_exchange::set_constant_options() {
     if (!certificate_file().empty()) {
         set(m_easy, CURLOPT_CAINFO, certificate_file().c_str());
     }
+    m_header_guard.attach(m_easy);
     set(m_easy, CURLOPT_HEADERFUNCTION, on_header);
     set(m_easy, CURLOPT_HEADERDATA, this);
     set(m_easy, CURLOPT_WRITEFUNCTION, on_write);
@@ -91,6 +101,7 @@ void curl_exchange::set_text_option(CURLoption option, std::string& in_force, co
 }
 
 bool curl_exchange::set_request(const transfer_request& request) {
+    m_reusable = m_reusable && !leaves_traces(request);
     if (!set(m_easy, CURLOPT_URL, request.url.c_str())) {
         return false;
     }
@@ -117,13 +128,11 @@ bool curl_exchange::set_request(const transfer_request& request) {
     set_cookies(request.uses_cookies);
     set_headers(m_transfer->request.header_lines);
     set(m_easy, CURLOPT_CONNECTTIMEOUT_MS, connect_limit(request.limits.connect));
-    if (m_checks_name == request.ignore_cert_name) {
-        m_checks_name = !request.ignore_cert_name;
-        set(m_easy, CURLOPT_SSL_VERIFYHOST, m_checks_name ? 2L : 0L);
+    if (request.ignore_cert_name) {
+        set(m_easy, CURLOPT_SSL_VERIFYHOST, 0L);
     }
-    if (m_checks_dates == request.ignore_cert_dates) {
-        m_checks_dates = !request.ignore_cert_dates;
-        set(m_easy, CURLOPT_SSL_CTX_FUNCTION, m_checks_dates ? nullptr : on_tls_context);
+    if (request.ignore_cert_dates) {
+        set(m_easy, CURLOPT_SSL_CTX_FUNCTION, on_tls_context);
     }
     return true;
 }

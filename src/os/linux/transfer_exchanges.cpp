@@ -170,7 +170,6 @@ void transfer_exchanges::start(const std::shared_ptr<curl_transfer>& what, origi
     set->idle_due = k_never;
     exchange->place.from = &from;
     ++from.running;
-    m_sockets.begins(set->handle);
 }
 
 // libcurl's key for connections lacks the certificate rules that it can't see: a connection that was opened
@@ -321,8 +320,8 @@ void transfer_exchanges::drive() {
 void transfer_exchanges::run_timers() {
     for (multi& set : m_multis) {
         if (set.timer_due <= m_now) {
-            m_sockets.handle_time(set.handle);
-            // curl_multi_perform doesn't tell again of a time that stays the next one.
+            transfer_sockets::handle_time(set.handle);
+            // It doesn't tell again of a time that stays the next one.
             long milliseconds = -1;
             curl_multi_timeout(set.handle, &milliseconds);
             on_timer(set.handle, milliseconds, &set);
@@ -441,12 +440,6 @@ void transfer_exchanges::bytes_move(CURL* easy) noexcept {
     curl_easy_getinfo(easy, CURLINFO_PRIVATE, &owner);
     if (owner != nullptr) {  // libcurl has a handle of its own for closing
         static_cast<curl_exchange*>(owner)->bytes_move();
-    }
-}
-
-void transfer_exchanges::bytes_move() noexcept {
-    for (const auto& exchange : m_running) {
-        exchange->bytes_move();
     }
 }
 

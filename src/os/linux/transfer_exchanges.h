@@ -83,7 +83,6 @@ private:
 
     // socket_watcher
     void bytes_move(CURL* easy) noexcept override;
-    void bytes_move() noexcept override;
 
     static int on_timer(CURLM* handle, long milliseconds, void* set);
 

@@ -11,6 +11,7 @@ inline constexpr std::string_view k_server_login = "Authorization:";
 inline constexpr std::string_view k_proxy_login = "Proxy-Authorization:";
 
 inline constexpr std::string_view k_host = "Host:";
+inline constexpr std::string_view k_expect = "Expect:";
 inline constexpr std::string_view k_cookie = "Cookie:";
 inline constexpr std::string_view k_new_cookie = "Set-Cookie:";
 

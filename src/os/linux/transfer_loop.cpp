@@ -55,7 +55,7 @@ transfer_loop::~transfer_loop() {
 // ---- from any thread
 
 std::shared_ptr<transfer> transfer_loop::submit(std::shared_ptr<transfer_sink> sink,
-                                                transfer_request request) {
+                                                transfer_request&& request) {
     auto what = std::make_shared<curl_transfer>(std::move(sink), std::move(request));
     return post({command_kind::submit, what, nullptr}) ? what : nullptr;
 }

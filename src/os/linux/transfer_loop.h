@@ -25,7 +25,8 @@ public:
     transfer_loop& operator=(const transfer_loop&) = delete;
     ~transfer_loop() override;
 
-    std::shared_ptr<transfer> submit(std::shared_ptr<transfer_sink> sink, transfer_request request) override;
+    std::shared_ptr<transfer> submit(std::shared_ptr<transfer_sink> sink,
+                                     transfer_request&& request) override;
     void grant_window(const std::shared_ptr<transfer>& which) override;
     void cancel(const std::shared_ptr<transfer>& which) override;
     void limits_begin_anew(const std::shared_ptr<transfer>& which) override;

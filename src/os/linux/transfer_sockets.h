@@ -5,6 +5,7 @@
 
 #include <curl/curl.h>
 
+#include <deque>
 #include <memory>
 
 namespace kro::tessel::os {
@@ -15,8 +16,6 @@ public:
     virtual ~socket_watcher() = default;
     /// The socket of this handle can be read or written.
     virtual void bytes_move(CURL* easy) noexcept = 0;
-    /// That of some handle.
-    virtual void bytes_move() noexcept = 0;
 };
 
 class transfer_sockets {
@@ -31,11 +30,9 @@ public:
     /// Who hears of events; before there are any.
     void tell(socket_watcher& watcher) noexcept { m_watcher = &watcher; }
     /// A set was made: its sockets are looked after from now on, and have to be gone before this is.
-    virtual void adopt(CURLM* set) = 0;
+    void adopt(CURLM* set);
     /// It is about to go, with its sockets.
-    virtual void abandon(CURLM* set) noexcept = 0;
-    /// An exchange begins in this set.
-    virtual void begins(CURLM* set) noexcept = 0;
+    void abandon(CURLM* set) noexcept;
 
     /// Ends a wait, or the next one. From any thread.
     void ring() noexcept;
@@ -50,7 +47,7 @@ public:
     virtual void handle_all() = 0;
 
     /// A time that the set asked for has come.
-    virtual void handle_time(CURLM* set) = 0;
+    static void handle_time(CURLM* set);
 
     /// The socket that an exchange's handle waits for; -1 when there is none.
     virtual int socket_of(CURL* easy) const noexcept = 0;
@@ -61,11 +58,23 @@ public:
 protected:
     bool prepare_alarm() noexcept;
     int alarm() const noexcept { return m_alarm.number(); }
-    socket_watcher& watcher() const noexcept { return *m_watcher; }
+    /// Tells the watcher and the set of what has come. events: CURL_CSELECT_*.
+    void hand_on(CURLM* set, CURL* easy, int socket, int events) const;
 
 private:
+    // A set whose sockets are looked after, as its callback needs it.
+    struct adopted {
+        transfer_sockets* by = nullptr;
+        CURLM* set = nullptr;
+    };
+
+    static int on_socket(CURL* easy, curl_socket_t socket, int what, void* from, void* unused);
+    /// libcurl has said what it waits for on a socket: CURL_POLL_*.
+    virtual void watch(CURLM* set, CURL* easy, int socket, int what) = 0;
+
     socket_watcher* m_watcher = nullptr;
     descriptor m_alarm;
+    std::deque<adopted> m_adopted;
 };
 
 /// For thousands of sockets that are watched for long: by epoll(7).

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <deque>
 #include <new>
 #include <vector>
 
@@ -30,24 +29,15 @@ int curl_events_of(std::uint32_t events) noexcept {
 class sockets_of_many final : public transfer_sockets {
 public:
     bool prepare() override;
-    void adopt(CURLM* set) override;
-    void abandon(CURLM* set) noexcept override;
-    void begins(CURLM* /*set*/) noexcept override {}
     void wait(int milliseconds) noexcept override;
     void skip_wait() noexcept override { m_event_count = 0; }
     void handle_events() override;
     void handle_all() override;
-    void handle_time(CURLM* set) override;
     int socket_of(CURL* easy) const noexcept override;
     int open(const curl_sockaddr& address) override;
     void close(int socket) noexcept override;
 
 private:
-    // A set whose sockets are looked after, as its callback needs it.
-    struct adopted {
-        sockets_of_many* by = nullptr;
-        CURLM* set = nullptr;
-    };
     // What epoll and libcurl say about a descriptor.
     struct watched {
         CURLM* set = nullptr;
@@ -59,15 +49,13 @@ private:
         std::uint64_t unsure_turn = 0;  // since when
     };
 
-    static int on_socket(CURL* easy, curl_socket_t socket, int what, void* from, void* unused);
     bool register_alarm() noexcept;
-    void watch(CURLM* set, CURL* easy, int socket, int what);
+    void watch(CURLM* set, CURL* easy, int socket, int what) override;
     void handle_event(int socket, std::uint32_t events);
     watched& entry_of(int socket);
     void register_socket(int socket, watched& entry, std::uint32_t events);
 
     descriptor m_epoll;
-    std::deque<adopted> m_adopted;
     std::uint64_t m_turn = 1;  // counts the waits
     std::array<epoll_event, 128> m_events{};
     std::size_t m_event_count = 0;
@@ -91,41 +79,6 @@ bool sockets_of_many::register_alarm() noexcept {
     event.events = EPOLLIN | EPOLLET;  // every write is an event, and none needs to be read
     event.data.fd = alarm();
     return ::epoll_ctl(m_epoll.number(), EPOLL_CTL_ADD, alarm(), &event) == 0;
-}
-
-void sockets_of_many::adopt(CURLM* set) {
-    const auto is_free = [](const adopted& one) { return one.set == nullptr; };
-    auto entry = std::find_if(m_adopted.begin(), m_adopted.end(), is_free);
-    if (entry == m_adopted.end()) {
-        entry = m_adopted.insert(m_adopted.end(), {this, nullptr});
-    }
-    entry->set = set;
-    curl_multi_setopt(set, CURLMOPT_SOCKETFUNCTION, on_socket);
-    curl_multi_setopt(set, CURLMOPT_SOCKETDATA, &*entry);
-}
-
-void sockets_of_many::abandon(CURLM* set) noexcept {
-    curl_multi_setopt(set, CURLMOPT_SOCKETFUNCTION, nullptr);
-    const auto entry = std::find_if(m_adopted.begin(), m_adopted.end(),
-                                    [set](const adopted& one) { return one.set == set; });
-    if (entry != m_adopted.end()) {
-        entry->set = nullptr;
-    }
-}
-
-int sockets_of_many::on_socket(CURL* easy, curl_socket_t socket, int what, void* from, void* /*unused*/) {
-    const auto& adopted_set = *static_cast<const adopted*>(from);
-    try {
-        adopted_set.by->watch(adopted_set.set, easy, socket, what);
-    } catch (const std::bad_alloc&) {
-        // An error from here would end the whole set for good; this way one exchange runs into its time-out.
-    }
-    return 0;
-}
-
-void sockets_of_many::handle_time(CURLM* set) {
-    int running = 0;
-    curl_multi_socket_action(set, CURL_SOCKET_TIMEOUT, 0, &running);
 }
 
 void sockets_of_many::wait(int milliseconds) noexcept {
@@ -166,9 +119,7 @@ void sockets_of_many::handle_event(int socket, std::uint32_t events) {
         }
         return;
     }
-    watcher().bytes_move(entry.easy);
-    int running = 0;
-    curl_multi_socket_action(entry.set, socket, curl_events_of(events), &running);
+    hand_on(entry.set, entry.easy, socket, curl_events_of(events));
 }
 
 sockets_of_many::watched& sockets_of_many::entry_of(int socket) {

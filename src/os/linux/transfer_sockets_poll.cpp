@@ -1,49 +1,115 @@
 #include "os/linux/transfer_sockets.h"
 
+#include <poll.h>
 #include <sys/eventfd.h>
-#include <sys/select.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <utility>
+#include <vector>
 
 namespace kro::tessel::os {
 namespace {
 
-// libcurl looks at the sockets of a set itself, with poll(2).
+short poll_events_of(int what) noexcept {
+    const bool in = what == CURL_POLL_IN || what == CURL_POLL_INOUT;
+    const bool out = what == CURL_POLL_OUT || what == CURL_POLL_INOUT;
+    return static_cast<short>((in ? POLLIN : 0) | (out ? POLLOUT : 0));
+}
+
+int curl_events_of(int events) noexcept {
+    int mask = 0;
+    mask |= (events & (POLLIN | POLLHUP)) != 0 ? CURL_CSELECT_IN : 0;
+    mask |= (events & POLLOUT) != 0 ? CURL_CSELECT_OUT : 0;
+    mask |= (events & (POLLERR | POLLNVAL)) != 0 ? CURL_CSELECT_ERR : 0;
+    return mask;
+}
+
 class sockets_of_few final : public transfer_sockets {
 public:
-    bool prepare() override { return prepare_alarm(); }
-    void adopt(CURLM* /*set*/) override {}
-    void abandon(CURLM* set) noexcept override { m_set = m_set == set ? nullptr : m_set; }
-    void begins(CURLM* set) noexcept override { m_set = set; }
+    bool prepare() override;
     void wait(int milliseconds) noexcept override;
-    void skip_wait() noexcept override { m_something_came = false; }
+    void skip_wait() noexcept override { m_some_came = false; }
     void handle_events() override;
     void handle_all() override;
-    void handle_time(CURLM* set) override;
     int socket_of(CURL* easy) const noexcept override;
-    void close(int socket) noexcept override { ::close(socket); }
+    void close(int socket) noexcept override;
 
 private:
-    CURLM* m_set = nullptr;  // of the latest exchange; nobody waits for what others are left with
-    bool m_something_came = false;
+    struct user {
+        CURLM* set = nullptr;
+        CURL* easy = nullptr;
+    };
+
+    void watch(CURLM* set, CURL* easy, int socket, int what) override;
+    std::size_t place_of(int socket) const noexcept;
+    void forget(std::size_t place) noexcept;
+
+    std::vector<pollfd> m_polled;  // the alarm, and behind it the sockets
+    std::vector<user> m_users;     // of each of them
+    bool m_some_came = false;
 };
 
+bool sockets_of_few::prepare() {
+    if (m_polled.empty() && prepare_alarm()) {
+        m_users.resize(1);
+        m_polled.push_back({alarm(), POLLIN, 0});
+    }
+    return !m_polled.empty();
+}
+
+std::size_t sockets_of_few::place_of(int socket) const noexcept {
+    const auto found = std::find_if(m_polled.begin(), m_polled.end(),
+                                    [socket](const pollfd& one) { return one.fd == socket; });
+    return static_cast<std::size_t>(found - m_polled.begin());
+}
+
+void sockets_of_few::watch(CURLM* set, CURL* easy, int socket, int what) {
+    const std::size_t place = place_of(socket);
+    const bool is_known = place != m_polled.size();
+    const short wanted = poll_events_of(what);
+    if (wanted == 0) {
+        if (is_known) {
+            forget(place);
+        }
+        return;
+    }
+    if (!is_known) {
+        m_users.reserve(place + 1);
+        m_polled.push_back({socket, 0, 0});
+        m_users.emplace_back();
+    }
+    m_polled[place].events = wanted;
+    m_users[place] = {set, easy};
+}
+
+void sockets_of_few::forget(std::size_t place) noexcept {
+    m_polled[place] = m_polled.back();
+    m_polled.pop_back();
+    m_users[place] = m_users.back();
+    m_users.pop_back();
+}
+
 void sockets_of_few::wait(int milliseconds) noexcept {
-    constexpr int longest = 1'000'000'000;
-    curl_waitfd rung{alarm(), CURL_WAIT_POLLIN, 0};
-    int count = 0;
-    curl_multi_wait(m_set, &rung, 1, milliseconds < 0 ? longest : milliseconds, &count);
-    if (rung.revents != 0) {
+    int count = std::max(::poll(m_polled.data(), m_polled.size(), milliseconds), 0);
+    if (count > 0 && m_polled.front().revents != 0) {
         eventfd_t times = 0;
         ::eventfd_read(alarm(), &times);
         --count;
     }
-    m_something_came = count > 0;
+    m_some_came = count > 0;
 }
 
+// Looked for anew each time, since what is watched may change with each.
 void sockets_of_few::handle_events() {
-    if (m_something_came) {
-        watcher().bytes_move();
-        handle_time(m_set);
+    const auto is_ready = [](const pollfd& one) { return one.revents != 0; };
+    while (m_some_came) {
+        const auto next = std::find_if(m_polled.begin() + 1, m_polled.end(), is_ready);
+        m_some_came = next != m_polled.end();
+        if (m_some_came) {
+            const user whose = m_users[static_cast<std::size_t>(next - m_polled.begin())];
+            hand_on(whose.set, whose.easy, next->fd, curl_events_of(std::exchange(next->revents, short{0})));
+        }
     }
 }
 
@@ -52,22 +118,17 @@ void sockets_of_few::handle_all() {
     handle_events();
 }
 
-void sockets_of_few::handle_time(CURLM* set) {
-    int running = 0;
-    curl_multi_perform(set, &running);
+int sockets_of_few::socket_of(CURL* easy) const noexcept {
+    const auto found =
+        std::find_if(m_users.begin(), m_users.end(), [easy](const user& one) { return one.easy == easy; });
+    return found == m_users.end() ? -1 : m_polled[static_cast<std::size_t>(found - m_users.begin())].fd;
 }
 
-int sockets_of_few::socket_of(CURL* /*easy*/) const noexcept {
-    fd_set readable, writable, failed;
-    FD_ZERO(&readable);
-    FD_ZERO(&writable);
-    FD_ZERO(&failed);
-    int last = -1;
-    curl_multi_fdset(m_set, &readable, &writable, &failed, &last);
-    while (last >= 0 && !FD_ISSET(last, &writable) && !FD_ISSET(last, &readable)) {
-        --last;
+void sockets_of_few::close(int socket) noexcept {
+    if (const std::size_t place = place_of(socket); place != m_polled.size()) {
+        forget(place);
     }
-    return last;
+    ::close(socket);
 }
 
 }  // namespace

@@ -172,7 +172,8 @@ public:
     leased_transfers& operator=(const leased_transfers&) = delete;
     ~leased_transfers() override { release(); }
 
-    std::shared_ptr<transfer> submit(std::shared_ptr<transfer_sink> sink, transfer_request request) override;
+    std::shared_ptr<transfer> submit(std::shared_ptr<transfer_sink> sink,
+                                     transfer_request&& request) override;
     void grant_window(const std::shared_ptr<transfer>& which) override;
     void cancel(const std::shared_ptr<transfer>& which) override;
     void limits_begin_anew(const std::shared_ptr<transfer>& which) override;
@@ -191,7 +192,7 @@ private:
 };
 
 std::shared_ptr<transfer> leased_transfers::submit(std::shared_ptr<transfer_sink> sink,
-                                                   transfer_request request) {
+                                                   transfer_request&& request) {
     if (process_was_forked()) {
         return nullptr;
     }
