@@ -175,7 +175,8 @@ enum class inet_credentials { server, proxy };
 /// call that waits with 12017; it doesn't wait for its return. The limit of connections doesn't count: each
 /// call that waits has its own.
 ///
-/// Time-outs are per wait, in milliseconds; 0 and 0xFFFFFFFF mean no limit.
+/// Time-outs are per wait, in milliseconds; 0 and 0xFFFFFFFF mean no limit. They run while an operation is
+/// pending or a call waits: what has come waits for its reader without one.
 class inet_service {
 public:
     virtual ~inet_service() = default;

@@ -1,5 +1,6 @@
 // Accounts and proxies: what the service answers itself, what it hands on, and the dialogue.
 #include "os/inet_client.h"
+#include "os/inet_scripted_transfer.h"
 #include "os/prompt.h"
 
 #include "support/ascii.h"
@@ -179,9 +180,12 @@ TEST_F(InetAccounts, ProxiesGetWholeAddressesAndTheirOwnAccount) {
 TEST_F(InetAccounts, TheRefusalOfATunnelIsTheResponse) {
     inet_client through(os::inet(), m_server.port(), true);
     const auto request = through.request(TESSEL_W("GET"), TESSEL_W("/"), os::k_request_secure);
-    through.whole(request);
+    through.net.send(request, TESSEL_W("Proxy-Authorization: Own x"), nullptr, 0, os::inet_send_mode::whole,
+                     through.log.context());
     auto peer = m_server.accept();
-    EXPECT_THAT(peer.read_request(), HasSubstr("CONNECT server.example:80 HTTP/1.1\r\n"));
+    const std::string opening = peer.read_request();
+    EXPECT_THAT(opening, HasSubstr("CONNECT server.example:80 HTTP/1.1\r\n"));
+    EXPECT_THAT(opening, HasSubstr("Proxy-Authorization: Own x\r\n"));
     peer.send(k_proxy_challenge);
     EXPECT_EQ(0U, through.log.wait().error);
     EXPECT_EQ(407U, through.status(request));
@@ -282,6 +286,61 @@ TEST_F(InetAccounts, AnAccountEnteredForTheServerOfARedirectGoesToNoOther) {
     EXPECT_EQ(1U, m_client.log.wait().result);
     EXPECT_EQ(0U, m_client.end(request));
     EXPECT_EQ(401U, m_client.status(request)) << "its own challenge has no answer";
+}
+
+// By way of a proxy to a.test, which redirects to b.test, which redirects to a secure c.test, whose proxy is
+// another one. All but a.test and the first proxy want to know who asks.
+class chain_of_redirects {
+public:
+    /// Answers until a response stands, and gives its status.
+    int play() {
+        for (;;) {
+            auto& hop = network.last();
+            const auto& request = hop.request;
+            EXPECT_TRUE(request.proxy == "two:2" || !request.proxy_account.given())
+                << "not the first proxy's";
+            EXPECT_EQ(request.proxy == "one:1", request.header_lines.find("Proxy-Auth") != std::string::npos);
+            const bool is_last = request.proxy == "two:2";
+            int status = is_last ? 200 : 302;
+            if (is_last && !request.proxy_account.given()) {
+                status = 407;
+            } else if (request.url != "http://a.test/" && !request.server.given()) {
+                status = 401;
+            }
+            const char* const next = request.url == "http://a.test/" ? "http://b.test/" : "https://c.test/";
+            hop.sent();
+            hop.headers("HTTP/1.1 " + std::to_string(status) + " X\r\nLocation: " + next + "\r\n");
+            hop.end();
+            if (status != 302) {
+                return status;
+            }
+        }
+    }
+
+    scripted_transfer network;
+};
+
+TEST(InetAccountsOfRedirects, ThoseWhoAskAreGivenTheirOwnOnce) {
+    chain_of_redirects chain;
+    const auto net = os::make_inet_service(chain.network);
+    const auto session = net->open(os::k_access_proxy, TESSEL_W("http=one:1 https=two:2"), {}, {}, true);
+    net->set_callback(session, notice_log::callback);
+    notice_log log;
+    const auto request = net->open_request(net->connect(session, TESSEL_W("a.test"), 0, {}, {}, 0), {}, {},
+                                           os::k_request_ignore_redirect_to_https, log.context());
+    const prompt_answer prompt(true);
+    std::vector<kro::tessel::wide_string> asked;
+    const auto send = [&] {
+        net->send(request, TESSEL_W("Proxy-Authorization: Own x"), nullptr, 0, os::inet_send_mode::whole,
+                  log.context());
+        return chain.play();
+    };
+    while (send() != 200 && asked.size() < 4) {
+        EXPECT_EQ(12032U, net->dialog(nullptr, request, 12014, 15));
+        asked.push_back(prompt.s_asked.host);
+    }
+    EXPECT_THAT(asked, ElementsAre(TESSEL_W("b.test:80"), TESSEL_W("two:2"), TESSEL_W("c.test:443")));
+    net->close(session);
 }
 
 // A header of the caller's own is tried first, until an account has been taken there.

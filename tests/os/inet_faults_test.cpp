@@ -260,6 +260,29 @@ TEST_F(InetFault, AFirstHeaderThatBeginsWithABlankIsNone) {
     EXPECT_EQ(12152U, through.log.wait().error);
 }
 
+// The length is that of what GET would get; a body that comes all the same isn't waited for, nor taken for
+// the next response.
+TEST_F(InetFault, NoBodyBelongsToAResponseToHead) {
+    for (const char* const sent : {"", "body"}) {
+        for (const char* const received : {"", "0123456789"}) {
+            SCOPED_TRACE(testing::Message() << "'" << sent << "', '" << received << "'");
+            test_server server;
+            inet_client client(os::inet(), server.port());
+            const auto request = client.request(TESSEL_W("HEAD"));
+            EXPECT_TRUE(client.whole(request, sent).pending());
+            auto peer = server.accept_request();
+            peer.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n" + std::string(received));
+            EXPECT_EQ(0U, client.log.wait().error);
+            EXPECT_EQ("", client.body(request));
+            if (*sent != 0) {
+                EXPECT_TRUE(peer.wait_for_close());
+            }
+            peer.close();
+            expect_a_good_request(server, client);
+        }
+    }
+}
+
 // A kept connection may die just as the next request goes out: it is repeated once, the body included.
 TEST_F(InetFault, ARequestOnADyingConnectionIsRepeated) {
     const auto first = m_client.sent();
@@ -333,6 +356,41 @@ TEST_F(InetFault, AHeadThatTricklesInIsNoSilence) {
     }
     peer.send(" 200 OK\r\nContent-Length: 0\r\n\r\n");
     EXPECT_EQ(0U, m_client.log.wait().error);
+}
+
+// A limit is for the network: what has come may lie here, and the server may be silent, for as long as nobody
+// waits.
+TEST_F(InetFault, AHostThatStandsStillLosesNothing) {
+    m_client.net.set_timeout(m_client.connection, os::inet_timeout::receive, 300);
+    const auto stand_still = [this] {
+        EXPECT_FALSE(m_client.log.completes_within(std::chrono::milliseconds(600)));
+    };
+    const auto read = [this](os::inet_handle from, char* to, std::uint32_t count) {
+        return m_client.net.read(from, to, count, m_client.log.context());
+    };
+    const std::size_t many = std::size_t{3} << 20U;  // more than the window
+    const auto request = m_client.sent();
+    auto peer = m_server.accept_request();
+    stand_still();
+    EXPECT_TRUE(m_client.net.end(request, m_client.log.context()).pending());
+    peer.send("HTTP/1.1 200 OK\r\nContent-Length: 9999999\r\n\r\nab");
+    EXPECT_EQ(0U, m_client.log.wait().error);
+    stand_still();
+    std::vector<char> bytes(many);
+    EXPECT_EQ(1U, read(request, bytes.data(), 1).bytes);
+    EXPECT_TRUE(read(request, bytes.data(), 2).status.pending());
+    peer.send("c");
+    EXPECT_EQ(2U, m_client.log.wait().bytes);
+    std::thread sender([&] { peer.send(std::string(many, 'd')); });
+    stand_still();
+    EXPECT_TRUE(read(request, bytes.data(), static_cast<std::uint32_t>(many)).status.pending());
+    EXPECT_EQ(many, m_client.log.wait().bytes);
+    sender.join();
+    stand_still();
+    const auto asked = std::chrono::steady_clock::now();
+    EXPECT_TRUE(read(request, bytes.data(), 1).status.pending());
+    EXPECT_EQ(12002U, m_client.log.wait().error);
+    EXPECT_GE(std::chrono::steady_clock::now() - asked, std::chrono::milliseconds(250));
 }
 
 // The body of a redirect may have come before anybody asks where it leads.

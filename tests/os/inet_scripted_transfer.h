@@ -57,6 +57,7 @@ public:
     void cancel(const std::shared_ptr<kro::tessel::os::transfer>& which) override {
         find(which).cancelled = true;
     }
+    void limits_begin_anew(const std::shared_ptr<kro::tessel::os::transfer>& /*which*/) override {}
     bool wake(std::shared_ptr<kro::tessel::os::transfer_sink> sink) override {
         woken.push_back(std::move(sink));
         return !refuses;

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <deque>
 #include <memory>
 #include <utility>
@@ -147,8 +148,9 @@ private:
         }
         const std::unique_ptr<SSL, freeing<SSL, SSL_free>> tls(SSL_new(m_context.get()));
         SSL_set_fd(tls.get(), connection.socket());
-        char bytes[4096];
-        if (SSL_accept(tls.get()) == 1 && SSL_read(tls.get(), bytes, sizeof bytes) > 0) {
+        char bytes[4096] = "";
+        if (SSL_accept(tls.get()) == 1 && SSL_read(tls.get(), bytes, sizeof bytes - 1) > 0) {
+            EXPECT_EQ(nullptr, std::strstr(bytes, "Proxy-Auth")) << "nothing for the server";
             const std::string answer = next_answer();
             SSL_write(tls.get(), answer.data(), static_cast<int>(answer.size()));
             SSL_shutdown(tls.get());
@@ -242,7 +244,8 @@ TEST(InetTls, WhatAProxySaysToASecondTunnelIsNotTheResponse) {
     const kro::tessel::wide_string user = TESSEL_W("me");
     client.net.set_credentials(client.connection, os::inet_credentials::server, &user, &user);
     const auto request = client.request(TESSEL_W("GET"), TESSEL_W("/"), k_name | os::k_request_secure);
-    client.whole(request);
+    client.net.send(request, TESSEL_W("Proxy-Authorization: Own x"), nullptr, 0, os::inet_send_mode::whole,
+                    client.log.context());
     EXPECT_EQ(0U, client.log.wait().error);
     EXPECT_EQ(404U, client.status(request));
     EXPECT_EQ("none", client.body(request));

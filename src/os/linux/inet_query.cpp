@@ -134,8 +134,8 @@ inet_request::challenge inet_request::challenge_of_response() const {
     const bool from_proxy = m_head.status() == 407;
     challenge result;
     result.status = m_head.status();
-    result.host = from_proxy ? connection->session->proxies.route_to(m_outgoing.address).proxy
-                             : m_outgoing.address.host + ':' + std::to_string(m_outgoing.address.port);
+    result.host =
+        from_proxy ? m_route.proxy : m_outgoing.address.host + ':' + std::to_string(m_outgoing.address.port);
     const char* const name = from_proxy ? "Proxy-Authenticate" : "WWW-Authenticate";
     for (std::uint32_t index = 0; const auto one = m_head.find(name, index); ++index) {
         result.text.append(index == 0 ? "" : ", ").append(*one);

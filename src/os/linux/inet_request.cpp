@@ -43,6 +43,10 @@ inet_status inet_request::begin_operation(operation what, std::uintptr_t context
     m_operation = what;
     m_operation_context = context;
     m_operation_done = false;
+    m_waits_since = std::chrono::steady_clock::now();
+    if (std::exchange(m_limits_stand_still, false) && m_transfer != nullptr) {
+        m_network.limits_begin_anew(m_transfer);
+    }
     return {k_error_io_pending};
 }
 
@@ -57,7 +61,9 @@ std::shared_ptr<transfer> inet_request::forget_exchange() {
     m_tag = 0;
     m_hops = 0;
     m_same_server = true;
+    m_own_proxy.clear();
     m_sent = m_answered = m_published = m_failed = m_ended = m_paused = m_hopping = false;
+    m_limits_stand_still = false;
     m_error = 0;
     m_head = {};
     m_window.clear();
@@ -118,7 +124,6 @@ inet_status inet_request::started(std::unique_lock<std::mutex>& lock) {
 inet_read_status inet_request::run_to_end(std::unique_lock<std::mutex>& lock) {
     const auto self = shared_from_this();
     m_turning = true;
-    m_turned->limits_begin_anew();
     while (!m_closed && !m_operation_done) {
         lock.unlock();
         const bool goes_on = m_turned->turn();
@@ -140,7 +145,20 @@ inet_read_status inet_request::run_to_end(std::unique_lock<std::mutex>& lock) {
     return m_closed ? inet_read_status{{k_error_inet_operation_cancelled}} : m_outcome;
 }
 
+// What the caller says to one proxy is for no other, nor for a server.
+void inet_request::choose_route() {
+    auto through = connection->session->proxies.route_to(m_outgoing.address);
+    if (m_hops != 0 && through.proxy != m_route.proxy) {
+        m_outgoing.headers.remove("Proxy-Authorization");
+    }
+    m_route = std::move(through);
+    if (m_own_proxy.empty()) {
+        m_own_proxy = m_route.proxy;
+    }
+}
+
 bool inet_request::start_hop() {
+    choose_route();
     transfer_request request;
     request.tag = m_tag = next_tag();
     compose(m_outgoing, request);
@@ -157,8 +175,7 @@ bool inet_request::start_hop() {
 }
 
 void inet_request::fill_accounts(transfer_request& request) const {
-    const auto through = connection->session->proxies.route_to(m_outgoing.address);
-    request.proxy = through.proxy;
+    request.proxy = m_route.proxy;
     if (!request.proxy.empty()) {
         request.origin += '|' + request.proxy;
     }
@@ -168,37 +185,42 @@ void inet_request::fill_accounts(transfer_request& request) const {
     const auto ansi = [](const wide_account& account) {
         return transfer_credentials{to_ansi(account.user), to_ansi(account.password)};
     };
-    const transfer_credentials server = ansi(connection->account(inet_credentials::server));
-    if (m_same_server) {
-        request.server = server;
-    } else if (m_other_server.same_server(m_outgoing.address)) {
-        request.server = ansi(m_other_account);
-    }
+    request.server = ansi(account_of(false));
     if (!request.proxy.empty()) {
-        request.proxy_account = ansi(connection->account(inet_credentials::proxy));
+        request.proxy_account = ansi(account_of(true));
         if (!request.proxy_account.given()) {
-            const bool may_have_it = m_same_server && !through.account.given();
-            request.proxy_account = may_have_it ? server : through.account;
+            const bool may_have_it = m_same_server && !m_route.account.given();
+            request.proxy_account = may_have_it ? request.server : m_route.account;
         }
     }
 }
 
+bool inet_request::is_connections_own(bool proxy) const noexcept {
+    return proxy ? m_route.proxy == m_own_proxy : m_same_server;
+}
+
+std::string inet_request::place_of(bool proxy) const {
+    return proxy ? "proxy " + m_route.proxy : m_outgoing.address.origin();
+}
+
+wide_account inet_request::account_of(bool proxy) const {
+    return is_connections_own(proxy)
+               ? connection->account(proxy ? inet_credentials::proxy : inet_credentials::server)
+               : m_others.at(place_of(proxy));
+}
+
 wide_account inet_request::account_in_question(bool for_proxy) const {
     const std::lock_guard lock(m_mutex);
-    if (for_proxy || m_same_server) {
-        return connection->account(for_proxy ? inet_credentials::proxy : inet_credentials::server);
-    }
-    return m_other_server.same_server(m_outgoing.address) ? m_other_account : wide_account();
+    return account_of(for_proxy);
 }
 
 void inet_request::take_account(bool for_proxy, const wide_account& entered) {
     const std::lock_guard lock(m_mutex);
-    if (for_proxy || m_same_server) {
+    if (is_connections_own(for_proxy)) {
         connection->set_account(for_proxy ? inet_credentials::proxy : inet_credentials::server, &entered.user,
                                 &entered.password);
     } else {
-        m_other_server = m_outgoing.address;
-        m_other_account = entered;
+        m_others.enter(place_of(for_proxy), entered);
     }
 }
 
@@ -565,8 +587,21 @@ void inet_request::complete_read() {
     complete(m_error, m_filled);
 }
 
+std::optional<std::uint64_t> inet_request::waited_for(std::uint64_t tag) {
+    const std::lock_guard lock(m_mutex);
+    if (tag != m_tag || m_operation == operation::none || m_operation_done) {
+        m_limits_stand_still = m_limits_stand_still || tag == m_tag;
+        return std::nullopt;
+    }
+    const auto waited = std::chrono::steady_clock::now() - m_waits_since;
+    return std::chrono::duration_cast<std::chrono::milliseconds>(waited).count();
+}
+
 bool inet_request::connection_is_kept() const noexcept {
     if (m_error != 0 || m_head.has_token("Connection", "close")) {
+        return false;
+    }
+    if (m_outgoing.verb == "HEAD" && m_outgoing.body_bytes != 0) {
         return false;
     }
     const bool keeps = m_head.version() == "HTTP/1.1" || m_head.has_token("Connection", "keep-alive");

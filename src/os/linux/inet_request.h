@@ -1,6 +1,7 @@
 // A request handle: the calls on it, and what the events of its exchanges make of them.
 #pragma once
 
+#include "os/linux/inet_entered_accounts.h"
 #include "os/linux/inet_headers.h"
 #include "os/linux/inet_outgoing.h"
 #include "os/linux/inet_redirect.h"
@@ -8,6 +9,7 @@
 #include "os/linux/inet_window.h"
 #include "os/linux/transfer.h"
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -44,9 +46,9 @@ public:
         std::string text;          ///< the headers that ask, joined
     };
     challenge challenge_of_response() const;
-    /// The account that was sent to whoever asks, and the one that has been entered for him since. The
-    /// proxy's and that of the connection's own server are the connection's; a server that a redirect led to
-    /// has one of its own, which no other is told.
+    /// The account that was sent to whoever asks, and the one that has been entered for him since. Those of
+    /// the connection's own server and of the proxy to it are the connection's; a server or proxy that a
+    /// redirect led to has one of its own, which no other is told.
     wide_account account_in_question(bool for_proxy) const;
     void take_account(bool for_proxy, const wide_account& entered);
 
@@ -67,6 +69,7 @@ private:
     void on_sent(std::uint64_t tag, std::uint64_t bytes) override;
     void on_headers(std::uint64_t tag, std::string block) override;
     data_verdict on_data(std::uint64_t tag, const char* data, std::size_t bytes) override;
+    std::optional<std::uint64_t> waited_for(std::uint64_t tag) override;
     void on_end(std::uint64_t tag, std::uint32_t error) override;
     void on_turn_end() override;
 
@@ -82,6 +85,10 @@ private:
     outgoing first_hop() const;
     bool start_hop();
     void on_hop();
+    void choose_route();
+    bool is_connections_own(bool proxy) const noexcept;
+    wide_account account_of(bool proxy) const;
+    std::string place_of(bool proxy) const;
     void fill_accounts(transfer_request& request) const;
     void queue(std::uint32_t code, std::uint32_t number = 0, wide_string text = {});
     void complete(std::uint32_t error, std::uint32_t bytes = 0);
@@ -115,9 +122,11 @@ private:
     operation m_operation = operation::none;
     bool m_operation_done = false;  // its notice 100 is on the list
     std::uintptr_t m_operation_context = 0;
-    bool m_turning = false;          // of a synchronous request: a call is inside the network
-    inet_read_status m_outcome;      // and how its operation ended
-    std::uint64_t m_body_given = 0;  // body bytes that the network has taken
+    std::chrono::steady_clock::time_point m_waits_since;
+    bool m_limits_stand_still = false;  // nobody waited when one was over
+    bool m_turning = false;             // of a synchronous request: a call is inside the network
+    inet_read_status m_outcome;         // and how its operation ended
+    std::uint64_t m_body_given = 0;     // body bytes that the network has taken
     std::uint64_t m_body_told = 0;
     std::vector<notice> m_notices;
     std::size_t m_next_notice = 0;
@@ -130,9 +139,10 @@ private:
     outgoing m_outgoing;
     const char* m_body = nullptr;
     std::uint32_t m_hops = 0;
-    bool m_same_server = true;    // as the connection's, on all hops so far
-    inet_address m_other_server;  // one that a redirect led to, and the account that was entered for it
-    wide_account m_other_account;
+    bool m_same_server = true;  // as the connection's, on all hops so far
+    proxy_rules::route m_route;
+    std::string m_own_proxy;    // the first on the way
+    entered_accounts m_others;  // of those that redirects led to
     bool m_was_sent = false;
     bool m_two_steps = false;  // sent with `begin`
     bool m_resolving = false;

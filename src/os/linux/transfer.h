@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -21,7 +22,7 @@ enum class data_verdict {
 };
 
 /// Time-outs in milliseconds; 0 is none. Each runs for one wait: from the start to the connection, and
-/// anew with every byte that is sent or received.
+/// anew with every byte that is sent or received; and only while somebody waits for the exchange.
 struct transfer_limits {
     std::uint32_t connect = 0;
     std::uint32_t send = 0;
@@ -72,6 +73,9 @@ public:
     /// The final response's status line and headers, as received, with the empty line that ends them.
     virtual void on_headers(std::uint64_t tag, std::string block) = 0;
     virtual data_verdict on_data(std::uint64_t tag, const char* data, std::size_t bytes) = 0;
+    /// For how many milliseconds somebody has been waiting for the exchange; nothing when nobody does. Asked
+    /// when a time-out seems to be over. After nothing none runs until `limits_begin_anew`.
+    virtual std::optional<std::uint64_t> waited_for(std::uint64_t tag) = 0;
     /// error: 0, or the number that the exchange failed with.
     virtual void on_end(std::uint64_t tag, std::uint32_t error) = 0;
     /// Comes after the events of one turn of the service thread, and after wake.
@@ -96,6 +100,8 @@ public:
     /// Goes on after data_verdict::full.
     virtual void grant_window(const std::shared_ptr<transfer>& which) = 0;
     virtual void cancel(const std::shared_ptr<transfer>& which) = 0;
+    /// Its sink has said that nobody waits; now somebody does, and the whole time-out lies ahead.
+    virtual void limits_begin_anew(const std::shared_ptr<transfer>& which) = 0;
     /// Has on_turn_end called. False when there is no service thread.
     virtual bool wake(std::shared_ptr<transfer_sink> sink) = 0;
     /// How many exchanges of one origin run at a time; the others wait in order.
@@ -105,15 +111,13 @@ public:
 transfer_service& system_transfers();  ///< on libcurl; lives until unload
 
 /// The exchanges of one request, carried out on the threads that wait for them. One exchange at a time. Only
-/// one thread is inside turn, limits_begin_anew or release; the rest may be called from any.
+/// one thread is inside turn or release; the rest may be called from any.
 class turned_transfers : public transfer_service {
 public:
     /// Sleeps until there is something to do, and does it: events come inside, on the calling thread, but for
     /// on_turn_end, which never comes. `cancel` and `wake` end the sleep. False when the process is ending
     /// or was forked: nothing will happen any more.
     virtual bool turn() = 0;
-    /// Somebody waits again: each wait's time-out counts from now on.
-    virtual void limits_begin_anew() = 0;
     /// Drops what is still under way and leaves the connections to whoever needs them next.
     virtual void release() = 0;
 };

@@ -137,15 +137,16 @@ void curl_exchange::note_logins(int status) {
 
 void curl_exchange::begin_wait(wait what) noexcept {
     m_wait = what;
-    const transfer_limits& limits = m_transfer->request.limits;
-    std::uint32_t limit = 0;
-    if (!m_paused) {
-        limit = what == wait::connection  ? limits.connect
-                : what == wait::sending   ? limits.send
-                : what == wait::receiving ? limits.receive
-                                          : 0;
-    }
+    const std::uint32_t limit = m_paused ? 0 : limit_of(what);
     m_deadline = limit == 0 ? k_never : m_host.deadline_in(limit);
+}
+
+std::uint32_t curl_exchange::limit_of(wait what) const noexcept {
+    const transfer_limits& limits = m_transfer->request.limits;
+    return what == wait::connection  ? limits.connect
+           : what == wait::sending   ? limits.send
+           : what == wait::receiving ? limits.receive
+                                     : 0;
 }
 
 void curl_exchange::report_stage(transfer_stage stage, std::string_view text) {
@@ -246,8 +247,14 @@ bool curl_exchange::header_block_complete() {
     // Before the connection stands it is the proxy's answer to CONNECT, which counts only if it ends there.
     if (m_connected && !will_be_answered_by_libcurl(status)) {
         report_headers();
+        return !awaits_head_only();
     }
     return true;
+}
+
+// libcurl knows of no HEAD with a body of its own, and would wait for the response's as after any other verb.
+bool curl_exchange::awaits_head_only() const noexcept {
+    return m_kind == kind::upload && m_verb == "HEAD";
 }
 
 // A challenge that is answered by what libcurl can't do in the middle of an exchange.
@@ -289,7 +296,7 @@ data_verdict curl_exchange::take_data(const char* data, std::size_t bytes) {
         }
         report_headers();
     }
-    if (m_transfer->sink == nullptr) {
+    if (m_transfer->sink == nullptr || awaits_head_only()) {
         return data_verdict::unwanted;
     }
     const data_verdict verdict = m_transfer->sink->on_data(m_transfer->request.tag, data, bytes);
@@ -346,6 +353,9 @@ void curl_exchange::end(CURLcode code) {
     if (code == CURLE_PARTIAL_FILE && !m_headers_told) {
         code = CURLE_GOT_NOTHING;
     }
+    if (code == CURLE_WRITE_ERROR && m_headers_told && awaits_head_only()) {
+        code = CURLE_OK;  // we broke it off, and its connection with it
+    }
     const bool head_too_long = code == CURLE_WRITE_ERROR && !m_headers_told;
     const std::uint32_t error = inet_error_of(head_too_long ? CURLE_WEIRD_SERVER_REPLY : code, facts);
     end_with(m_out_of_memory ? k_error_not_enough_memory : error);
@@ -394,6 +404,19 @@ void curl_exchange::bytes_move() noexcept {
     if (m_wait == wait::sending || m_wait == wait::receiving) {
         begin_wait(m_wait);
     }
+}
+
+bool curl_exchange::is_waited_for() {
+    if (m_transfer->sink == nullptr) {
+        return true;  // left to its look-up
+    }
+    const auto waited = m_transfer->sink->waited_for(m_transfer->request.tag);
+    const std::uint32_t limit = limit_of(m_wait);
+    if (waited && *waited >= limit) {
+        return true;
+    }
+    m_deadline = waited ? m_host.deadline_in(limit - static_cast<std::uint32_t>(*waited)) : k_never;
+    return false;
 }
 
 // A socket can be written again when much of what it holds has gone out, and holds the last of a body for

@@ -100,6 +100,9 @@ public:
     CURLcode resume();
     /// Something has come, or goes out: the present wait begins anew, but for that of a connection.
     void bytes_move() noexcept;
+    /// At its deadline: whether somebody has waited as long as that. If not, another deadline is set, or none
+    /// when nobody waits.
+    bool is_waited_for();
     /// Whether the body moves although nothing was heard of its socket: the wait goes on then.
     bool still_sends() noexcept;
     /// Whether a failure is one for want of descriptors, which libcurl tells as others.
@@ -149,6 +152,7 @@ private:
                     bool is_challenge);
     void set_text_option(CURLoption option, std::string& in_force, const std::string& wanted);
     void begin_wait(wait what) noexcept;
+    std::uint32_t limit_of(wait what) const noexcept;
     bool header_line(std::string_view line);
     bool header_block_complete();
     bool wants_to_be_begun_anew(int status);
@@ -158,6 +162,7 @@ private:
     void report_headers();
     void end_with(std::uint32_t error);
     bool will_be_answered_by_libcurl(int status) const noexcept;
+    bool awaits_head_only() const noexcept;
     data_verdict take_data(const char* data, std::size_t bytes);
     void connects_again();
     void connected();
@@ -167,6 +172,7 @@ private:
     header_guard m_header_guard;
     std::shared_ptr<curl_transfer> m_transfer;
     std::vector<curl_slist> m_header_list;
+    curl_slist m_tunnel_header{};  // the caller's own for the proxy of a tunnel
 
     // The options in force, so that equal ones aren't set again.
     std::string m_verb;

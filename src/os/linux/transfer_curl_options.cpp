@@ -159,14 +159,19 @@ void curl_exchange::choose_cookies() {
     set_headers(lines);
 }
 
-// libcurl takes a linked list of texts: ours lives in one array and points into the request's lines.
+// libcurl takes a linked list of texts: ours lives in one array and points into the request's lines. What is
+// for the proxy goes out when a tunnel is asked for: inside it the server would get it.
 void curl_exchange::set_headers(std::string& lines) {
+    const bool has_tunnel = !m_proxy.empty() && m_transfer->request.url.compare(0, 6, "https:") == 0;
     m_header_list.clear();
+    m_tunnel_header = {};
     for (std::size_t at = 0; at < lines.size(); at += std::strlen(&lines[at]) + 1) {
         const bool is_replaced = (m_transfer->account_for_server && is_header(&lines[at], k_server_login)) ||
                                  (m_transfer->account_for_proxy && is_header(&lines[at], k_proxy_login)) ||
                                  (m_jar_has_cookie && is_header(&lines[at], k_cookie));
-        if (!is_replaced) {
+        if (!is_replaced && has_tunnel && is_header(&lines[at], k_proxy_login)) {
+            m_tunnel_header.data = &lines[at];
+        } else if (!is_replaced) {
             m_header_list.push_back({&lines[at], nullptr});
         }
     }
@@ -174,6 +179,7 @@ void curl_exchange::set_headers(std::string& lines) {
         m_header_list[i - 1].next = &m_header_list[i];
     }
     set(m_easy, CURLOPT_HTTPHEADER, m_header_list.empty() ? nullptr : m_header_list.data());
+    set(m_easy, CURLOPT_PROXYHEADER, m_tunnel_header.data == nullptr ? nullptr : &m_tunnel_header);
 }
 
 // An account that was taken beats the caller's own header; another one waits until that is refused.

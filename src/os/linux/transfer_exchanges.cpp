@@ -245,6 +245,12 @@ void transfer_exchanges::resume(const curl_transfer& what) {
     }
 }
 
+void transfer_exchanges::restart_wait(const curl_transfer& what) noexcept {
+    if (what.exchange != nullptr) {
+        what.exchange->restart_wait();
+    }
+}
+
 // The sink is gone already. A handle that is resolving stays where it is until the lookup ends, since
 // libcurl would wait for it here, and with it every other exchange; on_open_socket ends it then.
 void transfer_exchanges::abandon(curl_exchange& which) {
@@ -386,7 +392,9 @@ void transfer_exchanges::check_deadlines() {
     std::vector<curl_exchange*> late;
     m_next_check = k_never;
     for (const auto& exchange : m_running) {
-        if (exchange->deadline() <= m_now && !exchange->still_sends()) {
+        const bool is_late =
+            exchange->deadline() <= m_now && exchange->is_waited_for() && !exchange->still_sends();
+        if (is_late) {
             late.push_back(exchange.get());
         } else {
             m_next_check = std::min(m_next_check, exchange->deadline());
@@ -410,13 +418,6 @@ void transfer_exchanges::report_sent() {
         return !place.sending;
     };
     m_sending.erase(std::remove_if(m_sending.begin(), m_sending.end(), sent), m_sending.end());
-}
-
-void transfer_exchanges::restart_waits(std::uint64_t now) noexcept {
-    m_now = now;
-    for (const auto& exchange : m_running) {
-        exchange->restart_wait();
-    }
 }
 
 // ---- what libcurl and the exchanges tell

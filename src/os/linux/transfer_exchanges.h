@@ -49,6 +49,8 @@ public:
     void drop(const std::shared_ptr<curl_transfer>& what);
     /// Its window has room again.
     void resume(const curl_transfer& what);
+    /// Somebody waits for it again.
+    void restart_wait(const curl_transfer& what) noexcept;
     /// Has the sink's turn end told.
     void tell(std::shared_ptr<transfer_sink> sink) { m_told.push_back(std::move(sink)); }
 
@@ -64,8 +66,6 @@ public:
     /// Swaps the sinks that had events with `sinks`, which is empty.
     void take_told(std::vector<std::shared_ptr<transfer_sink>>& sinks) noexcept { sinks.swap(m_told); }
 
-    /// The waits of all that is under way begin anew, at this time.
-    void restart_waits(std::uint64_t now) noexcept;
     /// Whether nothing runs, abandoned exchanges included.
     bool is_empty() const noexcept { return m_running.empty(); }
 

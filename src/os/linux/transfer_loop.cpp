@@ -68,6 +68,10 @@ void transfer_loop::cancel(const std::shared_ptr<transfer>& which) {
     post({command_kind::cancel, std::static_pointer_cast<curl_transfer>(which), nullptr});
 }
 
+void transfer_loop::limits_begin_anew(const std::shared_ptr<transfer>& which) {
+    post({command_kind::limit, std::static_pointer_cast<curl_transfer>(which), nullptr});
+}
+
 bool transfer_loop::wake(std::shared_ptr<transfer_sink> sink) {
     return post({command_kind::wake, nullptr, std::move(sink)});
 }
@@ -91,6 +95,15 @@ bool transfer_loop::post(command what) {
         m_sockets->ring();
     }
     return true;
+}
+
+void transfer_loop::call_later(std::uint64_t milliseconds, void (*chore)()) {
+    const std::lock_guard lock(m_mutex);
+    m_chore_due = clock() + milliseconds;
+    m_chore = chore;
+    if (std::exchange(m_sleeping, false)) {
+        m_sockets->ring();
+    }
 }
 
 bool transfer_loop::prepare() {
@@ -141,7 +154,20 @@ void transfer_loop::run() {
     while (wait_for_events(patience::wait)) {
         work();
         hand_over();
+        if (m_chore_is_due) {
+            do_chore();
+        }
     }
+}
+
+void transfer_loop::do_chore() {
+    void (*chore)() = nullptr;
+    {
+        const std::lock_guard lock(m_mutex);
+        m_chore_due = k_never;
+        chore = m_chore;
+    }
+    chore();
 }
 
 bool transfer_loop::turn(patience how) {
@@ -165,10 +191,6 @@ bool transfer_loop::turn(patience how) {
     return !m_stopping;
 }
 
-void transfer_loop::restart_waits() noexcept {
-    m_exchanges.restart_waits(clock());
-}
-
 void transfer_loop::work() {
     take_inbox();  // first: what was cancelled shall not go on because of an event that came with it
     m_sockets->handle_events();
@@ -179,8 +201,7 @@ void transfer_loop::work() {
     m_exchanges.advance();
 }
 
-int transfer_loop::time_left() const noexcept {
-    const std::uint64_t due = m_exchanges.due();
+int transfer_loop::time_left(std::uint64_t due) noexcept {
     if (due == k_never) {
         return -1;
     }
@@ -190,15 +211,19 @@ int transfer_loop::time_left() const noexcept {
 }
 
 bool transfer_loop::wait_for_events(patience how) {
-    int limit = how == patience::none ? 0 : time_left();
+    int limit = 0;
     bool has_work = false;
+    std::uint64_t chore_due = k_never;
     {
         const std::lock_guard lock(m_mutex);
         if (m_stopping) {
             return false;
         }
         has_work = !m_inbox.empty();
-        limit = has_work ? 0 : limit;
+        chore_due = m_chore_due;
+        if (!has_work && how == patience::wait) {
+            limit = time_left(std::min(m_exchanges.due(), chore_due));
+        }
         m_sleeping = limit != 0;
     }
     if (has_work && m_exchanges.is_empty()) {
@@ -206,7 +231,9 @@ bool transfer_loop::wait_for_events(patience how) {
     } else {
         m_sockets->wait(limit);
     }
-    m_exchanges.begin_turn(clock());
+    const std::uint64_t now = clock();
+    m_exchanges.begin_turn(now);
+    m_chore_is_due = chore_due <= now;
     return true;
 }
 
@@ -232,6 +259,9 @@ void transfer_loop::obey(command& what) {
             break;
         case command_kind::cancel:
             m_exchanges.drop(what.which);
+            break;
+        case command_kind::limit:
+            m_exchanges.restart_wait(*what.which);
             break;
         case command_kind::wake:
             m_exchanges.tell(std::move(what.sink));

@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t k_max_idle_loops = 16;
 constexpr std::size_t k_max_remembered_origins = 4;
-constexpr auto k_idle_limit = std::chrono::seconds(k_idle_connection_seconds);
+constexpr auto k_idle_limit = std::chrono::milliseconds(1000 * k_idle_connection_seconds);
 
 /// A loop with what it has connections to.
 struct lent_loop {
@@ -46,18 +46,26 @@ public:
     /// Null when the process is ending.
     std::unique_ptr<lent_loop> lend(const std::string& origin);
     void take_back(std::unique_ptr<lent_loop> loop);
+    /// Lets go of loops that have been idle for long.
+    void tidy();
     /// Ends whatever is under way; nobody is inside a loop any more afterwards.
     void stop() noexcept;
 
 private:
     std::unique_ptr<lent_loop> take_idle(const std::string& origin);
     void retire(std::chrono::steady_clock::time_point now);
+    void tidy_later(std::chrono::steady_clock::time_point now);
 
     std::mutex m_mutex;                              // guards all below
     std::vector<std::unique_ptr<lent_loop>> m_idle;  // the longest idle first
     std::vector<transfer_loop*> m_lent;
+    bool m_is_tidied_later = false;
     bool m_stopping = false;
 };
+
+transfer_loop& service_loop() {
+    return static_cast<transfer_loop&>(system_transfers());
+}
 
 // The one with a connection to the origin, the last used first; another only when there are plenty.
 std::unique_ptr<lent_loop> loop_pool::take_idle(const std::string& origin) {
@@ -96,6 +104,7 @@ void loop_pool::take_back(std::unique_ptr<lent_loop> loop) {
     loop->returned = std::chrono::steady_clock::now();
     retire(loop->returned);
     m_idle.push_back(std::move(loop));
+    tidy_later(m_idle.back()->returned);
 }
 
 // A loop with a lookup in it that nobody waits for stays until that has ended.
@@ -108,6 +117,29 @@ void loop_pool::retire(std::chrono::steady_clock::time_point now) {
         return is_due && idle->loop.is_empty();
     };
     m_idle.erase(std::remove_if(m_idle.begin(), m_idle.end(), is_to_go), m_idle.end());
+}
+
+loop_pool& pool();
+
+// Nobody may ever make another call, so the service thread looks after them, when there is one.
+void loop_pool::tidy_later(std::chrono::steady_clock::time_point now) {
+    if (m_idle.empty() || std::exchange(m_is_tidied_later, true)) {
+        return;
+    }
+    using std::chrono::milliseconds;
+    const auto left = k_idle_limit - std::chrono::duration_cast<milliseconds>(now - m_idle.front()->returned);
+    const auto wait = std::max(left + milliseconds(1), milliseconds(1000));
+    service_loop().call_later(static_cast<std::uint64_t>(wait.count()), [] { pool().tidy(); });
+}
+
+void loop_pool::tidy() {
+    const std::lock_guard lock(m_mutex);
+    if (!m_stopping) {
+        const auto now = std::chrono::steady_clock::now();
+        retire(now);
+        m_is_tidied_later = false;
+        tidy_later(now);
+    }
 }
 
 void loop_pool::stop() noexcept {
@@ -144,11 +176,11 @@ public:
                                      transfer_request&& request) override;
     void grant_window(const std::shared_ptr<transfer>& which) override;
     void cancel(const std::shared_ptr<transfer>& which) override;
+    void limits_begin_anew(const std::shared_ptr<transfer>& which) override;
     bool wake(std::shared_ptr<transfer_sink> sink) override;
     void set_connection_limit(std::uint32_t /*count*/) override {}
 
     bool turn() override;
-    void limits_begin_anew() override;
     void release() override;
 
 private:
@@ -190,6 +222,13 @@ void leased_transfers::cancel(const std::shared_ptr<transfer>& which) {
     }
 }
 
+void leased_transfers::limits_begin_anew(const std::shared_ptr<transfer>& which) {
+    const std::lock_guard lock(m_mutex);
+    if (m_lease != nullptr) {
+        m_lease->loop.limits_begin_anew(which);
+    }
+}
+
 bool leased_transfers::wake(std::shared_ptr<transfer_sink> sink) {
     const std::lock_guard lock(m_mutex);
     return m_lease != nullptr && m_lease->loop.wake(std::move(sink));
@@ -203,12 +242,6 @@ transfer_loop* leased_transfers::leased() {
 bool leased_transfers::turn() {
     transfer_loop* const loop = leased();
     return loop != nullptr && !process_was_forked() && loop->turn(transfer_loop::patience::wait);
-}
-
-void leased_transfers::limits_begin_anew() {
-    if (transfer_loop* const loop = leased()) {
-        loop->restart_waits();
-    }
 }
 
 void leased_transfers::release() {
