@@ -1,6 +1,5 @@
 // Accounts of proxies: in the registry, and handed on to the finder.
 #include "proxy/decimal.h"
-#include "proxy/host_and_port.h"
 #include "proxy/trace_proxy.h"
 #include "tessel/base/trace.h"
 #include "tessel/platform/registry.h"
@@ -26,7 +25,7 @@ bool is_valid(const http::proxy_info& account) {
 // The proxy that a subkey's name says, "server:port"; port 0 when it says none.
 http::proxy_info proxy_named(const wide_string& name) {
     http::proxy_info proxy;
-    const std::size_t colon = proxy::port_colon(name);
+    const std::size_t colon = name.find(':');
     if (colon != wide_string::npos) {
         proxy.server = CTString(name.substr(0, colon));
         proxy.port = static_cast<std::uint16_t>(proxy::decimal(name.substr(colon + 1), 0xFFFF));

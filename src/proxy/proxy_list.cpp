@@ -1,6 +1,5 @@
 // The grammar of proxy lists.
 #include "proxy/decimal.h"
-#include "proxy/host_and_port.h"
 #include "proxy/trace_proxy.h"
 #include "tessel/base/trace.h"
 #include "tessel/proxy/proxy_util.h"
@@ -26,14 +25,13 @@ http::proxy_type type_of(view scheme) {
 // scheme=host:port, without blanks.
 bool read_proxy(view item, http::proxy_info& route) {
     const std::size_t equals = item.find('=');
-    const view address = equals == view::npos ? view() : item.substr(equals + 1);
-    const std::size_t colon = proxy::port_colon(address);
+    const std::size_t colon = equals == view::npos ? view::npos : item.find(':', equals + 1);
     if (colon == view::npos) {
         return false;
     }
-    const view host = address.substr(0, colon);
+    const view host = item.substr(equals + 1, colon - equals - 1);
     const http::proxy_type type = type_of(item.substr(0, equals));
-    const auto port = static_cast<std::uint16_t>(proxy::decimal(address.substr(colon + 1), 0xFFFFFFFFU));
+    const auto port = static_cast<std::uint16_t>(proxy::decimal(item.substr(colon + 1), 0xFFFFFFFFU));
     if (type == http::proxy_none || host.empty() || port == 0) {
         return false;
     }

@@ -35,11 +35,9 @@ void note_problem(const std::string& problem) {
 void append_item(std::string& list, const os::proxy_route& route) {
     std::string item = "DIRECT";
     if (route.type != os::proxy_route::kind::direct) {
-        const bool has_brackets =
-            !route.host.empty() && route.host.front() == '[' && route.host.back() == ']';
-        if (route.host.find(':') != std::string::npos && !has_brackets) {
+        if (route.host.find(':') != std::string::npos) {
             trace_message(trace_warning)
-                << TESSEL_W("A proxy whose name holds a colon is left out: ") << wide(route.host);
+                << TESSEL_W("A proxy whose name is an IPv6 address is left out: ") << wide(route.host);
             return;
         }
         const bool secure = route.type == os::proxy_route::kind::https;

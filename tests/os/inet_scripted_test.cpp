@@ -95,8 +95,6 @@ TEST_F(InetScripted, RoutesBySessionsProxies) {
          os::k_request_secure, "two:1"},
         {TESSEL_W("https=two:1"), TESSEL_W(""), TESSEL_W("a.test"), 0, ""},
         {TESSEL_W("p"), TESSEL_W(""), TESSEL_W("a.test"), 0, "p:80"},
-        {TESSEL_W("[::1]:3128"), TESSEL_W(""), TESSEL_W("a.test"), 0, "[::1]:3128"},
-        {TESSEL_W("http://[::1]"), TESSEL_W(""), TESSEL_W("a.test"), 0, "[::1]:80"},
         {TESSEL_W("p"), TESSEL_W(""), TESSEL_W("localhost"), 0, ""},
         {TESSEL_W("p"), TESSEL_W(""), TESSEL_W("127.9.9.9"), 0, ""},
         {TESSEL_W("p"), TESSEL_W(""), TESSEL_W("127.a.test"), 0, "p:80"},

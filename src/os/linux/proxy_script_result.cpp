@@ -19,22 +19,17 @@ script_item split(std::string_view text) {
     return {lowered(text.substr(0, end)), trimmed(text.substr(end))};
 }
 
-bool is_address_six(std::string_view host) {
-    return host.size() > 2 && host.front() == '[' && host.back() == ']' &&
-           host.find_first_not_of("0123456789abcdef:.", 1) == host.size() - 1;
-}
-
 bool is_name(std::string_view host) {
-    return is_address_six(host) || (!host.empty() && std::all_of(host.begin(), host.end(), [](char c) {
-               return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '.' || c == '-' || c == '_';
-           }));
+    return !host.empty() && std::all_of(host.begin(), host.end(), [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '.' || c == '-' || c == '_';
+    });
 }
 
 std::optional<proxy_route> named_proxy(std::string_view address, proxy_route::kind type) {
     proxy_route route;
     route.type = type;
     route.port = type == proxy_route::kind::https ? 443 : 80;
-    const std::size_t colon = has_port(address) ? address.rfind(':') : std::string_view::npos;
+    const std::size_t colon = address.find(':');
     if (colon != std::string_view::npos) {
         const std::string_view digits = address.substr(colon + 1);
         const auto end = std::from_chars(digits.data(), digits.data() + digits.size(), route.port);
