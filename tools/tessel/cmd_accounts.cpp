@@ -45,7 +45,7 @@ std::string check_proxy(const std::string& text) {
 // Host names have no case, but routes are compared with it, and discovery's are in lower case.
 host_port place_of(const accounts_options& options) {
     host_port place = split_host_port(options.proxy);
-    place.host = CLI::detail::to_lower(place.host);
+    place.host = to_lower(place.host);
     return place;
 }
 
@@ -113,33 +113,33 @@ int forget(const accounts_options& options) {
     return exit_failed;
 }
 
-CLI::App* add_verb(CLI::App& family, const char* name, const char* what, int (*run)(const accounts_options&),
-                   const std::shared_ptr<accounts_options>& options, int& exit_code) {
-    auto* verb = family.add_subcommand(name, what);
-    verb->callback([options, run, &exit_code] { exit_code = run(*options); });
+cli_verb add_verb(const cli_verb& family, const char* name, const char* what,
+                  int (*run)(const accounts_options&), const std::shared_ptr<accounts_options>& options,
+                  int& exit_code) {
+    const auto verb = family.add_verb(name, what);
+    verb.callback([options, run, &exit_code] { exit_code = run(*options); });
     return verb;
 }
 
 }  // namespace
 
-void add_accounts(CLI::App& program, int& exit_code) {
-    auto* family =
-        program.add_subcommand("accounts", "Show and change the accounts of proxies that are kept");
-    family->require_subcommand(1);
+void add_accounts(const cli_verb& program, int& exit_code) {
+    const auto family = program.add_verb("accounts", "Show and change the accounts of proxies that are kept");
+    family.require_verb();
     auto options = std::make_shared<accounts_options>();
-    auto* listing = add_verb(*family, "list", "Show all", list, options, exit_code);
-    auto* adding = add_verb(*family, "add", "Keep one; its password is asked for, or read from a pipe", add,
-                            options, exit_code);
-    auto* forgetting = add_verb(*family, "forget", "Forget one", forget, options, exit_code);
-    listing->add_flag("--show-passwords", options->shows_passwords, "in clear");
-    listing->add_flag("--json", options->json, "a line of JSON for each");
-    for (CLI::App* const verb : {adding, forgetting}) {
-        verb->add_option("HOST:PORT", options->proxy, "of the proxy")->required()->check(check_proxy);
+    const auto listing = add_verb(family, "list", "Show all", list, options, exit_code);
+    const auto adding = add_verb(family, "add", "Keep one; its password is asked for, or read from a pipe",
+                                 add, options, exit_code);
+    const auto forgetting = add_verb(family, "forget", "Forget one", forget, options, exit_code);
+    listing.add_flag("--show-passwords", options->shows_passwords, "in clear");
+    listing.add_flag("--json", options->json, "a line of JSON for each");
+    for (const cli_verb verb : {adding, forgetting}) {
+        verb.add_option("HOST:PORT", options->proxy, "of the proxy").required().check(check_proxy);
     }
-    adding->add_option("--user", options->user, "the user name")->required();
-    adding->add_option("--type", options->type, "how it is spoken to")
-        ->check(CLI::IsMember({"http", "https"}))
-        ->capture_default_str();
+    adding.add_option("--user", options->user, "the user name").required();
+    adding.add_option("--type", options->type, "how it is spoken to")
+        .one_of({"http", "https"})
+        .shows_default();
 }
 
 }  // namespace command

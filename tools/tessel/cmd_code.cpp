@@ -114,41 +114,41 @@ int run_coder(coder code, bool decodes, const code_options& options) {
     return exit_ok;
 }
 
-void add_coder(CLI::App& verb, const char* name, const char* help, coder code, int& exit_code) {
-    const bool decodes = verb.get_name() == "decode";
-    auto* coding = verb.add_subcommand(name, help);
+void add_coder(const cli_verb& verb, const char* name, const char* help, coder code, bool decodes,
+               int& exit_code) {
+    const auto coding = verb.add_verb(name, help);
     auto options = std::make_shared<code_options>();
-    coding->add_option("TEXT", options->texts,
-                       "each gives a line; with neither text nor file: standard input");
-    coding->add_option("-f,--file", options->files, "a file, - for standard input; may be repeated")
-        ->allow_extra_args(false);
+    coding.add_option("TEXT", options->texts,
+                      "each gives a line; with neither text nor file: standard input");
+    coding.add_option("-f,--file", options->files, "a file, - for standard input; may be repeated")
+        .one_at_a_time();
     if (name == std::string("url")) {
-        coding->add_flag("--bytes", options->bytes, "byte by byte in place of UTF-16 units");
+        coding.add_flag("--bytes", options->bytes, "byte by byte in place of UTF-16 units");
     } else if (name == std::string("aes")) {
         const std::map<std::string, aes_function> keys = {
             {"rzv", RZV_AES_Encrypt}, {"avscan", AVScan_AES_Encrypt}, {"ssoinfo", SSOInfo_AES_Encrypt}};
         coding
-            ->add_option_function<std::string>(
+            .add_option_function(
                 "--key", [options, keys](const std::string& key) { options->aes = keys.at(key); },
                 "whose key: rzv (the default), avscan or ssoinfo")
-            ->check(CLI::IsMember(std::vector<std::string>{"rzv", "avscan", "ssoinfo"}));
+            .one_of({"rzv", "avscan", "ssoinfo"});
     }
-    coding->callback([=, &exit_code] { exit_code = run_coder(code, decodes, *options); });
+    coding.callback([=, &exit_code] { exit_code = run_coder(code, decodes, *options); });
 }
 
 }  // namespace
 
-void add_coders(CLI::App& program, int& exit_code) {
-    auto* encode = program.add_subcommand("encode", "Encode texts, files or standard input");
-    encode->require_subcommand(1);
-    add_coder(*encode, "url", "Escape for URLs and forms", encode_url, exit_code);
-    add_coder(*encode, "base64", "Bytes as base64", encode_base64, exit_code);
-    add_coder(*encode, "aes", "Encrypt with a built-in key", encode_aes, exit_code);
-    auto* decode = program.add_subcommand("decode", "Decode texts, files or standard input");
-    decode->require_subcommand(1);
-    add_coder(*decode, "url", "Unescape", decode_url, exit_code);
-    add_coder(*decode, "base64", "Base64 as bytes", decode_base64, exit_code);
-    add_coder(*decode, "aes", "Decrypt with a built-in key", decode_aes, exit_code);
+void add_coders(const cli_verb& program, int& exit_code) {
+    const auto encode = program.add_verb("encode", "Encode texts, files or standard input");
+    encode.require_verb();
+    add_coder(encode, "url", "Escape for URLs and forms", encode_url, false, exit_code);
+    add_coder(encode, "base64", "Bytes as base64", encode_base64, false, exit_code);
+    add_coder(encode, "aes", "Encrypt with a built-in key", encode_aes, false, exit_code);
+    const auto decode = program.add_verb("decode", "Decode texts, files or standard input");
+    decode.require_verb();
+    add_coder(decode, "url", "Unescape", decode_url, true, exit_code);
+    add_coder(decode, "base64", "Base64 as bytes", decode_base64, true, exit_code);
+    add_coder(decode, "aes", "Decrypt with a built-in key", decode_aes, true, exit_code);
 }
 
 }  // namespace command

@@ -10,11 +10,11 @@
 
 namespace command {
 
-void add_error(CLI::App& program, int& exit_code) {
-    auto* verb = program.add_subcommand("error", "Show the text of an error number");
+void add_error(const cli_verb& program, int& exit_code) {
+    const auto verb = program.add_verb("error", "Show the text of an error number");
     auto number = std::make_shared<std::uint32_t>(0);
-    verb->add_option("NUMBER", *number, "as in 12007")->required();
-    verb->callback([number, &exit_code] {
+    verb.add_option("NUMBER", *number, "as in 12007").required();
+    verb.callback([number, &exit_code] {
         const bool known = is_known_error(*number);
         fmt::print(known ? stdout : stderr, "{}\n", describe_error(*number));
         exit_code = known ? exit_ok : exit_failed;

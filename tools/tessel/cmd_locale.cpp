@@ -63,16 +63,16 @@ std::string check_named(const std::string& pair) {
 
 }  // namespace
 
-void add_locale(CLI::App& program, int& exit_code) {
-    auto* verb = program.add_subcommand("locale", "Show a text of a locale's INI file");
+void add_locale(const cli_verb& program, int& exit_code) {
+    const auto verb = program.add_verb("locale", "Show a text of a locale's INI file");
     auto options = std::make_shared<locale_options>();
-    verb->add_option("FILE", options->file)->required();
-    verb->add_option("KEY", options->key)->required();
-    verb->add_option("ARGS", options->values, "what stands for [0], [1], ...");
-    auto* named = verb->add_option("--named", options->named, "what stands for another placeholder");
-    named->type_name("PLACEHOLDER=VALUE")->check(check_named)->allow_extra_args(false);
-    verb->add_flag("--json", options->json, "as a line of JSON");
-    verb->callback([options, &exit_code] { exit_code = show_locale(*options); });
+    verb.add_option("FILE", options->file).required();
+    verb.add_option("KEY", options->key).required();
+    verb.add_option("ARGS", options->values, "what stands for [0], [1], ...");
+    const auto named = verb.add_option("--named", options->named, "what stands for another placeholder");
+    named.type_name("PLACEHOLDER=VALUE").check(check_named).one_at_a_time();
+    verb.add_flag("--json", options->json, "as a line of JSON");
+    verb.callback([options, &exit_code] { exit_code = show_locale(*options); });
 }
 
 }  // namespace command

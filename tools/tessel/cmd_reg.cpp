@@ -62,7 +62,7 @@ struct key_place {
 
 key_place place_of(const std::string& key) {
     const std::size_t end = std::min(key.find('\\'), key.size());
-    const std::string first = CLI::detail::to_lower(key.substr(0, end));
+    const std::string first = to_lower(key.substr(0, end));
     for (const root_name& one : k_roots) {
         if (first == one.name || first == one.short_name) {
             return {one.root, from_utf8(key.substr(std::min(end + 1, key.size())))};
@@ -208,7 +208,7 @@ int get(const reg_options& options) {
 int set(const reg_options& options) {
     std::optional<reg_value> value;  // without a name the key alone is asked for
     if (options.name && !(value = parse_reg_value(options.type, options.value))) {
-        throw CLI::ValidationError("VALUE", fmt::format("\"{}\" is no {}", options.value, options.type));
+        throw usage_error(fmt::format("VALUE: \"{}\" is no {}", options.value, options.type));
     }
     const key_place place = place_of(options.key);
     reg_key key(place.root, place.path, true);
@@ -266,32 +266,33 @@ int delete_it(const reg_options& options) {
     return deleted ? exit_ok : failed(options.key, reason(place, k_access_denied));
 }
 
-CLI::App* add_verb(CLI::App& family, const char* name, const char* what, int (*run)(const reg_options&),
-                   const std::shared_ptr<reg_options>& options, int& exit_code) {
-    auto* verb = family.add_subcommand(name, what);
-    verb->add_option("KEY", options->key, "as in HKCU\\Software\\name")->required()->check(check_key);
-    verb->callback([options, run, &exit_code] { exit_code = run(*options); });
+cli_verb add_verb(const cli_verb& family, const char* name, const char* what, int (*run)(const reg_options&),
+                  const std::shared_ptr<reg_options>& options, int& exit_code) {
+    const auto verb = family.add_verb(name, what);
+    verb.add_option("KEY", options->key, "as in HKCU\\Software\\name").required().check(check_key);
+    verb.callback([options, run, &exit_code] { exit_code = run(*options); });
     return verb;
 }
 
 }  // namespace
 
-void add_reg(CLI::App& program, int& exit_code) {
-    auto* family = program.add_subcommand("reg", "Show and change keys of the registry");
-    family->require_subcommand(1);
+void add_reg(const cli_verb& program, int& exit_code) {
+    const auto family = program.add_verb("reg", "Show and change keys of the registry");
+    family.require_verb();
     auto options = std::make_shared<reg_options>();
-    auto* listing = add_verb(*family, "list", "Show a key with all below it", list, options, exit_code);
-    auto* getting = add_verb(*family, "get", "Show a value", get, options, exit_code);
-    auto* setting = add_verb(*family, "set", "Make a key, or write a value", set, options, exit_code);
-    auto* deleting = add_verb(*family, "delete", "Delete a value, or a key", delete_it, options, exit_code);
-    for (CLI::App* const verb : {getting, setting, deleting}) {
-        verb->add_option("NAME", options->name, "of the value; \"\": the default value");
+    const auto listing = add_verb(family, "list", "Show a key with all below it", list, options, exit_code);
+    const auto getting = add_verb(family, "get", "Show a value", get, options, exit_code);
+    const auto setting = add_verb(family, "set", "Make a key, or write a value", set, options, exit_code);
+    const auto deleting =
+        add_verb(family, "delete", "Delete a value, or a key", delete_it, options, exit_code);
+    for (const cli_verb verb : {getting, setting, deleting}) {
+        verb.add_option("NAME", options->name, "of the value; \"\": the default value");
     }
-    setting->add_option("VALUE", options->value);
-    setting->add_option("--type", options->type, "of the value")->check(CLI::IsMember(reg_type_options()));
-    deleting->add_flag("--tree", options->tree, "with all keys below it");
-    for (CLI::App* const verb : {listing, getting}) {
-        verb->add_flag("--json", options->json, "as lines of JSON");
+    setting.add_option("VALUE", options->value);
+    setting.add_option("--type", options->type, "of the value").one_of(reg_type_options());
+    deleting.add_flag("--tree", options->tree, "with all keys below it");
+    for (const cli_verb verb : {listing, getting}) {
+        verb.add_flag("--json", options->json, "as lines of JSON");
     }
 }
 

@@ -40,14 +40,14 @@ bool carries_body(http_method_t method) {
 }
 
 [[noreturn]] void bad_usage(const std::string& what) {
-    throw CLI::ValidationError(what);
+    throw usage_error(what);
 }
 
 http_method_t method_named(const std::string& name) {
     const auto wide = from_utf8(name);
     const auto method = get_http_method_by_name(wide.c_str());
     // An unknown name gives GET too.
-    if (method == http_method_get && CLI::detail::to_lower(name) != "get") {
+    if (method == http_method_get && to_lower(name) != "get") {
         bad_usage("--method: " + name + " is no method that the engine knows");
     }
     return method;
@@ -124,15 +124,15 @@ int run_requests(const request_options& request) {
     return results.exit_code();
 }
 
-void add_options(CLI::App& verb, raw_options& raw) {
+void add_options(const cli_verb& verb, raw_options& raw) {
     request_options& request = raw.request;
-    verb.add_option("URL", request.urls)->required();
-    verb.add_option("-H,--header", raw.headers, "a header line, may be repeated")->allow_extra_args(false);
+    verb.add_option("URL", request.urls).required();
+    verb.add_option("-H,--header", raw.headers, "a header line, may be repeated").one_at_a_time();
     verb.add_option("--proxy", raw.proxy, "HOST:PORT of the proxy for all URLs");
     verb.add_option("-o,--output", request.output, "a file for the body, or a folder for several");
     verb.add_option("--parallel", request.parallel, "at most so many requests at a time")
-        ->check(CLI::Range(std::uint32_t{1}, k_most_parallel))
-        ->capture_default_str();
+        .between(1, k_most_parallel)
+        .shows_default();
     verb.add_flag("--gzip", request.accept_gzip, "ask for compressed bodies");
     verb.add_flag("--decode", request.decode_gzip, "decompress bodies that are");
     verb.add_flag("--text", request.text, "bodies as UTF-8, from the character set that they declare");
@@ -141,26 +141,27 @@ void add_options(CLI::App& verb, raw_options& raw) {
     verb.add_flag("--trace", request.trace, "every step on standard error, with its time and thread");
 }
 
-void add_verb(CLI::App& program, const char* name, const char* help, http_method_t method, int& exit_code) {
-    auto* verb = program.add_subcommand(name, help);
+void add_verb(const cli_verb& program, const char* name, const char* help, http_method_t method,
+              int& exit_code) {
+    const auto verb = program.add_verb(name, help);
     auto raw = std::make_shared<raw_options>();
     raw->request.method = method;
     raw->request.include = method == http_method_head;  // there is nothing else to show
-    add_options(*verb, *raw);
+    add_options(verb, *raw);
     const bool any_method = std::string(name) == "request";
     if (any_method) {
-        verb->add_option("--method", raw->method, "the method, as in PROPFIND")->required();
+        verb.add_option("--method", raw->method, "the method, as in PROPFIND").required();
     }
     if (any_method || carries_body(method)) {
-        auto* data = verb->add_option("-d,--data", raw->request.body, "the body to send");
-        verb->add_option("--data-file", raw->data_file, "a file with the body to send")->excludes(data);
+        const auto data = verb.add_option("-d,--data", raw->request.body, "the body to send");
+        verb.add_option("--data-file", raw->data_file, "a file with the body to send").excludes(data);
     }
-    verb->callback([raw, &exit_code] { exit_code = run_requests(completed(*raw)); });
+    verb.callback([raw, &exit_code] { exit_code = run_requests(completed(*raw)); });
 }
 
 }  // namespace
 
-void add_request_verbs(CLI::App& program, int& exit_code) {
+void add_request_verbs(const cli_verb& program, int& exit_code) {
     add_verb(program, "get", "Get one or more URLs", http_method_get, exit_code);
     add_verb(program, "head", "Ask for the status only", http_method_head, exit_code);
     add_verb(program, "post", "Post a body", http_method_post, exit_code);

@@ -152,12 +152,12 @@ int show_routes(const routes_options& options) {
 
 }  // namespace
 
-void add_routes(CLI::App& program, int& exit_code) {
-    auto* verb = program.add_subcommand("routes", "Show which proxies lead to a server, and who says so");
+void add_routes(const cli_verb& program, int& exit_code) {
+    const auto verb = program.add_verb("routes", "Show which proxies lead to a server, and who says so");
     auto options = std::make_shared<routes_options>();
-    verb->add_option("URL", options->urls)->required();
-    verb->add_flag("--json", options->json, "a line of JSON for each URL");
-    verb->callback([options, &exit_code] { exit_code = show_routes(*options); });
+    verb.add_option("URL", options->urls).required();
+    verb.add_flag("--json", options->json, "a line of JSON for each URL");
+    verb.callback([options, &exit_code] { exit_code = show_routes(*options); });
 }
 
 }  // namespace command

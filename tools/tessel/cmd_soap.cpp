@@ -57,20 +57,16 @@ void add_element(CLumSoapClient& client, SOAP_ELEMENT_TYPE type, const std::stri
 }
 
 // The elements in the order in which they stand on the command line, over all three options.
-void add_elements(CLumSoapClient& client, const CLI::App& verb) {
+void add_elements(CLumSoapClient& client, const cli_verb& verb) {
     const std::map<std::string, SOAP_ELEMENT_TYPE> types = {{"--element", SOAP_ELEMENT_SIBLING},
                                                             {"--child", SOAP_ELEMENT_CHILD},
                                                             {"--uncle", SOAP_ELEMENT_UNCLE}};
-    std::map<std::string, std::size_t> taken;
-    for (const CLI::Option* option : verb.parse_order()) {
-        const auto type = types.find(option->get_name());
-        if (type != types.end()) {
-            add_element(client, type->second, option->results().at(taken[type->first]++));
-        }
+    for (const auto& [name, text] : verb.given({"--element", "--child", "--uncle"})) {
+        add_element(client, types.at(name), text);
     }
 }
 
-int make_call(const soap_options& options, const CLI::App& verb) {
+int make_call(const soap_options& options, const cli_verb& verb) {
     const soap_errors errors(options.trace);
     CLumSoapClient client;
     add_elements(client, verb);
@@ -127,46 +123,44 @@ int show_config(const config_options& options) {
     return exit_ok;
 }
 
-void add_soap_verb(CLI::App& program, int& exit_code) {
-    auto* verb = program.add_subcommand("soap", "Call a method of a SOAP service");
+void add_soap_verb(const cli_verb& program, int& exit_code) {
+    const auto verb = program.add_verb("soap", "Call a method of a SOAP service");
     auto options = std::make_shared<soap_options>();
-    verb->add_option("URL", options->url)->required();
-    verb->add_option("--method", options->method, "the method's name")->required();
-    verb->add_option("--namespace", options->name_space, "its namespace; the SOAP action is both, joined")
-        ->required();
+    verb.add_option("URL", options->url).required();
+    verb.add_option("--method", options->method, "the method's name").required();
+    verb.add_option("--namespace", options->name_space, "its namespace; the SOAP action is both, joined")
+        .required();
     const auto add = [&](const char* name, std::vector<std::string>& elements, const char* help) {
-        verb->add_option(name, elements, help)->type_name("NAME[=TEXT]")->allow_extra_args(false);
+        verb.add_option(name, elements, help).type_name("NAME[=TEXT]").one_at_a_time();
     };
     add("--element", options->siblings,
         "an element beside the last one, in the method's where it is the first");
     add("--child", options->children, "an element inside the last one");
     add("--uncle", options->uncles, "an element beside the parent of the last one");
-    verb->add_flag("--trace", options->trace, "every step on standard error");
-    verb->callback([options, verb, &exit_code] { exit_code = make_call(*options, *verb); });
+    verb.add_flag("--trace", options->trace, "every step on standard error");
+    verb.callback([options, verb, &exit_code] { exit_code = make_call(*options, verb); });
 }
 
-void add_config_verb(CLI::App& program, int& exit_code) {
-    auto* verb = program.add_subcommand("config", "Show the configuration that a service keeps for a client");
+void add_config_verb(const cli_verb& program, int& exit_code) {
+    const auto verb = program.add_verb("config", "Show the configuration that a service keeps for a client");
     auto options = std::make_shared<config_options>();
-    verb->add_option("URL", options->url)->required();
-    verb->add_option("--user", options->user,
-                     "the screen name; the password is asked for, or read from a pipe")
-        ->required()
-        ->check(check_not_blank);
-    verb->add_option("--action", options->action, "the SOAP action");
-    verb->add_option("--namespace", options->name_space, "the service's namespace");
-    verb->add_option("--client-name", options->client_name)->capture_default_str()->check(check_not_blank);
-    verb->add_option("--client-version", options->client_version)
-        ->capture_default_str()
-        ->check(check_not_blank);
-    verb->add_flag("--json", options->json, "a line of JSON for each pair");
-    verb->add_flag("--trace", options->trace, "every step on standard error, passwords of proxies included");
-    verb->callback([options, &exit_code] { exit_code = show_config(*options); });
+    verb.add_option("URL", options->url).required();
+    verb.add_option("--user", options->user,
+                    "the screen name; the password is asked for, or read from a pipe")
+        .required()
+        .check(check_not_blank);
+    verb.add_option("--action", options->action, "the SOAP action");
+    verb.add_option("--namespace", options->name_space, "the service's namespace");
+    verb.add_option("--client-name", options->client_name).shows_default().check(check_not_blank);
+    verb.add_option("--client-version", options->client_version).shows_default().check(check_not_blank);
+    verb.add_flag("--json", options->json, "a line of JSON for each pair");
+    verb.add_flag("--trace", options->trace, "every step on standard error, passwords of proxies included");
+    verb.callback([options, &exit_code] { exit_code = show_config(*options); });
 }
 
 }  // namespace
 
-void add_soap(CLI::App& program, int& exit_code) {
+void add_soap(const cli_verb& program, int& exit_code) {
     add_soap_verb(program, exit_code);
     add_config_verb(program, exit_code);
 }

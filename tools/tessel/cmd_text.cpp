@@ -33,9 +33,7 @@ struct fetched {
 };
 
 bool is_url(const std::string& source) {
-    const auto begins = [&source](const char* scheme) {
-        return CLI::detail::to_lower(source).rfind(scheme, 0) == 0;
-    };
+    const auto begins = [&source](const char* scheme) { return to_lower(source).rfind(scheme, 0) == 0; };
     return begins("http://") || begins("https://");
 }
 
@@ -101,12 +99,12 @@ int show_text(const text_options& options) {
 
 }  // namespace
 
-void add_text(CLI::App& program, int& exit_code) {
-    auto* verb = program.add_subcommand("text", "Show the text of an HTML document");
+void add_text(const cli_verb& program, int& exit_code) {
+    const auto verb = program.add_verb("text", "Show the text of an HTML document");
     auto options = std::make_shared<text_options>();
-    verb->add_option("FILE|URL", options->source, "the document; none or -: standard input");
-    verb->add_flag("--json", options->json, "as one line of JSON");
-    verb->callback([options, &exit_code] { exit_code = show_text(*options); });
+    verb.add_option("FILE|URL", options->source, "the document; none or -: standard input");
+    verb.add_flag("--json", options->json, "as one line of JSON");
+    verb.callback([options, &exit_code] { exit_code = show_text(*options); });
 }
 
 }  // namespace command

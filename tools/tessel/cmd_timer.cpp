@@ -47,13 +47,13 @@ int run_timer(unsigned every, unsigned count) {
 
 }  // namespace
 
-void add_timer(CLI::App& program, int& exit_code) {
-    auto* verb = program.add_subcommand("timer", "Show a timer's ticks");
+void add_timer(const cli_verb& program, int& exit_code) {
+    const auto verb = program.add_verb("timer", "Show a timer's ticks");
     auto every = std::make_shared<unsigned>(1000);
     auto count = std::make_shared<unsigned>(1);
-    verb->add_option("--every", *every, "milliseconds between ticks; 10 is the least")->capture_default_str();
-    verb->add_option("--count", *count, "how many ticks to show")->capture_default_str();
-    verb->callback([every, count, &exit_code] { exit_code = run_timer(*every, *count); });
+    verb.add_option("--every", *every, "milliseconds between ticks; 10 is the least").shows_default();
+    verb.add_option("--count", *count, "how many ticks to show").shows_default();
+    verb.callback([every, count, &exit_code] { exit_code = run_timer(*every, *count); });
 }
 
 }  // namespace command

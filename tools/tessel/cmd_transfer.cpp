@@ -6,6 +6,7 @@
 #include "header_lines.h"
 #include "input.h"
 #include "json_line.h"
+#include "text.h"
 #include "trace_lines.h"
 #include "transfer.h"
 
@@ -69,7 +70,7 @@ int complain_about_download(const download& fetched, const std::string& file) {
 int download_file(const transfer_options& options) {
     std::error_code ignored;
     if (std::filesystem::is_directory(options.file, ignored)) {
-        throw CLI::ValidationError("FILE: " + options.file + " is a folder");
+        throw usage_error("FILE: " + options.file + " is a folder");
     }
     download fetched(request_of(options), options.file, !options.resumes);
     fetched.run();
@@ -88,8 +89,7 @@ int download_file(const transfer_options& options) {
 
 bool names_content_type(const std::vector<std::string>& lines) {
     return std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
-        return CLI::detail::to_lower(CLI::detail::trim_copy(line.substr(0, line.find(':')))) ==
-               "content-type";
+        return to_lower(trimmed(line.substr(0, line.find(':')))) == "content-type";
     });
 }
 
@@ -125,50 +125,49 @@ int upload_file(const transfer_options& options) {
     return code;
 }
 
-void add_common_options(CLI::App& verb, transfer_options& options) {
-    verb.add_option("-H,--header", options.headers, "a header line, may be repeated")
-        ->allow_extra_args(false);
+void add_common_options(const cli_verb& verb, transfer_options& options) {
+    verb.add_option("-H,--header", options.headers, "a header line, may be repeated").one_at_a_time();
     verb.add_option("--timeout", options.request.timeout, "give up after so many seconds without a byte")
-        ->check(CLI::Range(std::uint32_t{1}, k_longest_timeout))
-        ->capture_default_str();
+        .between(1, k_longest_timeout)
+        .shows_default();
     verb.add_flag("--json", options.json, "the outcome as a line of JSON");
     verb.add_flag("--trace", options.trace, "every step on standard error, passwords of proxies included");
 }
 
-CLI::App* add_verb(CLI::App& program, const char* name, const char* help,
-                   const std::shared_ptr<transfer_options>& options, int (*run)(const transfer_options&),
-                   int& exit_code) {
-    auto* verb = program.add_subcommand(name, help);
-    verb->callback([options, run, &exit_code] { exit_code = run(*options); });
+cli_verb add_verb(const cli_verb& program, const char* name, const char* help,
+                  const std::shared_ptr<transfer_options>& options, int (*run)(const transfer_options&),
+                  int& exit_code) {
+    const auto verb = program.add_verb(name, help);
+    verb.callback([options, run, &exit_code] { exit_code = run(*options); });
     return verb;
 }
 
 }  // namespace
 
-void add_transfer_verbs(CLI::App& program, int& exit_code) {
+void add_transfer_verbs(const cli_verb& program, int& exit_code) {
     auto options = std::make_shared<transfer_options>();
-    auto* verb = add_verb(program, "fetch", "Get a URL by any route that leads there, and say which", options,
-                          fetch, exit_code);
-    verb->add_option("URL", options->request.url)->required();
-    verb->add_flag("--gzip", options->request.gzip, "ask for a compressed body, and decompress it");
-    add_common_options(*verb, *options);
+    auto verb = add_verb(program, "fetch", "Get a URL by any route that leads there, and say which", options,
+                         fetch, exit_code);
+    verb.add_option("URL", options->request.url).required();
+    verb.add_flag("--gzip", options->request.gzip, "ask for a compressed body, and decompress it");
+    add_common_options(verb, *options);
 
     options = std::make_shared<transfer_options>();
     verb = add_verb(program, "download", "Get a URL into a file, going on where an earlier try broke off",
                     options, download_file, exit_code);
-    verb->add_option("URL", options->request.url)->required();
-    verb->add_option("FILE", options->file)->required();
-    verb->add_flag("--gzip", options->request.gzip, "compressed on the way; can't be gone on with later");
-    verb->add_flag("--resume,!--no-resume", options->resumes,
-                   "go on with FILE.part, as unless told, or don't");
-    add_common_options(*verb, *options);
+    verb.add_option("URL", options->request.url).required();
+    verb.add_option("FILE", options->file).required();
+    verb.add_flag("--gzip", options->request.gzip, "compressed on the way; can't be gone on with later");
+    verb.add_flag("--resume,!--no-resume", options->resumes,
+                  "go on with FILE.part, as unless told, or don't");
+    add_common_options(verb, *options);
 
     options = std::make_shared<transfer_options>();
     verb = add_verb(program, "upload", "Put a file where a URL says", options, upload_file, exit_code);
-    verb->add_option("FILE", options->file, "the file; -: standard input")->required();
-    verb->add_option("URL", options->request.url)->required();
-    verb->add_flag("--post", options->posts, "POST in place of PUT");
-    add_common_options(*verb, *options);
+    verb.add_option("FILE", options->file, "the file; -: standard input").required();
+    verb.add_option("URL", options->request.url).required();
+    verb.add_flag("--post", options->posts, "POST in place of PUT");
+    add_common_options(verb, *options);
 }
 
 }  // namespace command

@@ -49,12 +49,12 @@ int show_url(const url_options& options) {
 
 }  // namespace
 
-void add_url(CLI::App& program, int& exit_code) {
-    auto* verb = program.add_subcommand("url", "Show the parts of a URL");
+void add_url(const cli_verb& program, int& exit_code) {
+    const auto verb = program.add_verb("url", "Show the parts of a URL");
     auto options = std::make_shared<url_options>();
-    verb->add_option("URL", options->url)->required();
-    verb->add_flag("--json", options->json, "as one line of JSON");
-    verb->callback([options, &exit_code] { exit_code = show_url(*options); });
+    verb.add_option("URL", options->url).required();
+    verb.add_flag("--json", options->json, "as one line of JSON");
+    verb.callback([options, &exit_code] { exit_code = show_url(*options); });
 }
 
 }  // namespace command

@@ -183,19 +183,20 @@ std::string check_attribute(const std::string& attribute) {
 
 }  // namespace
 
-void add_xml(CLI::App& program, int& exit_code) {
-    auto* verb = program.add_subcommand("xml", "Show texts, attributes and events of an XML document");
+void add_xml(const cli_verb& program, int& exit_code) {
+    const auto verb = program.add_verb("xml", "Show texts, attributes and events of an XML document");
     auto options = std::make_shared<xml_options>();
-    verb->add_option("FILE", options->file, "- is standard input")->required();
-    auto* texts = verb->add_option("--text", options->texts, "the text of each element at this path");
-    texts->type_name("PATH")->check(check_path)->allow_extra_args(false);
-    auto* attributes = verb->add_option("--attr", options->attributes, "the attribute of each such element");
-    attributes->type_name("PATH@NAME")->check(check_attribute)->allow_extra_args(false);
-    verb->add_flag("--events", options->events, "the events of these paths as well");
-    verb->add_flag("--json", options->json, "as lines of JSON");
-    verb->callback([options, &exit_code] {
+    verb.add_option("FILE", options->file, "- is standard input").required();
+    const auto texts = verb.add_option("--text", options->texts, "the text of each element at this path");
+    texts.type_name("PATH").check(check_path).one_at_a_time();
+    const auto attributes =
+        verb.add_option("--attr", options->attributes, "the attribute of each such element");
+    attributes.type_name("PATH@NAME").check(check_attribute).one_at_a_time();
+    verb.add_flag("--events", options->events, "the events of these paths as well");
+    verb.add_flag("--json", options->json, "as lines of JSON");
+    verb.callback([options, &exit_code] {
         if (options->events && options->texts.empty() && options->attributes.empty()) {
-            throw CLI::ValidationError("--events: name the paths with --text or --attr");
+            throw usage_error("--events: name the paths with --text or --attr");
         }
         exit_code = show_xml(*options);
     });

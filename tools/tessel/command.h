@@ -2,7 +2,7 @@
 // writes the exit code.
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include "arguments.h"
 
 namespace command {
 
@@ -13,18 +13,18 @@ enum exit_code : int {
     exit_bad_status = 3  ///< every request was answered, at least one with a status of 400 or above
 };
 
-void add_request_verbs(CLI::App& program, int& exit_code);   ///< get head post put delete request
-void add_transfer_verbs(CLI::App& program, int& exit_code);  ///< fetch download upload
-void add_coders(CLI::App& program, int& exit_code);          ///< encode decode
-void add_text(CLI::App& program, int& exit_code);
-void add_url(CLI::App& program, int& exit_code);
-void add_error(CLI::App& program, int& exit_code);
-void add_timer(CLI::App& program, int& exit_code);
-void add_xml(CLI::App& program, int& exit_code);
-void add_locale(CLI::App& program, int& exit_code);
-void add_reg(CLI::App& program, int& exit_code);   ///< reg list, get, set, delete
-void add_soap(CLI::App& program, int& exit_code);  ///< soap config
-void add_routes(CLI::App& program, int& exit_code);
-void add_accounts(CLI::App& program, int& exit_code);  ///< accounts list, add, forget
+void add_request_verbs(const cli_verb& program, int& exit_code);   ///< get head post put delete request
+void add_transfer_verbs(const cli_verb& program, int& exit_code);  ///< fetch download upload
+void add_coders(const cli_verb& program, int& exit_code);          ///< encode decode
+void add_text(const cli_verb& program, int& exit_code);
+void add_url(const cli_verb& program, int& exit_code);
+void add_error(const cli_verb& program, int& exit_code);
+void add_timer(const cli_verb& program, int& exit_code);
+void add_xml(const cli_verb& program, int& exit_code);
+void add_locale(const cli_verb& program, int& exit_code);
+void add_reg(const cli_verb& program, int& exit_code);   ///< reg list, get, set, delete
+void add_soap(const cli_verb& program, int& exit_code);  ///< soap config
+void add_routes(const cli_verb& program, int& exit_code);
+void add_accounts(const cli_verb& program, int& exit_code);  ///< accounts list, add, forget
 
 }  // namespace command

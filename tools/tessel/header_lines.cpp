@@ -1,6 +1,6 @@
 #include "header_lines.h"
 
-#include <CLI/CLI.hpp>
+#include "arguments.h"
 
 namespace command {
 
@@ -8,8 +8,7 @@ std::string joined_headers(const std::vector<std::string>& lines) {
     std::string headers;
     for (const std::string& line : lines) {
         if (line.find(':') == std::string::npos || line.find_first_of("\r\n") != std::string::npos) {
-            throw CLI::ValidationError("--header: a header is one line like \"Name: value\", not \"" + line +
-                                       '"');
+            throw usage_error("--header: a header is one line like \"Name: value\", not \"" + line + '"');
         }
         headers += (headers.empty() ? "" : "\r\n") + line;
     }

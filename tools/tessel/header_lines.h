@@ -6,7 +6,7 @@
 
 namespace command {
 
-/// The lines joined with CR LF. Throws CLI::ValidationError for one that is no header line.
+/// The lines joined with CR LF. Throws usage_error for one that is no header line.
 std::string joined_headers(const std::vector<std::string>& lines);
 
 }  // namespace command

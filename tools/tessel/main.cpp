@@ -5,6 +5,7 @@
 
 #include <fmt/core.h>
 
+#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
 
@@ -12,7 +13,7 @@ namespace {
 
 void trust(const std::string& file) {
     if (const std::string refusal = command::trust_certificates_in(file); !refusal.empty()) {
-        throw CLI::ValidationError("--ca-file: " + refusal);
+        throw command::usage_error("--ca-file: " + refusal);
     }
 }
 
@@ -26,24 +27,28 @@ int run(int argc, char** argv) {
         .add_option_function<std::string>("--ca-file", trust, "Trust the certificates in this PEM file only")
         ->type_name("FILE");
     program.set_version_flag("--version", "tessel " TESSEL_VERSION);
-    command::add_request_verbs(program, code);
-    command::add_transfer_verbs(program, code);
-    command::add_url(program, code);
-    command::add_coders(program, code);
-    command::add_text(program, code);
-    command::add_error(program, code);
-    command::add_timer(program, code);
-    command::add_xml(program, code);
-    command::add_locale(program, code);
-    command::add_reg(program, code);
-    command::add_soap(program, code);
-    command::add_routes(program, code);
-    command::add_accounts(program, code);
+    const command::cli_verb verbs(&program);
+    command::add_request_verbs(verbs, code);
+    command::add_transfer_verbs(verbs, code);
+    command::add_url(verbs, code);
+    command::add_coders(verbs, code);
+    command::add_text(verbs, code);
+    command::add_error(verbs, code);
+    command::add_timer(verbs, code);
+    command::add_xml(verbs, code);
+    command::add_locale(verbs, code);
+    command::add_reg(verbs, code);
+    command::add_soap(verbs, code);
+    command::add_routes(verbs, code);
+    command::add_accounts(verbs, code);
     try {
         program.parse(argc, argv);
     } catch (const CLI::Success& wanted) {  // --help, --version
         return program.exit(wanted);
     } catch (const CLI::ParseError& error) {
+        fmt::print(stderr, "tessel: {} (tessel --help shows how)\n", error.what());
+        return command::exit_usage;
+    } catch (const command::usage_error& error) {
         fmt::print(stderr, "tessel: {} (tessel --help shows how)\n", error.what());
         return command::exit_usage;
     }

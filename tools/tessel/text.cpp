@@ -1,5 +1,6 @@
 #include "text.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -90,6 +91,18 @@ kro::tessel::CTString from_utf8(std::string_view bytes) {
         }
     }
     return out;
+}
+
+std::string to_lower(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    return text;
+}
+
+std::string trimmed(std::string_view text) {
+    constexpr const char* k_white = " \t\r\n\v\f";
+    const std::size_t begin = std::min(text.find_first_not_of(k_white), text.size());
+    return std::string(text.substr(begin, text.find_last_not_of(k_white) + 1 - begin));
 }
 
 }  // namespace command

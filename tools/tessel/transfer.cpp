@@ -8,7 +8,6 @@
 
 #include <fmt/core.h>
 
-#include <CLI/CLI.hpp>
 #include <charconv>
 #include <cstdio>
 #include <nlohmann/json.hpp>
@@ -153,9 +152,8 @@ std::string header_in(const http::response_head& head, const std::string& name) 
         const std::size_t end = std::min(lines.find("\r\n", begin), lines.size());
         const std::string line = lines.substr(begin, end - begin);
         const std::size_t colon = line.find(':');
-        if (colon != std::string::npos &&
-            CLI::detail::to_lower(line.substr(0, colon)) == CLI::detail::to_lower(name)) {
-            return CLI::detail::trim_copy(line.substr(colon + 1));
+        if (colon != std::string::npos && to_lower(line.substr(0, colon)) == to_lower(name)) {
+            return trimmed(line.substr(colon + 1));
         }
         begin = end + 2;
     }
