@@ -1,7 +1,6 @@
 #include "os/linux/inet_request.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstring>
 #include <utility>
 
@@ -10,11 +9,6 @@ namespace {
 
 // The body of a redirect is read past, so that its connection can be used again, but not further than this.
 constexpr std::size_t k_max_discarded_bytes = std::size_t{64} * 1024;
-
-std::uint64_t next_tag() noexcept {
-    static std::atomic<std::uint64_t> last{0};
-    return last.fetch_add(1, std::memory_order_relaxed) + 1;
-}
 
 std::uint32_t counted(std::uint64_t bytes) noexcept {
     return static_cast<std::uint32_t>(std::min<std::uint64_t>(bytes, 0xFFFFFFFFU));
@@ -160,7 +154,7 @@ void inet_request::choose_route() {
 bool inet_request::start_hop() {
     choose_route();
     transfer_request request;
-    request.tag = m_tag = next_tag();
+    request.tag = m_tag = ++m_last_tag;
     compose(m_outgoing, request);
     request.wants_stages = m_operation_context != 0;  // they are told in notices only
     fill_accounts(request);

@@ -133,6 +133,7 @@ private:
 
     // The exchange: of the first hop, or of the last one after redirects.
     std::uint64_t m_tag = 0;  // 0 for none; events with another one are of the past
+    std::uint64_t m_last_tag = 0;
     std::shared_ptr<transfer> m_transfer;
     std::shared_ptr<transfer> m_to_cancel;
     bool m_is_to_release = false;  // by the close, since no call is there to do it

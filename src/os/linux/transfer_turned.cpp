@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -22,6 +23,7 @@ constexpr auto k_idle_limit = std::chrono::milliseconds(1000 * k_idle_connection
 struct lent_loop {
     transfer_loop loop{transfer_loop::driver::caller};
     std::vector<std::string> origins;  ///< the latest last
+    std::thread::id user;              ///< the last
     std::chrono::steady_clock::time_point returned;
 
     bool knows(const std::string& origin) const {
@@ -67,13 +69,20 @@ transfer_loop& service_loop() {
     return static_cast<transfer_loop&>(system_transfers());
 }
 
-// The one with a connection to the origin, the last used first; another only when there are plenty.
+// One with a connection to the origin: the thread's own, whose memory its processor mostly has at hand, or
+// the last used. Another only when there are plenty.
 std::unique_ptr<lent_loop> loop_pool::take_idle(const std::string& origin) {
-    const auto match = std::find_if(m_idle.rbegin(), m_idle.rend(),
-                                    [&origin](const auto& idle) { return idle->knows(origin); });
-    auto at = match == m_idle.rend() ? m_idle.begin() : std::prev(match.base());
-    if (match == m_idle.rend() && m_idle.size() < k_max_idle_loops) {
-        return nullptr;
+    auto at = m_idle.end();
+    for (auto one = m_idle.begin(); one != m_idle.end(); ++one) {
+        const bool is_better = at == m_idle.end() || (*at)->user != std::this_thread::get_id() ||
+                               (*one)->user == std::this_thread::get_id();
+        at = is_better && (*one)->knows(origin) ? one : at;
+    }
+    if (at == m_idle.end()) {
+        if (m_idle.size() < k_max_idle_loops) {
+            return nullptr;
+        }
+        at = m_idle.begin();
     }
     auto taken = std::move(*at);
     m_idle.erase(at);
@@ -91,6 +100,7 @@ std::unique_ptr<lent_loop> loop_pool::lend(const std::string& origin) {
         loop = std::make_unique<lent_loop>();
     }
     m_lent.push_back(&loop->loop);
+    loop->user = std::this_thread::get_id();
     return loop;
 }
 
