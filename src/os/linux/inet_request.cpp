@@ -157,6 +157,7 @@ bool inet_request::start_hop() {
     request.tag = m_tag = ++m_last_tag;
     compose(m_outgoing, request);
     request.wants_stages = m_operation_context != 0;  // they are told in notices only
+    request.wants_sent = request.wants_stages || m_two_steps;
     fill_accounts(request);
     request.limits = {limit_of(timeout_held(inet_timeout::connect)),
                       limit_of(timeout_held(inet_timeout::send)),

@@ -52,6 +52,7 @@ struct transfer_request {
     bool closes_connection = false;  ///< the connection serves nobody else afterwards
     bool uses_cookies = true;        ///< sends those of the process's jar, and keeps what comes
     bool wants_stages = true;        ///< whether on_stage is to be called
+    bool wants_sent = true;          ///< whether on_sent is to be called before the response has come
     transfer_limits limits;
 };
 

@@ -327,8 +327,11 @@ void curl_exchange::connected() {
         }
         m_stages_over = true;
     }
-    m_host.sending(*this);
-    begin_wait(m_transfer->request.has_body ? wait::sending : wait::receiving);
+    const transfer_request& request = m_transfer->request;
+    if (request.has_body || request.wants_sent) {
+        m_host.sending(*this);
+    }
+    begin_wait(request.has_body ? wait::sending : wait::receiving);
 }
 
 void curl_exchange::end(CURLcode code) {

@@ -18,9 +18,10 @@ constexpr std::size_t k_max_idle_handles = 64;
 constexpr std::size_t k_max_idle_origins = 256;
 constexpr int k_rounds_a_turn = 4;
 
-// "Sent" waits so long for the response's headers to come along: with a near server both are told at once,
-// which saves waking whoever waits for them a second time. Nobody can do anything with it before.
-constexpr std::uint64_t k_sent_delay_ms = 1;
+// "Sent" waits so long, less the begun millisecond, for the response's headers to come along: with a near
+// server both are told at once, which saves waking whoever waits for them a second time. Nobody can do
+// anything with it before.
+constexpr std::uint64_t k_sent_delay_ms = 2;
 
 // Descriptors that ran out come back from here, by idle connections that end, or from the host: nobody tells.
 constexpr std::uint64_t k_starved_ms = 50;
