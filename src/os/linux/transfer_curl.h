@@ -115,8 +115,8 @@ public:
     bool resolving() const noexcept { return m_resolving; }
     /// When the present wait is over, k_never when it has no limit.
     std::uint64_t deadline() const noexcept { return m_deadline; }
-    /// Whether the handle may serve again; one that failed, knows an account or keeps something of its request
-    /// may not.
+    /// Whether the handle may serve again; one that failed, knows an account or keeps something of its
+    /// request may not.
     bool reusable() const noexcept { return m_reusable; }
     /// Whether it failed because the process has no descriptor left.
     bool starved() const noexcept { return m_starved; }
