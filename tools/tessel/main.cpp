@@ -17,6 +17,11 @@ void trust(const std::string& file) {
     }
 }
 
+int misused(const std::exception& error) {
+    fmt::print(stderr, "tessel: {} (tessel --help shows how)\n", error.what());
+    return command::exit_usage;
+}
+
 int run(int argc, char** argv) {
     CLI::App program("Makes HTTP requests through the tessel library and shows what it knows.", "tessel");
     int code = command::exit_ok;
@@ -28,29 +33,20 @@ int run(int argc, char** argv) {
         ->type_name("FILE");
     program.set_version_flag("--version", "tessel " TESSEL_VERSION);
     const command::cli_verb verbs(&program);
-    command::add_request_verbs(verbs, code);
-    command::add_transfer_verbs(verbs, code);
-    command::add_url(verbs, code);
-    command::add_coders(verbs, code);
-    command::add_text(verbs, code);
-    command::add_error(verbs, code);
-    command::add_timer(verbs, code);
-    command::add_xml(verbs, code);
-    command::add_locale(verbs, code);
-    command::add_reg(verbs, code);
-    command::add_soap(verbs, code);
-    command::add_routes(verbs, code);
-    command::add_accounts(verbs, code);
+    for (auto* const add :
+         {command::add_request_verbs, command::add_transfer_verbs, command::add_url, command::add_coders,
+          command::add_text, command::add_error, command::add_timer, command::add_xml, command::add_locale,
+          command::add_reg, command::add_soap, command::add_routes, command::add_accounts}) {
+        add(verbs, code);
+    }
     try {
         program.parse(argc, argv);
     } catch (const CLI::Success& wanted) {  // --help, --version
         return program.exit(wanted);
     } catch (const CLI::ParseError& error) {
-        fmt::print(stderr, "tessel: {} (tessel --help shows how)\n", error.what());
-        return command::exit_usage;
+        return misused(error);
     } catch (const command::usage_error& error) {
-        fmt::print(stderr, "tessel: {} (tessel --help shows how)\n", error.what());
-        return command::exit_usage;
+        return misused(error);
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         fmt::print(stderr, "tessel: standard output can't be written\n");

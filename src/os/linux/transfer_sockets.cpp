@@ -1,5 +1,6 @@
 #include "os/linux/transfer_sockets.h"
 
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
@@ -53,10 +54,20 @@ int transfer_sockets::on_socket(CURL* easy, curl_socket_t socket, int what, void
     return 0;
 }
 
+short transfer_sockets::poll_events_of(int what) noexcept {
+    const bool in = what == CURL_POLL_IN || what == CURL_POLL_INOUT;
+    const bool out = what == CURL_POLL_OUT || what == CURL_POLL_INOUT;
+    return static_cast<short>((in ? POLLIN : 0) | (out ? POLLOUT : 0));
+}
+
 void transfer_sockets::hand_on(CURLM* set, CURL* easy, int socket, int events) const {
+    int mask = 0;
+    mask |= (events & (POLLIN | POLLHUP)) != 0 ? CURL_CSELECT_IN : 0;
+    mask |= (events & POLLOUT) != 0 ? CURL_CSELECT_OUT : 0;
+    mask |= (events & (POLLERR | POLLNVAL)) != 0 ? CURL_CSELECT_ERR : 0;
     m_watcher->bytes_move(easy);
     int running = 0;
-    curl_multi_socket_action(set, socket, events, &running);
+    curl_multi_socket_action(set, socket, mask, &running);
 }
 
 void transfer_sockets::handle_time(CURLM* set) {

@@ -58,7 +58,9 @@ public:
 protected:
     bool prepare_alarm() noexcept;
     int alarm() const noexcept { return m_alarm.number(); }
-    /// Tells the watcher and the set of what has come. events: CURL_CSELECT_*.
+    /// What to wait for, POLL*, when libcurl says CURL_POLL_*; 0 for nothing.
+    static short poll_events_of(int what) noexcept;
+    /// Tells the watcher and the set of what has come. events: POLL*.
     void hand_on(CURLM* set, CURL* easy, int socket, int events) const;
 
 private:

@@ -1,5 +1,6 @@
 #include "os/linux/transfer_sockets.h"
 
+#include <poll.h>
 #include <sys/epoll.h>
 #include <unistd.h>
 
@@ -12,19 +13,7 @@
 namespace kro::tessel::os {
 namespace {
 
-std::uint32_t epoll_events_of(int what) noexcept {
-    const bool in = (static_cast<unsigned>(what) & CURL_POLL_IN) != 0 && what != CURL_POLL_REMOVE;
-    const bool out = (static_cast<unsigned>(what) & CURL_POLL_OUT) != 0 && what != CURL_POLL_REMOVE;
-    return (in ? std::uint32_t{EPOLLIN} : 0U) | (out ? std::uint32_t{EPOLLOUT} : 0U);
-}
-
-int curl_events_of(std::uint32_t events) noexcept {
-    int mask = 0;
-    mask |= (events & (EPOLLIN | EPOLLHUP)) != 0 ? CURL_CSELECT_IN : 0;
-    mask |= (events & EPOLLOUT) != 0 ? CURL_CSELECT_OUT : 0;
-    mask |= (events & EPOLLERR) != 0 ? CURL_CSELECT_ERR : 0;
-    return mask;
-}
+static_assert(EPOLLIN == POLLIN && EPOLLOUT == POLLOUT && EPOLLERR == POLLERR && EPOLLHUP == POLLHUP);
 
 class sockets_of_many final : public transfer_sockets {
 public:
@@ -119,7 +108,7 @@ void sockets_of_many::handle_event(int socket, std::uint32_t events) {
         }
         return;
     }
-    hand_on(entry.set, entry.easy, socket, curl_events_of(events));
+    hand_on(entry.set, entry.easy, socket, static_cast<int>(events));
 }
 
 sockets_of_many::watched& sockets_of_many::entry_of(int socket) {
@@ -131,7 +120,7 @@ sockets_of_many::watched& sockets_of_many::entry_of(int socket) {
 }
 
 void sockets_of_many::watch(CURLM* set, CURL* easy, int socket, int what) {
-    const std::uint32_t wanted = epoll_events_of(what);
+    const auto wanted = static_cast<std::uint32_t>(poll_events_of(what));
     watched& entry = entry_of(socket);
     entry.set = set;
     entry.easy = easy;

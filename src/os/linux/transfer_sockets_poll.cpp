@@ -11,20 +11,6 @@
 namespace kro::tessel::os {
 namespace {
 
-short poll_events_of(int what) noexcept {
-    const bool in = what == CURL_POLL_IN || what == CURL_POLL_INOUT;
-    const bool out = what == CURL_POLL_OUT || what == CURL_POLL_INOUT;
-    return static_cast<short>((in ? POLLIN : 0) | (out ? POLLOUT : 0));
-}
-
-int curl_events_of(int events) noexcept {
-    int mask = 0;
-    mask |= (events & (POLLIN | POLLHUP)) != 0 ? CURL_CSELECT_IN : 0;
-    mask |= (events & POLLOUT) != 0 ? CURL_CSELECT_OUT : 0;
-    mask |= (events & (POLLERR | POLLNVAL)) != 0 ? CURL_CSELECT_ERR : 0;
-    return mask;
-}
-
 class sockets_of_few final : public transfer_sockets {
 public:
     bool prepare() override;
@@ -108,7 +94,7 @@ void sockets_of_few::handle_events() {
         m_some_came = next != m_polled.end();
         if (m_some_came) {
             const user whose = m_users[static_cast<std::size_t>(next - m_polled.begin())];
-            hand_on(whose.set, whose.easy, next->fd, curl_events_of(std::exchange(next->revents, short{0})));
+            hand_on(whose.set, whose.easy, next->fd, std::exchange(next->revents, short{0}));
         }
     }
 }

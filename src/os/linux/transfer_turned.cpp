@@ -72,18 +72,18 @@ transfer_loop& service_loop() {
 // One with a connection to the origin: the thread's own, whose memory its processor mostly has at hand, or
 // the last used. Another only when there are plenty.
 std::unique_ptr<lent_loop> loop_pool::take_idle(const std::string& origin) {
-    auto at = m_idle.end();
-    for (auto one = m_idle.begin(); one != m_idle.end(); ++one) {
-        const bool is_better = at == m_idle.end() || (*at)->user != std::this_thread::get_id() ||
-                               (*one)->user == std::this_thread::get_id();
-        at = is_better && (*one)->knows(origin) ? one : at;
+    const auto is_own = [&origin](const auto& idle) {
+        return idle->user == std::this_thread::get_id() && idle->knows(origin);
+    };
+    auto match = std::find_if(m_idle.rbegin(), m_idle.rend(), is_own);
+    if (match == m_idle.rend()) {
+        match = std::find_if(m_idle.rbegin(), m_idle.rend(),
+                             [&origin](const auto& idle) { return idle->knows(origin); });
     }
-    if (at == m_idle.end()) {
-        if (m_idle.size() < k_max_idle_loops) {
-            return nullptr;
-        }
-        at = m_idle.begin();
+    if (match == m_idle.rend() && m_idle.size() < k_max_idle_loops) {
+        return nullptr;
     }
+    const auto at = match == m_idle.rend() ? m_idle.begin() : std::prev(match.base());
     auto taken = std::move(*at);
     m_idle.erase(at);
     return taken;
