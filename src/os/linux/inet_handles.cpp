@@ -6,15 +6,31 @@
 namespace kro::tessel::os {
 namespace {
 
-// A value is (generation << k_index_bits) | index; the engine above keeps 32 bits of it.
-constexpr unsigned k_index_bits = 18;
-constexpr std::uint32_t k_max_handles = std::uint32_t{1} << k_index_bits;
-constexpr std::uint32_t k_max_generation = (std::uint32_t{1} << (32 - k_index_bits)) - 1;
-constexpr std::size_t k_rested_slots = 1024;  // free ones that are kept unused, to make values rare
+// A value is, from its highest bit, a generation, a place in a shard and the shard's number; the engine above
+// keeps 32 bits of it.
+constexpr unsigned k_shard_bits = 3;
+static_assert(k_thread_shards == 1U << k_shard_bits);
+constexpr unsigned k_place_bits = 16;
+constexpr std::uint32_t k_max_places = std::uint32_t{1} << k_place_bits;
+constexpr std::uint32_t k_max_generation = (std::uint32_t{1} << (32 - k_place_bits - k_shard_bits)) - 1;
+constexpr std::size_t k_rested_places = 512;  // free ones that are kept unused, to make values rare
 
-inet_handle value_of(std::uint32_t index, std::uint32_t generation) noexcept {
-    const auto number = static_cast<std::uintptr_t>((generation << k_index_bits) | index);
+inet_handle value_of(std::uint32_t generation, std::uint32_t place, std::uint32_t shard) noexcept {
+    const std::uintptr_t number =
+        (generation << (k_place_bits + k_shard_bits)) | (place << k_shard_bits) | shard;
     return reinterpret_cast<inet_handle>(number);  // NOLINT(performance-no-int-to-ptr)
+}
+
+std::uintptr_t generation_of(inet_handle value) noexcept {
+    return reinterpret_cast<std::uintptr_t>(value) >> (k_place_bits + k_shard_bits);
+}
+
+std::uint32_t place_of(inet_handle value) noexcept {
+    return (reinterpret_cast<std::uintptr_t>(value) >> k_shard_bits) & (k_max_places - 1);
+}
+
+std::uint32_t shard_of(inet_handle value) noexcept {
+    return reinterpret_cast<std::uintptr_t>(value) & ((1U << k_shard_bits) - 1);
 }
 
 }  // namespace
@@ -115,25 +131,45 @@ void inet_node::close() {
 }
 
 std::uint32_t handle_table::add(const std::shared_ptr<inet_node>& node, std::uint32_t without_parent) {
+    if (node->m_parent != nullptr) {
+        const std::uint32_t own = shard_of(node->m_parent->m_value);
+        return m_shards[own].add(node, own, without_parent);
+    }
+    std::uint32_t error = 0;
+    const std::uint32_t first = own_shard();
+    for (std::uint32_t i = 0; i < k_thread_shards; ++i) {
+        const std::uint32_t next = (first + i) % k_thread_shards;
+        error = m_shards[next].add(node, next, without_parent);
+        if (error == 0) {
+            break;
+        }
+    }
+    return error;
+}
+
+std::shared_ptr<inet_node> handle_table::find(inet_handle value) const {
+    return m_shards[shard_of(value)].find(value);
+}
+
+std::vector<std::shared_ptr<inet_node>> handle_table::take(inet_handle value) {
+    return m_shards[shard_of(value)].take(value);
+}
+
+std::uint32_t handle_table::shard::add(const std::shared_ptr<inet_node>& node, std::uint32_t number,
+                                       std::uint32_t without_parent) {
     const std::lock_guard lock(m_mutex);
     inet_node* const parent = node->m_parent.get();
     if (parent != nullptr && slot_of(parent->m_value) == nullptr) {
         return without_parent;
     }
-    std::uint32_t index = 0;
-    if (m_free.size() > k_rested_slots || (m_slots.size() == k_max_handles && !m_free.empty())) {
-        index = m_free.front();
-        m_free.pop_front();
-    } else if (m_slots.size() < k_max_handles) {
-        index = static_cast<std::uint32_t>(m_slots.size());
-        m_slots.emplace_back();
-    } else {
+    const auto place = free_place();
+    if (!place) {
         return k_error_inet_out_of_handles;
     }
-    slot& place = m_slots[index];
-    place.generation = place.generation == k_max_generation ? 1 : place.generation + 1;
-    place.node = node;
-    node->m_value = value_of(index, place.generation);
+    slot& taken = m_slots[*place];
+    taken.generation = taken.generation == k_max_generation ? 1 : taken.generation + 1;
+    taken.node = node;
+    node->m_value = value_of(taken.generation, *place, number);
     if (parent != nullptr) {
         node->m_older = std::exchange(parent->m_youngest_child, node.get());
         if (node->m_older != nullptr) {
@@ -143,23 +179,36 @@ std::uint32_t handle_table::add(const std::shared_ptr<inet_node>& node, std::uin
     return 0;
 }
 
-const handle_table::slot* handle_table::slot_of(inet_handle value) const noexcept {
-    const auto number = reinterpret_cast<std::uintptr_t>(value);
-    const std::uintptr_t index = number & (k_max_handles - 1);
-    if (index >= m_slots.size()) {
-        return nullptr;
+std::optional<std::uint32_t> handle_table::shard::free_place() {
+    const bool is_full = m_slots.size() == k_max_places;
+    if (m_free.size() > k_rested_places || (is_full && !m_free.empty())) {
+        const std::uint32_t place = m_free.front();
+        m_free.pop_front();
+        return place;
     }
-    const slot& place = m_slots[index];
-    return place.node != nullptr && number >> k_index_bits == place.generation ? &place : nullptr;
+    if (is_full) {
+        return std::nullopt;
+    }
+    m_slots.emplace_back();
+    return static_cast<std::uint32_t>(m_slots.size() - 1);
 }
 
-std::shared_ptr<inet_node> handle_table::find(inet_handle value) const {
+const handle_table::slot* handle_table::shard::slot_of(inet_handle value) const noexcept {
+    const std::uintptr_t place = place_of(value);
+    if (place >= m_slots.size()) {
+        return nullptr;
+    }
+    const slot& found = m_slots[place];
+    return found.node != nullptr && generation_of(value) == found.generation ? &found : nullptr;
+}
+
+std::shared_ptr<inet_node> handle_table::shard::find(inet_handle value) const {
     const std::lock_guard lock(m_mutex);
     const slot* const place = slot_of(value);
     return place == nullptr ? nullptr : place->node;
 }
 
-std::vector<std::shared_ptr<inet_node>> handle_table::take(inet_handle value) {
+std::vector<std::shared_ptr<inet_node>> handle_table::shard::take(inet_handle value) {
     std::vector<std::shared_ptr<inet_node>> taken;
     const std::lock_guard lock(m_mutex);
     const slot* const place = slot_of(value);
@@ -171,19 +220,18 @@ std::vector<std::shared_ptr<inet_node>> handle_table::take(inet_handle value) {
 }
 
 // NOLINTNEXTLINE(misc-no-recursion): three levels
-void handle_table::take_below(inet_node& node, std::vector<std::shared_ptr<inet_node>>& taken) {
+void handle_table::shard::take_below(inet_node& node, std::vector<std::shared_ptr<inet_node>>& taken) {
     while (node.m_youngest_child != nullptr) {
         take_below(*node.m_youngest_child, taken);
     }
     unlink(node);
-    const auto index =
-        static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(node.m_value) & (k_max_handles - 1));
-    taken.push_back(std::move(m_slots[index].node));
-    m_slots[index].node = nullptr;
-    m_free.push_back(index);
+    const std::uint32_t place = place_of(node.m_value);
+    taken.push_back(std::move(m_slots[place].node));
+    m_slots[place].node = nullptr;
+    m_free.push_back(place);
 }
 
-void handle_table::unlink(inet_node& node) noexcept {
+void handle_table::shard::unlink(inet_node& node) noexcept {
     if (node.m_older != nullptr) {
         node.m_older->m_younger = node.m_younger;
     }

@@ -2,7 +2,9 @@
 #pragma once
 
 #include "os/inet.h"
+#include "os/linux/thread_shard.h"
 
+#include <array>
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
@@ -97,6 +99,8 @@ private:
 };
 
 /// Values for nodes: small numbers that are never addresses, fit 32 bits, and don't come back soon.
+///
+/// A session lies in the shard of the thread that opens it, and all that is below it too.
 class handle_table {
 public:
     /// Gives the node its value. Returns 0, `without_parent` when its parent has been closed, or 12001 when
@@ -113,13 +117,25 @@ private:
         std::uint32_t generation = 0;
     };
 
-    const slot* slot_of(inet_handle value) const noexcept;
-    void take_below(inet_node& node, std::vector<std::shared_ptr<inet_node>>& taken);
-    void unlink(inet_node& node) noexcept;
+    class alignas(k_processor_line) shard {
+    public:
+        std::uint32_t add(const std::shared_ptr<inet_node>& node, std::uint32_t number,
+                          std::uint32_t without_parent);
+        std::shared_ptr<inet_node> find(inet_handle value) const;
+        std::vector<std::shared_ptr<inet_node>> take(inet_handle value);
 
-    mutable std::mutex m_mutex;  // guards all below, and the nodes' links
-    std::vector<slot> m_slots;
-    std::deque<std::uint32_t> m_free;  // longest free first, so that a value stays unused for long
+    private:
+        const slot* slot_of(inet_handle value) const noexcept;
+        std::optional<std::uint32_t> free_place();
+        void take_below(inet_node& node, std::vector<std::shared_ptr<inet_node>>& taken);
+        static void unlink(inet_node& node) noexcept;
+
+        mutable std::mutex m_mutex;  // guards all below, and the nodes' links
+        std::vector<slot> m_slots;
+        std::deque<std::uint32_t> m_free;  // longest free first, so that a value stays unused for long
+    };
+
+    std::array<shard, k_thread_shards> m_shards;
 };
 
 }  // namespace kro::tessel::os

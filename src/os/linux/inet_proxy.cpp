@@ -1,6 +1,9 @@
 #include "os/linux/inet_proxy.h"
 
+#include <atomic>
 #include <chrono>
+#include <cstdint>
+#include <limits>
 #include <mutex>
 #include <utility>
 
@@ -23,23 +26,42 @@ std::shared_ptr<const fixed_proxies> shared_if_any(fixed_proxies proxies) {
     return any ? std::make_shared<const fixed_proxies>(std::move(proxies)) : nullptr;
 }
 
-struct read_proxies {
-    std::mutex mutex;  // guards the two below
-    system_proxies latest;
-    clock::time_point due = clock::time_point::min();
+/// What the environment and the desktop said last. Mostly they name no proxy, and then threads that open
+/// sessions read one number and don't pass a lock to and fro.
+class read_proxies {
+public:
+    system_proxies of_late() {
+        const std::int64_t now = clock::now().time_since_epoch().count();
+        if (now < m_none_until.load(std::memory_order_relaxed)) {
+            return {};
+        }
+        const std::lock_guard lock(m_mutex);
+        if (now >= m_due) {
+            read(now);
+        }
+        return m_latest;
+    }
+
+private:
+    void read(std::int64_t now) {
+        m_latest = {shared_if_any(environment_proxies()), shared_if_any(desktop_proxies_now().fixed)};
+        m_due = now + clock::duration(k_settings_stay).count();
+        const bool are_none = m_latest.environment == nullptr && m_latest.desktop == nullptr;
+        m_none_until.store(are_none ? m_due : k_never, std::memory_order_relaxed);
+    }
+
+    static constexpr std::int64_t k_never = std::numeric_limits<std::int64_t>::min();
+
+    std::atomic<std::int64_t> m_none_until{k_never};  // as all times here in the clock's own units
+    std::mutex m_mutex;                               // guards the two below
+    system_proxies m_latest;
+    std::int64_t m_due = k_never;
 };
 
 system_proxies system_proxies_of_late() {
     // Never destroyed: other threads may open sessions while the process ends.
     static read_proxies& s_read = *new read_proxies;
-
-    const std::lock_guard lock(s_read.mutex);
-    const clock::time_point now = clock::now();
-    if (now >= s_read.due) {
-        s_read.latest = {shared_if_any(environment_proxies()), shared_if_any(desktop_proxies_now().fixed)};
-        s_read.due = now + k_settings_stay;
-    }
-    return s_read.latest;
+    return s_read.of_late();
 }
 
 constexpr std::string_view k_dividers = " \t\r\n;";

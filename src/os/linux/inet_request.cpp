@@ -56,7 +56,8 @@ std::shared_ptr<transfer> inet_request::forget_exchange() {
     m_hops = 0;
     m_same_server = true;
     m_own_proxy.clear();
-    m_sent = m_answered = m_published = m_failed = m_ended = m_paused = m_hopping = false;
+    m_sent = m_answered = m_published = m_failed = m_ended = m_paused = false;
+    m_next = nullptr;
     m_limits_stand_still = false;
     m_error = 0;
     m_head = {};
@@ -507,17 +508,16 @@ void inet_request::follow(redirect_decision decision) {
     queue(k_notice_redirect, 0, widen(decision.next.address.url()));
     m_window.clear();
     grant_if_drained();
-    m_next = std::move(decision);
-    m_hopping = true;
+    m_next = std::make_unique<redirect_decision>(std::move(decision));
     if (m_ended) {
         on_hop();
     }
 }
 
 void inet_request::on_hop() {
-    m_hopping = false;
-    m_same_server = m_same_server && m_next.same_server;
-    m_outgoing = std::move(m_next.next);
+    const auto next = std::exchange(m_next, nullptr);
+    m_same_server = m_same_server && next->same_server;
+    m_outgoing = std::move(next->next);
     ++m_hops;
     if (!start_hop()) {
         response_failed(k_error_inet_async_thread_failed);
@@ -541,7 +541,7 @@ data_verdict inet_request::on_data(std::uint64_t tag, const char* data, std::siz
     if (tag != m_tag) {
         return data_verdict::unwanted;
     }
-    if (m_hopping) {
+    if (m_next != nullptr) {
         m_discarded += bytes;
         return m_discarded <= k_max_discarded_bytes ? data_verdict::taken : data_verdict::unwanted;
     }
@@ -620,7 +620,7 @@ void inet_request::on_end(std::uint64_t tag, std::uint32_t error) {
     m_ended = true;
     m_paused = false;
     m_transfer = nullptr;
-    if (m_hopping) {
+    if (m_next != nullptr) {
         on_hop();
         return;
     }

@@ -154,9 +154,8 @@ private:
     bool m_failed = false;     // the send or the end, without a response
     bool m_ended = false;
     bool m_paused = false;
-    bool m_hopping = false;  // m_next goes out when the old exchange has ended
     std::uint32_t m_error = 0;
-    redirect_decision m_next;
+    std::unique_ptr<redirect_decision> m_next;  // goes out when the old exchange has ended; mostly null
     std::size_t m_discarded = 0;
     message_head m_head;
     receive_window m_window;

@@ -144,6 +144,7 @@ private:
     void set_constant_options();
     bool set_request(const transfer_request& request);
     void set_cookies(bool uses_them);
+    void wake_cookie_engine();
     void choose_cookies();
     void set_headers(std::string& lines);
     void set_accounts(const transfer_request& request);

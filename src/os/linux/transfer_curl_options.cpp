@@ -140,10 +140,20 @@ bool curl_exchange::set_request(const transfer_request& request) {
 void curl_exchange::set_cookies(bool uses_them) {
     if (m_has_cookies != uses_them) {
         m_has_cookies = uses_them;
+        if (uses_them) {
+            wake_cookie_engine();
+        }
         set(m_easy, CURLOPT_SHARE, uses_them ? shared_cookies() : nullptr);
-        set(m_easy, CURLOPT_COOKIEFILE, uses_them ? "" : nullptr);  // no file, but cookies
     }
     m_jar_has_cookie = false;
+}
+
+// libcurl minds cookies once it has read a file of them, of no name here. It would read that again before
+// every request, with the jar locked for all threads, if it stayed set.
+void curl_exchange::wake_cookie_engine() {
+    set(m_easy, CURLOPT_COOKIEFILE, "");
+    set(m_easy, CURLOPT_COOKIELIST, "RELOAD");
+    set(m_easy, CURLOPT_COOKIEFILE, nullptr);
 }
 
 // libcurl would send the jar's cookies beside the caller's. Asked when the request is about to go out, since
