@@ -82,7 +82,7 @@ void inet_node::enter_callback() noexcept {
 void inet_node::leave_callback() noexcept {
     if (--m_callback_depth == 0) {
         m_callback_thread = {};
-        m_callback_left.notify_all();
+        m_changed.notify_all();
     }
 }
 
@@ -113,7 +113,7 @@ void inet_node::close() {
         std::unique_lock lock(m_mutex);
         m_closed = true;
         words = cease();
-        m_callback_left.wait(lock, [this] {
+        m_changed.wait(lock, [this] {
             return m_callback_depth == 0 || m_callback_thread == std::this_thread::get_id();
         });
     }

@@ -77,6 +77,7 @@ protected:
 
     mutable std::mutex m_mutex;  // guards what follows, and the derived classes' members unless they say so
     bool m_closed = false;
+    std::condition_variable m_changed;  // the callback was left, or what a derived class waits for has come
 
 private:
     friend class handle_table;
@@ -88,7 +89,6 @@ private:
     std::atomic<inet_callback> m_callback;
 
     std::optional<std::uint32_t> m_timeouts[3];
-    std::condition_variable m_callback_left;
     std::thread::id m_callback_thread;
     unsigned m_callback_depth = 0;
 

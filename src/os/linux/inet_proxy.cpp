@@ -18,12 +18,30 @@ constexpr auto k_settings_stay = std::chrono::seconds(1);
 
 struct system_proxies {
     std::shared_ptr<const fixed_proxies> environment;
-    std::shared_ptr<const fixed_proxies> desktop;
+    std::shared_ptr<const desktop_proxies> desktop;
 };
 
-std::shared_ptr<const fixed_proxies> shared_if_any(fixed_proxies proxies) {
-    const bool any = proxies.http.named() || proxies.https.named();
-    return any ? std::make_shared<const fixed_proxies>(std::move(proxies)) : nullptr;
+bool names_any(const fixed_proxies& proxies) {
+    return proxies.http.named() || proxies.https.named();
+}
+
+// A script that would have to be looked for in the network is none: whoever answered to the name would get to
+// see all that the user does.
+bool names_script(const desktop_proxies& desktop) {
+    return desktop.by_script && !desktop.script.empty();
+}
+
+system_proxies proxies_now() {
+    system_proxies now;
+    fixed_proxies environment = environment_proxies();
+    if (names_any(environment)) {
+        now.environment = std::make_shared<const fixed_proxies>(std::move(environment));
+    }
+    desktop_proxies desktop = desktop_proxies_now();
+    if (names_any(desktop.fixed) || names_script(desktop)) {
+        now.desktop = std::make_shared<const desktop_proxies>(std::move(desktop));
+    }
+    return now;
 }
 
 /// What the environment and the desktop said last. Mostly they name no proxy, and then threads that open
@@ -44,7 +62,7 @@ public:
 
 private:
     void read(std::int64_t now) {
-        m_latest = {shared_if_any(environment_proxies()), shared_if_any(desktop_proxies_now().fixed)};
+        m_latest = proxies_now();
         m_due = now + clock::duration(k_settings_stay).count();
         const bool are_none = m_latest.environment == nullptr && m_latest.desktop == nullptr;
         m_none_until.store(are_none ? m_due : k_never, std::memory_order_relaxed);
@@ -109,8 +127,19 @@ void proxy_rules::add_proxy(std::string_view entry) {
     }
 }
 
+std::optional<proxy_script_question> proxy_rules::script_question(const inet_address& address) const {
+    const bool is_decided = m_environment != nullptr && m_environment->proxy_for(address.secure).named();
+    if (m_desktop == nullptr || !names_script(*m_desktop) || is_decided ||
+        m_desktop->fixed.bypass.covers(address)) {
+        return std::nullopt;
+    }
+    return proxy_script_question{m_desktop->script, address.host, address.port};
+}
+
 proxy_rules::route proxy_rules::settled_route(const inet_address& address) const {
-    for (const fixed_proxies* const source : {m_environment.get(), m_desktop.get()}) {
+    const fixed_proxies* const desktop =
+        m_desktop == nullptr || m_desktop->by_script ? nullptr : &m_desktop->fixed;
+    for (const fixed_proxies* const source : {m_environment.get(), desktop}) {
         if (source == nullptr) {
             continue;
         }

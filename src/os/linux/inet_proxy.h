@@ -5,8 +5,10 @@
 #include "os/linux/proxy_bypass.h"
 #include "os/linux/proxy_sources.h"
 #include "os/linux/transfer.h"
+#include "os/proxy_script.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -25,10 +27,12 @@ public:
     /// (names without a dot) and "<-loopback>" (this machine goes through the proxy too). Entries are
     /// divided by blanks or semicolons.
     static proxy_rules explicit_ones(std::string_view proxies, std::string_view bypass);
-    /// The environment's and the desktop's fixed ones, as they are or were a second ago at most. A script is
-    /// left out: asking it takes longer than opening a session may.
+    /// The environment's and the desktop's, as they are or were a second ago at most.
     static proxy_rules preconfigured();
 
+    /// What the desktop's script has to be asked before a request goes to the address; mostly nothing.
+    std::optional<proxy_script_question> script_question(const inet_address& address) const;
+    /// The route when there is no such question.
     route route_to(const inet_address& address) const;
 
 private:
@@ -40,7 +44,7 @@ private:
     proxy_bypass m_bypass;
     // The first that has a proxy for a server's scheme decides; null for one without any.
     std::shared_ptr<const fixed_proxies> m_environment;
-    std::shared_ptr<const fixed_proxies> m_desktop;
+    std::shared_ptr<const desktop_proxies> m_desktop;
 };
 
 }  // namespace kro::tessel::os

@@ -58,7 +58,7 @@ std::shared_ptr<transfer> inet_request::forget_exchange() {
     m_own_proxy.clear();
     m_sent = m_answered = m_published = m_failed = m_ended = m_paused = false;
     m_next = nullptr;
-    m_limits_stand_still = false;
+    m_limits_stand_still = m_asks_script = false;
     m_error = 0;
     m_head = {};
     m_window.clear();
@@ -120,6 +120,10 @@ inet_read_status inet_request::run_to_end(std::unique_lock<std::mutex>& lock) {
     const auto self = shared_from_this();
     m_turning = true;
     while (!m_closed && !m_operation_done) {
+        if (m_asks_script) {
+            wait_for_script(lock);
+            continue;
+        }
         lock.unlock();
         const bool goes_on = m_turned->turn();
         lock.lock();
@@ -140,20 +144,7 @@ inet_read_status inet_request::run_to_end(std::unique_lock<std::mutex>& lock) {
     return m_closed ? inet_read_status{{k_error_inet_operation_cancelled}} : m_outcome;
 }
 
-// What the caller says to one proxy is for no other, nor for a server.
-void inet_request::choose_route() {
-    auto through = connection->session->proxies.route_to(m_outgoing.address);
-    if (m_hops != 0 && through.proxy != m_route.proxy) {
-        m_outgoing.headers.remove("Proxy-Authorization");
-    }
-    m_route = std::move(through);
-    if (m_own_proxy.empty()) {
-        m_own_proxy = m_route.proxy;
-    }
-}
-
-bool inet_request::start_hop() {
-    choose_route();
+bool inet_request::start_exchange() {
     transfer_request request;
     request.tag = m_tag = ++m_last_tag;
     compose(m_outgoing, request);
@@ -168,56 +159,6 @@ bool inet_request::start_hop() {
     m_discarded = 0;
     m_transfer = m_network.submit(shared_from_this(), std::move(request));
     return m_transfer != nullptr;
-}
-
-void inet_request::fill_accounts(transfer_request& request) const {
-    request.proxy = m_route.proxy;
-    if (!request.proxy.empty()) {
-        request.origin += '|' + request.proxy;
-    }
-    if ((m_flags & k_request_no_auth) != 0) {
-        return;
-    }
-    const auto ansi = [](const wide_account& account) {
-        return transfer_credentials{to_ansi(account.user), to_ansi(account.password)};
-    };
-    request.server = ansi(account_of(false));
-    if (!request.proxy.empty()) {
-        request.proxy_account = ansi(account_of(true));
-        if (!request.proxy_account.given()) {
-            const bool may_have_it = m_same_server && !m_route.account.given();
-            request.proxy_account = may_have_it ? request.server : m_route.account;
-        }
-    }
-}
-
-bool inet_request::is_connections_own(bool proxy) const noexcept {
-    return proxy ? m_route.proxy == m_own_proxy : m_same_server;
-}
-
-std::string inet_request::place_of(bool proxy) const {
-    return proxy ? "proxy " + m_route.proxy : m_outgoing.address.origin();
-}
-
-wide_account inet_request::account_of(bool proxy) const {
-    return is_connections_own(proxy)
-               ? connection->account(proxy ? inet_credentials::proxy : inet_credentials::server)
-               : m_others.at(place_of(proxy));
-}
-
-wide_account inet_request::account_in_question(bool for_proxy) const {
-    const std::lock_guard lock(m_mutex);
-    return account_of(for_proxy);
-}
-
-void inet_request::take_account(bool for_proxy, const wide_account& entered) {
-    const std::lock_guard lock(m_mutex);
-    if (is_connections_own(for_proxy)) {
-        connection->set_account(for_proxy ? inet_credentials::proxy : inet_credentials::server, &entered.user,
-                                &entered.password);
-    } else {
-        m_others.enter(place_of(for_proxy), entered);
-    }
 }
 
 inet_status inet_request::end(std::uintptr_t context) {
@@ -395,6 +336,9 @@ inet_node::last_words inet_request::cease() {
     m_tag = 0;
     m_to_cancel = std::exchange(m_transfer, nullptr);
     m_is_to_release = m_turned != nullptr && !m_turning;
+    if (m_asks_script) {
+        m_changed.notify_all();
+    }
     return words;
 }
 
@@ -632,7 +576,7 @@ void inet_request::on_end(std::uint64_t tag, std::uint32_t error) {
         case operation::send:
         case operation::send_whole:
         case operation::end:
-            if (!m_answered) {
+            if (!m_answered && !tries_next_proxy(error)) {
                 response_failed(error);
             }
             break;

@@ -5,6 +5,7 @@
 #include "os/linux/inet_headers.h"
 #include "os/linux/inet_outgoing.h"
 #include "os/linux/inet_redirect.h"
+#include "os/linux/inet_script_routes.h"
 #include "os/linux/inet_session.h"
 #include "os/linux/inet_window.h"
 #include "os/linux/transfer.h"
@@ -85,7 +86,12 @@ private:
     outgoing first_hop() const;
     bool start_hop();
     void on_hop();
-    void choose_route();
+    bool ask_script(const proxy_script_question& question);
+    void script_answered(std::uint64_t tag, const script_routes::proxies& proxies) noexcept;
+    void use_proxies(const script_routes::proxies& proxies);
+    bool tries_next_proxy(std::uint32_t error);
+    void go_through(proxy_rules::route route);
+    bool start_exchange();
     bool is_connections_own(bool proxy) const noexcept;
     wide_account account_of(bool proxy) const;
     std::string place_of(bool proxy) const;
@@ -94,6 +100,7 @@ private:
     void complete(std::uint32_t error, std::uint32_t bytes = 0);
     void complete_read();
     inet_status started(std::unique_lock<std::mutex>& lock);
+    void wait_for_script(std::unique_lock<std::mutex>& lock);
     inet_read_status run_to_end(std::unique_lock<std::mutex>& lock);
     void queue_progress();
     void deliver(std::unique_lock<std::mutex>& lock);  ///< without the lock inside the callback
@@ -142,6 +149,8 @@ private:
     std::uint32_t m_hops = 0;
     bool m_same_server = true;  // as the connection's, on all hops so far
     proxy_rules::route m_route;
+    std::vector<std::string> m_other_proxies;  // of a script's answer, to try when this one is out of reach
+    bool m_asks_script = false;
     std::string m_own_proxy;    // the first on the way
     entered_accounts m_others;  // of those that redirects led to
     bool m_was_sent = false;
