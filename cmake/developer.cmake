@@ -42,15 +42,21 @@ function(tessel_test name)
   add_executable(${target} ${PROJECT_SOURCE_DIR}/tests/${name}_test.cpp ${arg_SUPPORT})
   tessel_use_insides(${target} ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
   tessel_compile_quickly(${target})
+  set(environment TESSEL_REGISTRY=${PROJECT_BINARY_DIR}/tests/none/registry.db)  # never the user's own
+  set(settings GSETTINGS_BACKEND=set:memory)
+  # Elsewhere than in the build of every day one process a program: starting one takes longer than most tests.
   if(CMAKE_CROSSCOMPILING)
-    # One process a program: starting one takes longer there than most tests. tools/dev/windows_tests.py runs them.
-    set_property(GLOBAL APPEND PROPERTY TESSEL_TEST_PROGRAMS ${target})
+    set_property(GLOBAL APPEND PROPERTY TESSEL_TEST_PROGRAMS ${target})  # for tools/dev/windows_tests.py
     return()
   endif()
-  gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES 
-    PROPERTIES LABELS ${area} TIMEOUT 120
-    ENVIRONMENT TESSEL_REGISTRY=${PROJECT_BINARY_DIR}/tests/none/registry.db
-    ENVIRONMENT_MODIFICATION GSETTINGS_BACKEND=set:memory)  # never the user's own
+  if(TESSEL_SANITIZE)
+    add_test(NAME ${target} COMMAND ${target})
+    set_tests_properties(${target} PROPERTIES LABELS "${area};${arg_LABELS}" TIMEOUT 600
+      ENVIRONMENT ${environment} ENVIRONMENT_MODIFICATION ${settings})
+    return()
+  endif()
+  gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
+    PROPERTIES LABELS ${area} TIMEOUT 120 ENVIRONMENT ${environment} ENVIRONMENT_MODIFICATION ${settings})
   if(arg_LABELS)
     # A list doesn't survive as a property above; the names of the tests are known when ctest starts.
     set(labels ${CMAKE_CURRENT_BINARY_DIR}/${target}_labels.cmake)

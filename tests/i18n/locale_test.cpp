@@ -41,7 +41,8 @@ struct LocaleTest : testing::Test {
             return fails ? nullptr : new data(plain(wanted));
         }
         void unload(locale_data* old) override {
-            log.push_back(name + " unloads " + static_cast<data*>(old)->name);
+            const auto* const own = dynamic_cast<data*>(old);
+            log.push_back(name + " unloads " + (own != nullptr ? own->name : "what another test left"));
             delete old;
         }
         calls& log;
