@@ -112,7 +112,7 @@ public:
 transfer_service& system_transfers();  ///< on libcurl; lives until unload
 
 /// The exchanges of one request, carried out on the threads that wait for them. One exchange at a time. Only
-/// one thread is inside turn or release; the rest may be called from any.
+/// one thread is inside submit, turn or release; the rest may be called from any.
 class turned_transfers : public transfer_service {
 public:
     /// Sleeps until there is something to do, and does it: events come inside, on the calling thread, but for

@@ -6,8 +6,11 @@
 
 namespace kro::tessel::os {
 
+// Asked of each line several times a request, and mostly the first letter tells.
 bool is_header(const char* line, std::string_view name) noexcept {
-    return ::strncasecmp(line, name.data(), name.size()) == 0;
+    constexpr int k_lower_case = 0x20;
+    return (*line | k_lower_case) == (name.front() | k_lower_case) &&
+           ::strncasecmp(line, name.data(), name.size()) == 0;
 }
 
 std::string_view header_in(const std::string& lines, std::string_view name) noexcept {

@@ -171,18 +171,12 @@ void transfer_loop::do_chore() {
 }
 
 bool transfer_loop::turn(patience how) {
-    {
-        const std::lock_guard lock(m_mutex);
-        m_in_turn = !m_stopping && m_started;
-        if (!m_in_turn) {
-            return false;
-        }
+    if (!wait_for_events(how)) {
+        return false;
     }
-    if (wait_for_events(how)) {
-        work();
-        m_exchanges.take_told(m_handing_over);
-        m_handing_over.clear();  // whoever waits for the events is the one who called
-    }
+    work();
+    m_exchanges.take_told(m_handing_over);
+    m_handing_over.clear();  // whoever waits for the events is the one who called
     const std::lock_guard lock(m_mutex);
     m_in_turn = false;
     if (m_stopping) {
@@ -216,9 +210,10 @@ bool transfer_loop::wait_for_events(patience how) {
     std::uint64_t chore_due = k_never;
     {
         const std::lock_guard lock(m_mutex);
-        if (m_stopping) {
+        if (m_stopping || !m_started) {
             return false;
         }
+        m_in_turn = m_driver == driver::caller;
         has_work = !m_inbox.empty();
         chore_due = m_chore_due;
         if (!has_work && how == patience::wait) {

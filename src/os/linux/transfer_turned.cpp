@@ -29,9 +29,9 @@ public:
     void release() override;
 
 private:
-    transfer_loop* leased();
-
-    std::mutex m_mutex;  // guards all below; the loop itself is guarded by being turned by one thread
+    // Guards all below where others than the one user change or read it. The loop itself is guarded by being
+    // turned by one thread.
+    std::mutex m_mutex;
     std::unique_ptr<lent_loop> m_lease;
     std::shared_ptr<transfer> m_current;
 };
@@ -79,19 +79,13 @@ bool leased_transfers::wake(std::shared_ptr<transfer_sink> sink) {
     return m_lease != nullptr && m_lease->loop.wake(std::move(sink));
 }
 
-transfer_loop* leased_transfers::leased() {
-    const std::lock_guard lock(m_mutex);
-    return m_lease == nullptr ? nullptr : &m_lease->loop;
-}
-
 bool leased_transfers::turn() {
-    transfer_loop* const loop = leased();
-    return loop != nullptr && !process_was_forked() && loop->turn(transfer_loop::patience::wait);
+    return m_lease != nullptr && !process_was_forked() && m_lease->loop.turn(transfer_loop::patience::wait);
 }
 
 void leased_transfers::release() {
-    if (process_was_forked()) {
-        return;  // the parent's connections
+    if (m_lease == nullptr || process_was_forked()) {
+        return;  // nothing, or the parent's connections
     }
     std::unique_ptr<lent_loop> lease;
     std::shared_ptr<transfer> current;
@@ -99,9 +93,6 @@ void leased_transfers::release() {
         const std::lock_guard lock(m_mutex);
         lease = std::move(m_lease);
         current = std::move(m_current);
-    }
-    if (lease == nullptr) {
-        return;
     }
     const bool is_under_way = current != nullptr && static_cast<curl_transfer&>(*current).sink != nullptr;
     if (is_under_way) {
