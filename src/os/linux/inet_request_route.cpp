@@ -78,7 +78,10 @@ bool inet_request::tries_next_proxy(std::uint32_t error) {
     std::string next = std::move(m_other_proxies.back());
     m_other_proxies.pop_back();
     if (m_hops == 0) {
-        m_own_proxy.clear();
+        m_own_proxy.clear();  // the caller's account is for the proxy that the request gets through
+    }
+    if (next.empty()) {
+        m_outgoing.headers.remove("Proxy-Authorization");
     }
     go_through({std::move(next), {}});
     return start_exchange();
