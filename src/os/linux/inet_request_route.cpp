@@ -59,11 +59,11 @@ void inet_request::script_answered(std::uint64_t tag, const script_routes::proxi
 // The first one now, the others if it is out of reach.
 void inet_request::use_proxies(const script_routes::proxies& proxies) {
     m_asks_script = false;
-    m_other_proxies.assign(proxies.rbegin(), proxies.rend());
+    m_other_proxies.assign(proxies.begin(), proxies.end());
     std::string first;
     if (!m_other_proxies.empty()) {
-        first = std::move(m_other_proxies.back());
-        m_other_proxies.pop_back();
+        first = std::move(m_other_proxies.front());
+        m_other_proxies.pop_front();
     }
     go_through({std::move(first), {}});
 }
@@ -75,8 +75,8 @@ bool inet_request::tries_next_proxy(std::uint32_t error) {
     if (m_other_proxies.empty() || !is_out_of_reach || m_sent) {
         return false;
     }
-    std::string next = std::move(m_other_proxies.back());
-    m_other_proxies.pop_back();
+    std::string next = std::move(m_other_proxies.front());
+    m_other_proxies.pop_front();
     if (m_hops == 0) {
         m_own_proxy.clear();  // the caller's account is for the proxy that the request gets through
     }
