@@ -68,15 +68,14 @@ std::optional<script_routes::proxies> script_routes::find(const proxy_script_que
 std::optional<script_routes::proxies> script_routes::look_up(const key& which, receiver& tell,
                                                              bool& is_to_ask) {
     const std::lock_guard lock(m_mutex);
-    const auto now = clock::now();
     if (m_service == nullptr) {
         m_service = m_make_service();
     }
     if (m_entries.size() >= k_max_entries) {
-        make_room(now);
+        make_room();
     }
     entry& about = m_entries[which];
-    if (about.waiting.empty() && now < about.due) {
+    if (about.waiting.empty() && clock::now() < about.due) {
         return about.known;
     }
     is_to_ask = about.waiting.empty();
@@ -84,14 +83,7 @@ std::optional<script_routes::proxies> script_routes::look_up(const key& which, r
     return std::nullopt;
 }
 
-void script_routes::make_room(clock::time_point now) {
-    for (auto at = m_entries.begin(); at != m_entries.end();) {
-        const bool is_old = at->second.waiting.empty() && at->second.due <= now;
-        at = is_old ? m_entries.erase(at) : std::next(at);
-    }
-    if (m_entries.size() < k_max_entries) {
-        return;
-    }
+void script_routes::make_room() {
     for (auto at = m_entries.begin(); at != m_entries.end();) {
         at = at->second.waiting.empty() ? m_entries.erase(at) : std::next(at);
     }

@@ -42,7 +42,7 @@ private:
     };
 
     std::optional<proxies> look_up(const key& which, receiver& tell, bool& is_to_ask);
-    void make_room(clock::time_point now);
+    void make_room();  // for new servers: answers are short-lived anyway
     void script_answered(const key& which, const proxy_script_answer& answer) noexcept;
     void tell_waiting(const key& which, const proxies& given);
 

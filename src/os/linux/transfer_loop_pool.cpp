@@ -124,25 +124,26 @@ void loop_pool::take_back(std::unique_ptr<lent_loop> loop) {
     }
 }
 
-// A loop with a lookup in it that nobody waits for stays until that has ended.
+// Those that were idle for long, and the oldest of too many.
 void loop_pool::retire(shelf& from, time_point now) {
-    const auto is_to_go = [&](const std::unique_ptr<lent_loop>& idle) {
-        const bool is_due = now - idle->returned > k_idle_limit || from.idle.size() > k_max_idle_loops;
-        if (is_due && !idle->loop.is_empty()) {
-            idle->loop.turn(transfer_loop::patience::none);
-        }
-        return is_due && idle->loop.is_empty();
-    };
-    const auto kept = std::stable_partition(from.idle.begin(), from.idle.end(),
-                                            [&](const auto& idle) { return !is_to_go(idle); });
-    if (kept == from.idle.end()) {
-        return;
+    for (auto at = from.idle.begin(); at != from.idle.end();) {
+        const bool is_due = now - (*at)->returned > k_idle_limit || from.idle.size() > k_max_idle_loops;
+        at = is_due && is_done(**at) ? forget(from, at) : std::next(at);
     }
+}
+
+// A loop with a lookup in it that nobody waits for stays until that has ended.
+bool loop_pool::is_done(lent_loop& idle) {
+    if (!idle.loop.is_empty()) {
+        idle.loop.turn(transfer_loop::patience::none);
+    }
+    return idle.loop.is_empty();
+}
+
+loop_pool::loops::iterator loop_pool::forget(shelf& from, loops::iterator which) {
     const std::lock_guard lock(m_mutex);
-    for (auto gone = kept; gone != from.idle.end(); ++gone) {
-        m_all.erase(std::find(m_all.begin(), m_all.end(), &(*gone)->loop));
-    }
-    from.idle.erase(kept, from.idle.end());
+    m_all.erase(std::find(m_all.begin(), m_all.end(), &(*which)->loop));
+    return from.idle.erase(which);
 }
 
 // Nobody may ever make another call, so the service thread looks after idle loops, when there is one.

@@ -50,6 +50,8 @@ private:
     static std::unique_ptr<lent_loop> take_oldest_of_many(shelf& from);
     std::unique_ptr<lent_loop> make();
     void retire(shelf& from, time_point now);
+    static bool is_done(lent_loop& idle);
+    loops::iterator forget(shelf& from, loops::iterator which);
     void tidy();
     void tidy_later(std::chrono::milliseconds wait);
     void stop() noexcept;
